@@ -1,0 +1,32 @@
+# What every target of this project is compiled with: the language level, the warnings and, where a
+# preset asks for it, the sanitizers.
+
+set(JCAM_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, for example address,undefined")
+
+function(jcam_target_defaults target)
+    target_compile_features(${target} PUBLIC cxx_std_20)
+    set_target_properties(${target} PROPERTIES
+        CXX_EXTENSIONS OFF
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        POSITION_INDEPENDENT_CODE ON)
+    target_compile_options(${target} PRIVATE
+        -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
+        -Wold-style-cast -Woverloaded-virtual -Wformat=2 -Wundef -Werror
+        # A member call inside one library is that library's: it may be inlined.
+        -fno-semantic-interposition)
+    if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        target_compile_options(${target} PRIVATE -Wthread-safety -Wthread-safety-beta)
+    endif()
+    if(JCAM_SANITIZE)
+        target_compile_options(${target} PRIVATE
+            -fsanitize=${JCAM_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        target_link_options(${target} PRIVATE -fsanitize=${JCAM_SANITIZE})
+        target_compile_definitions(${target} PRIVATE JCAM_SANITIZED)
+        if(JCAM_SANITIZE MATCHES "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+            # ThreadSanitizer does not model fences. No two threads of a process are ordered by one
+            # alone: the fences are for readers that come in a signal handler.
+            target_compile_options(${target} PRIVATE -Wno-tsan)
+        endif()
+    endif()
+endfunction()

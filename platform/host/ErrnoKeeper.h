@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cerrno>
+
+namespace JCam::Platform {
+
+/// Gives the caller's errno back when the scope ends.
+class ErrnoKeeper {
+  public:
+    ErrnoKeeper() = default;
+    ~ErrnoKeeper() { errno = mErrno; }
+    ErrnoKeeper(const ErrnoKeeper&) = delete;
+    ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+  private:
+    int mErrno = errno;
+};
+
+}  // namespace JCam::Platform
