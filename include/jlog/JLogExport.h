@@ -1,0 +1,4 @@
+#pragma once
+
+/// Marks what libjcam_jlog.so exports; everything else has hidden visibility.
+#define JLOG_EXPORT __attribute__((visibility("default")))

@@ -1,0 +1,143 @@
+#include "jlog/JLogger.h"
+
+#include <android/log.h>
+#include <cutils/properties.h>
+
+#include "jlog/DefaultJLogger.h"
+#include "jlog/LogTag.h"
+
+namespace JCam::Utils::JLog {
+
+namespace {
+
+/// From this value of sDebugLevel on (unsigned) the tests print what they decide.
+constexpr uint32_t kDebugLevelTests = 4;
+
+/// Holds the default logger without ever destroying it: threads may log until the process is gone.
+union ImmortalLogger {
+    constexpr ImmortalLogger() : logger() {}
+    // Empty on purpose. Not defaulted: the default would be deleted, since the member has a
+    // destructor of its own.
+    ~ImmortalLogger() {}  // NOLINT(modernize-use-equals-default)
+    ImmortalLogger(const ImmortalLogger&) = delete;
+    ImmortalLogger& operator=(const ImmortalLogger&) = delete;
+
+    DefaultJLogger logger;
+};
+
+constinit ImmortalLogger sImmortalLogger;
+
+bool testsArePrinted() {
+    return static_cast<uint32_t>(JLogger::sDebugLevel.load(std::memory_order_relaxed)) >=
+           kDebugLevelTests;
+}
+
+const char* orEmpty(const char* text) {
+    return text != nullptr ? text : "";
+}
+
+}  // namespace
+
+// Load order: the installed logger and the default logger are constants, in place before any code
+// runs; the property is read when the library is initialised, after the property library.
+constinit std::atomic<JLogger*> JLogger::sJLogger{&sImmortalLogger.logger};
+constinit DefaultJLogger& sDefaultJLogger = sImmortalLogger.logger;
+std::atomic<int32_t> JLogger::sDebugLevel{property_get_int32("vendor.debug.camera.jlog.level", 0)};
+constinit std::atomic<uint32_t> JLogger::sLevel{0};
+constinit std::atomic<uint32_t> JLogger::sInitJlogLevel{0};
+constinit std::atomic<uint32_t> JLogger::sMode{0};
+constinit std::atomic<uint64_t> JLogger::sFilter{0};
+
+JLogger* getDefaultJLogger() {
+    return &sDefaultJLogger;
+}
+
+JLogger::~JLogger() = default;
+void JLogger::onInit() {}
+void JLogger::onUninit() {}
+void JLogger::onFlush(int /*timeoutSec*/) {}
+
+JLogger* JLogger::getLogger() {
+    // Acquire: the logger's construction, published by the initializer before it stored the
+    // pointer, is visible to whoever calls through it.
+    return sJLogger.load(std::memory_order_acquire);
+}
+
+void JLogger::setLevel(unsigned int level) {
+    if (level == 0) {
+        level = sInitJlogLevel.load(std::memory_order_relaxed);
+    }
+    sLevel.store(level, std::memory_order_relaxed);
+}
+
+void JLogger::setMode(unsigned int mode) {
+    sMode.store(mode, std::memory_order_relaxed);
+}
+
+void JLogger::setFilter(unsigned long filter) {
+    sFilter.store(filter, std::memory_order_relaxed);
+}
+
+uint32_t JLogger::getDetailsLevel() {
+    return sLevel.load(std::memory_order_relaxed);
+}
+
+bool JLogger::isModeEnabled(unsigned int mode) {
+    return (sMode.load(std::memory_order_relaxed) & mode) != 0;
+}
+
+bool JLogger::isLevelEnabled(JLogLevel level) {
+    return sLevel.load(std::memory_order_relaxed) >= level;
+}
+
+bool JLogger::isDefaultModeOnly() {
+    return sMode.load(std::memory_order_relaxed) == MODE_DEFAULT;
+}
+
+bool JLogger::isDefaultModeEnabled() {
+    return isModeEnabled(MODE_DEFAULT);
+}
+
+bool JLogger::isFileModeEnabled() {
+    const uint32_t mode = sMode.load(std::memory_order_relaxed);
+    const bool enable = (mode & (MODE_FILE_MERGE | MODE_FILE_ALONE)) != 0;
+    if (testsArePrinted()) [[unlikely]] {
+        __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "[isFileModeEnabled] enable:%d, sMode:0x%x",
+                            enable, mode);
+    }
+    return enable;
+}
+
+bool JLogger::isLogDetailsEnabled(unsigned int moduleId, JLogLevel level) {
+    const uint64_t filter = sFilter.load(std::memory_order_relaxed);
+    const uint64_t matched = filter & moduleId;
+    const bool enable = matched != 0 && isLevelEnabled(level);
+    if (testsArePrinted()) [[unlikely]] {
+        __android_log_print(ANDROID_LOG_DEBUG, kLogTag,
+                            "[isLogDetailsEnabled] enable:%d, level:%d, moduleId:0x%x, "
+                            "sFilter:0x%lX 0x%lX",
+                            enable, static_cast<int>(level), moduleId,
+                            static_cast<unsigned long>(filter),
+                            static_cast<unsigned long>(matched));
+    }
+    return enable;
+}
+
+void JLogger::logEnter(unsigned int moduleId, const char* name, unsigned int requestNo) {
+    getLogger()->onLogEnter(moduleId, orEmpty(name), requestNo);
+}
+
+void JLogger::logExit(unsigned int moduleId, const char* name, unsigned int requestNo) {
+    getLogger()->onLogExit(moduleId, orEmpty(name), requestNo);
+}
+
+void JLogger::logNormalDetails(unsigned int moduleId, const char* tag, JLogLevel level,
+                               const char* text, unsigned long length) {
+    getLogger()->onLogDetails(moduleId, orEmpty(tag), level, text, length);
+}
+
+void JLogger::flush(int timeoutSec) {
+    getLogger()->onFlush(timeoutSec);
+}
+
+}  // namespace JCam::Utils::JLog

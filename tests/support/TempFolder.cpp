@@ -1,0 +1,75 @@
+#include "support/TempFolder.h"
+
+#include <cstdlib>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+
+namespace JCam::Support {
+
+TempFolder::TempFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "jlog_test_XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("mkdtemp " + pattern);
+    }
+    mPath = pattern;
+}
+
+TempFolder::~TempFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(mPath, ignored);
+}
+
+std::vector<std::string> TempFolder::names() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(mPath)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string TempFolder::logText() const {
+    constexpr std::string_view kContinued = "-- CONTINUED --\n";
+    std::string text;
+    for (const std::string& name : names()) {
+        if (!name.starts_with("cam_jlog_")) {
+            continue;
+        }
+        const std::string content = readFile(path(name));
+        const bool continued = content.starts_with(kContinued);
+        text.append(content, continued ? kContinued.size() : 0);
+    }
+    return text;
+}
+
+std::string readFile(const std::string& path) {
+    const std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        throw std::runtime_error("cannot read " + path);
+    }
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+void writeFile(const std::string& path, const std::string& content) {
+    std::ofstream file(path, std::ios::binary);
+    if (!(file << content)) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+}  // namespace JCam::Support

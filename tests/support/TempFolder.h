@@ -1,0 +1,35 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace JCam::Support {
+
+/// A folder of the test's own, gone with the object.
+class TempFolder {
+  public:
+    TempFolder();
+    ~TempFolder();
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+
+    [[nodiscard]] std::string path() const { return mPath.string(); }
+    [[nodiscard]] std::string path(const std::string& name) const {
+        return (mPath / name).string();
+    }
+    /// The names in it, sorted.
+    [[nodiscard]] std::vector<std::string> names() const;
+    /// The contents of all its "cam_jlog_" files in the order of their indices, each without the
+    /// rotation marker at its start.
+    [[nodiscard]] std::string logText() const;
+
+  private:
+    std::filesystem::path mPath;
+};
+
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& content);
+std::vector<std::string> splitLines(const std::string& text);
+
+}  // namespace JCam::Support
