@@ -1,0 +1,116 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+
+#include "jlog/file/FixedText.h"
+#include "jlog/file/LogRecord.h"
+#include "jlog/JLogExport.h"
+
+namespace JCam::Utils::JLog::File {
+
+/// Whether a request enters a scope or leaves it.
+enum class Direction : char;
+
+/// Renders records as lines of text and writes them to a series of files in the log folder.
+///
+/// Files are named "cam_jlog_PID_PREFIXTIMESTAMP_NN.txt"; the time stamp is that of the series, NN
+/// counts its files from 01. Text gathers in a buffer and goes out with one write(2) when 1124
+/// bytes of room or fewer are left, on flush() and on close(). Above 180 MiB the file is followed
+/// by the next of the series, which begins with "-- CONTINUED --". Before a file is made, the
+/// oldest files of the folder are deleted until more than 280 MiB are free.
+///
+/// When a file cannot be created, the writer moves to /data/vendor for good; when that fails too it
+/// has no file, and text is dropped. Write errors are ignored.
+///
+/// Threads: one at a time; the writer has no lock. Its own messages go to the Android log.
+class JLOG_EXPORT FileJLogWriter {
+  public:
+    /// Above this many bytes the file is followed by the next one: 180 MiB.
+    static constexpr uint64_t kMaxFileBytes = 0xB400000;
+    /// The clean-up works towards more free bytes than this: 280 MiB.
+    static constexpr int64_t kMinFreeBytes = 0x11800000;
+
+    FileJLogWriter();
+    /// Closes the file, if one is open.
+    ~FileJLogWriter();
+    FileJLogWriter(const FileJLogWriter&) = delete;
+    FileJLogWriter& operator=(const FileJLogWriter&) = delete;
+
+    /// Opens the next file; none may be open. True when a file is open afterwards. A new series
+    /// takes a new time stamp, starts at index 1, takes at most 29 characters of `namePrefix`
+    /// unless that is null, and is from then on `silent` or not; otherwise both are ignored. A file
+    /// that is there already is left alone: the index moves on to the next free one.
+    bool open(bool newSeries, const char* namePrefix, bool silent);
+    /// Writes the buffered text and closes the file, without fsync.
+    void close();
+    /// Writes the buffered text; with `sync` and if there was any, waits until the disk has it.
+    void flush(bool sync);
+    /// Deletes the oldest files of the folder while too little space is free. If it is
+    /// /data/vendor, by whatever name, which holds the files of others, only log files are deleted.
+    void reserveSpace(bool silent) const;
+
+    /// Each appends one line.
+    void onLogEnter(const LogEnterExit* record);
+    void onLogExit(const LogEnterExit* record);
+    void onLogDetails(const LogDetails* record);
+    /// Appends free text, printf-style.
+    void writeString(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+    /// The open file, or -1. For the owner to read.
+    int32_t mFd{-1};
+    /// The log folder, without a trailing slash. The owner sets it before the first open().
+    PathText mFolder;
+    /// Path of the file opened last. For the owner to read.
+    PathText mFilePath;
+
+  private:
+    static constexpr size_t kWriteBufferBytes = 24576;
+    /// From this many buffered bytes on they are written out. The room that is left below it, at
+    /// least 1125 bytes, holds any line but one whose name and message are both near their limits;
+    /// that one is cut.
+    static constexpr size_t kFlushMark = 23452;
+
+    void startSeries(const char* namePrefix, bool silent);
+    /// Creates the next file in mFolder and leaves its path in `path`; -1 when that fails, and then
+    /// the index is as before.
+    int createFile(PathText& path);
+    /// Goes on to the next file when this one is full.
+    void rotateIfLarge() {
+        if (mFileBytes > kMaxFileBytes) [[unlikely]] {
+            rotate();
+        }
+    }
+    void rotate();
+    void appendEnterExit(const LogEnterExit& record, Direction direction);
+    void appendDate(const timespec& timestamp);
+    /// Where the rest of a line is to be rendered: in place, or in `scratch` when it might not fit.
+    char* lineSpace(char* scratch);
+    void appendLine(const char* line, const char* end);
+    void countAppended(size_t bytes);
+    void writeBuffered();
+    [[nodiscard]] char* writePtr() { return mBuffer + mBufferedBytes; }
+    [[nodiscard]] size_t room() const { return kWriteBufferBytes - mBufferedBytes; }
+
+    uint64_t mBufferedBytes{0};
+    /// Bytes counted against the current file; drives the rotation.
+    uint64_t mFileBytes{0};
+    const int32_t mPid;
+    /// Index of the next file of the series.
+    uint32_t mFileIndex{1};
+    bool mSilent{false};
+    /// Time stamp in the file names of the series.
+    FixedText<40> mTimeStamp;
+    /// Stands before the time stamp in the file names; empty for normal files.
+    FixedText<30> mNamePrefix;
+    /// mPid as it stands in every line, and the date part of the second rendered last: most records
+    /// repeat both.
+    char mPidText[16]{};
+    const uint8_t mPidChars;
+    char mDateText[14]{};
+    time_t mDateSecond;
+    char mBuffer[kWriteBufferBytes];
+};
+
+}  // namespace JCam::Utils::JLog::File

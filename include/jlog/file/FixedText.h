@@ -1,0 +1,37 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+namespace JCam::Utils::JLog::File {
+
+/// NUL-terminated text in an array of `Bytes`; what is longer is cut. Unlike std::string it never
+/// allocates, so that whoever holds one works without memory and inside a signal handler.
+template <size_t Bytes>
+class FixedText {
+  public:
+    FixedText& operator=(std::string_view text) {
+        const size_t count = std::min(text.size(), Bytes - 1);
+        memcpy(mText, text.data(), count);
+        mText[count] = '\0';
+        return *this;
+    }
+
+    [[nodiscard]] const char* c_str() const { return mText; }
+    [[nodiscard]] std::string_view view() const { return mText; }
+    bool operator==(std::string_view text) const { return view() == text; }
+
+    /// For formatters: the array itself, of which `Bytes` are writable.
+    [[nodiscard]] char* data() { return mText; }
+    [[nodiscard]] static constexpr size_t size() { return Bytes; }
+
+  private:
+    char mText[Bytes]{};
+};
+
+/// Room for any path of a log file.
+using PathText = FixedText<512>;
+
+}  // namespace JCam::Utils::JLog::File

@@ -1,0 +1,141 @@
+#include "jlog/file/StorageCleaner.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string_view>
+
+#include <android/log.h>
+
+#include "jlog/file/FileLogTag.h"
+
+namespace JCam::Utils::JLog::File {
+
+namespace {
+
+bool isLogFileName(std::string_view name) {
+    constexpr std::string_view kStem = "cam_jlog_";
+    constexpr std::string_view kSuffix = ".txt";
+    return name.size() >= kStem.size() + kSuffix.size() && name.starts_with(kStem) &&
+           name.ends_with(kSuffix);
+}
+
+/// By identity: one folder goes by many names.
+bool isSameFolder(const char* a, const char* b) {
+    struct stat statusA = {};
+    struct stat statusB = {};
+    return stat(a, &statusA) == 0 && stat(b, &statusB) == 0 && statusA.st_dev == statusB.st_dev &&
+           statusA.st_ino == statusB.st_ino;
+}
+
+}  // namespace
+
+bool StorageCleaner::isOlder(const FileInfo& a, const FileInfo& b) {
+    return a.mtime != b.mtime ? a.mtime < b.mtime : a.name.view() < b.name.view();
+}
+
+void StorageCleaner::freeUpTo(int64_t minFreeBytes) {
+    struct statvfs storage = {};
+    if (statvfs(pathOf("").c_str(), &storage) != 0) {
+        return;
+    }
+    // A file system without a size of its own, such as ramfs, counts no blocks: it is never full.
+    int64_t freeBytes = 0;
+    if (storage.f_blocks == 0 ||
+        __builtin_mul_overflow(storage.f_bfree, storage.f_bsize, &freeBytes) ||
+        freeBytes > minFreeBytes) {
+        return;
+    }
+    mLogFilesOnly = isSameFolder(mFolder, mSharedFolder);
+    if (!findOldest(nullptr)) {
+        return;
+    }
+    while (mCount > 0 && !deleteOldest(freeBytes, minFreeBytes)) {
+        const FileInfo last = mOldest[mCount - 1];
+        if (mCount < kFilesPerPass || !findOldest(&last)) {
+            return;
+        }
+    }
+}
+
+bool StorageCleaner::deleteOldest(int64_t& freeBytes, int64_t minFreeBytes) const {
+    for (size_t i = 0; i < mCount; ++i) {
+        const PathText path = pathOf(mOldest[i].name.c_str());
+        if (unlink(path.c_str()) != 0) {
+            continue;
+        }
+        if (!mSilent) {
+            __android_log_print(ANDROID_LOG_WARN, kFileLogTag, "Storage full. Unlinked: %s",
+                                path.c_str());
+        }
+        freeBytes += mOldest[i].fileSize;
+        if (freeBytes > minFreeBytes) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool StorageCleaner::findOldest(const FileInfo* last) {
+    mCount = 0;
+    const PathText path = pathOf("");
+    DIR* folder = opendir(path.c_str());
+    if (folder == nullptr) {
+        if (!mSilent) {
+            __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "Open folder %s failed",
+                                path.c_str());
+        }
+        return false;
+    }
+    while (const dirent* entry = readdir(folder)) {
+        FileInfo file;
+        if (inspect(entry->d_name, file) && (last == nullptr || isOlder(*last, file))) {
+            keepIfOld(file);
+        }
+    }
+    closedir(folder);
+    std::sort_heap(mOldest.begin(), mOldest.begin() + mCount, isOlder);
+    return true;
+}
+
+void StorageCleaner::keepIfOld(const FileInfo& file) {
+    // A heap whose top is the newest of the oldest files so far.
+    if (mCount == kFilesPerPass) {
+        if (!isOlder(file, mOldest.front())) {
+            return;
+        }
+        std::pop_heap(mOldest.begin(), mOldest.end(), isOlder);
+        --mCount;
+    }
+    mOldest[mCount++] = file;
+    std::push_heap(mOldest.begin(), mOldest.begin() + mCount, isOlder);
+}
+
+bool StorageCleaner::inspect(const char* name, FileInfo& file) const {
+    if (mLogFilesOnly && !isLogFileName(name)) {
+        return false;
+    }
+    struct stat status = {};
+    if (stat(pathOf(name).c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return false;
+    }
+    file.fileSize = status.st_size;
+    file.mtime = status.st_mtime;
+    file.name = name;
+    return true;
+}
+
+PathText StorageCleaner::pathOf(const char* name) const {
+    PathText path;
+    const int length = snprintf(path.data(), PathText::size(), "%s/%s", mFolder, name);
+    if (length < 0 || static_cast<size_t>(length) >= PathText::size()) {
+        path = "";  // a cut path would name another file
+    }
+    return path;
+}
+
+}  // namespace JCam::Utils::JLog::File

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "jlog/file/FixedText.h"
+
+namespace JCam::Utils::JLog::File {
+
+/// Frees storage by deleting the oldest regular files of one folder, whoever made them: the log
+/// folder is ours and the vendor logger's. In a folder that others keep files in, only log files
+/// ("cam_jlog_*.txt") are deleted. Free space is measured once; each deleted file counts with its
+/// size.
+///
+/// It works in constant memory, whatever the folder holds, since it may run when memory is as short
+/// as storage: it keeps the oldest files of one pass over the folder, deletes them, and makes
+/// another pass for the next ones when that was not enough.
+class StorageCleaner {
+  public:
+    /// Both paths must live as long as the object; `silent` suppresses the messages to the Android
+    /// log.
+    StorageCleaner(const char* folder, const char* sharedFolder, bool silent)
+            : mFolder(folder), mSharedFolder(sharedFolder), mSilent(silent) {}
+
+    /// Deletes files, oldest first, until more than `minFreeBytes` are free or no file is left.
+    void freeUpTo(int64_t minFreeBytes);
+
+  private:
+    /// How many files one pass finds.
+    static constexpr size_t kFilesPerPass = 64;
+
+    struct FileInfo {
+        int64_t fileSize;
+        int64_t mtime;
+        FixedText<256> name;
+    };
+    /// By age, and by name where that is equal, so that a pass can go on where the last one ended.
+    static bool isOlder(const FileInfo& a, const FileInfo& b);
+
+    /// Fills mOldest with the oldest files that are not older than `last` (null: with the oldest),
+    /// in order. False when the folder cannot be read.
+    bool findOldest(const FileInfo* last);
+    void keepIfOld(const FileInfo& file);
+    /// False when it may not be deleted.
+    bool inspect(const char* name, FileInfo& file) const;
+    [[nodiscard]] PathText pathOf(const char* name) const;
+    /// Deletes what mOldest lists. Returns whether that was enough.
+    bool deleteOldest(int64_t& freeBytes, int64_t minFreeBytes) const;
+
+    const char* mFolder;
+    const char* mSharedFolder;
+    bool mSilent;
+    bool mLogFilesOnly{false};
+    std::array<FileInfo, kFilesPerPass> mOldest;
+    size_t mCount{0};
+};
+
+}  // namespace JCam::Utils::JLog::File

@@ -1,0 +1,406 @@
+#include "jlog/file/FileJLogWriter.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <filesystem>
+#include <limits>
+#include <random>
+#include <regex>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <android/log.h>
+
+#include "support/Interpose.h"
+#include "support/LogCapture.h"
+#include "support/Records.h"
+#include "support/ReferenceWriter.h"
+#include "support/TempFolder.h"
+
+namespace JCam::Utils::JLog::File {
+namespace {
+
+using Support::LogLine;
+using Support::Record;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr char kUnableToOpen[] =
+        "Unable to open file. Please disable SELinux and restart camerahalserver. !!!";
+constexpr int64_t kMiB = 0x100000;
+
+class FileJLogWriterTest : public ::testing::Test {
+  protected:
+    FileJLogWriterTest() {
+        setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+        tzset();
+        mWriter.mFolder = mFolder.path();
+        Support::Interpose::redirect("/data/vendor", mFallback.path());
+    }
+
+    [[nodiscard]] static std::string pid() { return std::to_string(getpid()); }
+
+    [[nodiscard]] std::string path() const { return mWriter.mFilePath.c_str(); }
+
+    /// The file's name up to its time stamp, and from its index on.
+    [[nodiscard]] static std::string withoutTime(const std::string& path) {
+        return std::regex_replace(path, std::regex("[0-9]{4}_[0-9]{4}_[0-9]{6}"), "T");
+    }
+
+    /// A file of `bytes` (sparse) whose age is `order`: the smallest is the oldest.
+    static void makeFile(const std::string& path, int64_t bytes, int order) {
+        Support::writeFile(path, "");
+        std::filesystem::resize_file(path, static_cast<uintmax_t>(bytes));
+        const timespec times[] = {{1000 + order, 0}, {1000 + order, 0}};
+        ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    }
+
+    Support::LogCapture mLog;
+    Support::Interpose::Scope mInterpose;
+    Support::TempFolder mFolder;
+    Support::TempFolder mFallback;
+    FileJLogWriter mWriter;
+};
+
+TEST_F(FileJLogWriterTest, LinesAreExactlyThoseOfTheFormat) {
+    ASSERT_TRUE(mWriter.open(true, "", false));
+    const timespec summer = {1710512730, 123456789};  // 2024-03-15 15:25:30 in the zone above
+    mWriter.onLogEnter(&Record::enterExit(4350, summer, 17, 4, 42, "processFrame").asEnterExit());
+    mWriter.onLogExit(&Record::enterExit(7, {0, 999}, 18, 6, 0, "").asEnterExit());
+    mWriter.onLogDetails(
+            &Record::details(1234567, summer, 3, "Stream", "configure done").asDetails());
+    mWriter.onLogDetails(&Record::details(1, summer, 4, "TwelveLetter", "two\nlines").asDetails());
+    mWriter.writeString("%s : addr = %p\n", "SIGSEGV", reinterpret_cast<void*>(0x10));
+    mWriter.close();
+    char pidColumn[16];
+    snprintf(pidColumn, sizeof(pidColumn), "%5d", getpid());
+    const std::string p = pidColumn;
+    EXPECT_EQ(mFolder.logText(),
+              "03-15 15:25:30.123456 " + p +
+                      "  4350 D JLog    : R AppRequest:42 M[Preview:4] +  :processFrame #17\n"
+                      "01-01 01:00:00.000000 " +
+                      p +
+                      "     7 D JLog    : R AppRequest:0 M[(null):6] -  : #18\n"
+                      "03-15 15:25:30.123456 " +
+                      p + " 1234567 I Stream  : configure done\n" + "03-15 15:25:30.123456 " + p +
+                      "     1 D TwelveLetter: two\nlines\n"
+                      "SIGSEGV : addr = 0x10\n");
+}
+
+/// Records of every kind and size, ordinary and odd values mixed.
+class RecordGenerator {
+  public:
+    Record details() {
+        return Record::details(tid(), time(), random() % 12 == 0 ? random() % 256 : random() % 8,
+                               text(128), text(1023));
+    }
+    Record enterExit() {
+        const unsigned int module = random() % 2 == 0 ? 1U << (random() % 32) : number();
+        return Record::enterExit(tid(), time(), number(), module, number(), text(128));
+    }
+    bool coin() { return random() % 2 == 0; }
+
+  private:
+    unsigned int number() {
+        return random() % 4 == 0 ? std::numeric_limits<unsigned int>::max() - random() % 2
+                                 : random() >> (random() % 32);
+    }
+    int tid() { return static_cast<int>(number()); }
+
+    timespec time() {
+        constexpr time_t kOdd[] = {0, -1, std::numeric_limits<time_t>::max(),
+                                   std::numeric_limits<time_t>::min() + 1, 1711846800};
+        if (random() % 4 == 0) {
+            mSecond = random() % 8 == 0 ? kOdd[random() % 5] : static_cast<time_t>(random());
+        }
+        constexpr long kOddNanoseconds[] = {-1,
+                                            -1000,
+                                            -123456789,
+                                            1000000000,
+                                            999999999,
+                                            0,
+                                            std::numeric_limits<long>::max(),
+                                            std::numeric_limits<long>::min()};
+        return {mSecond, random() % 16 == 0 ? kOddNanoseconds[random() % 8]
+                                            : static_cast<long>(random() % 1000000000)};
+    }
+
+    /// Mostly short, sometimes as long as can be, of all bytes but NUL.
+    std::string text(size_t maxChars) {
+        const size_t chars = random() % 4 == 0 ? maxChars - random() % 3
+                                               : random() % (1 + maxChars / (1 + random() % 16));
+        std::string result;
+        for (size_t i = 0; i < chars; ++i) {
+            result.push_back(static_cast<char>(1 + random() % 255));
+        }
+        return result;
+    }
+
+    unsigned int random() { return static_cast<unsigned int>(mEngine()); }
+
+    std::mt19937 mEngine{20240315};
+    time_t mSecond{0};
+};
+
+TEST_F(FileJLogWriterTest, RendersLikeTheReferenceLongAndCutLinesIncluded) {
+    std::string expected;
+    size_t cut = 0;
+    Support::ReferenceWriter reference(getpid(), [&](const char* text, size_t bytes) {
+        expected.append(text, bytes);
+        cut += bytes == 24575 ? 1 : 0;
+    });
+    ASSERT_TRUE(mWriter.open(true, "", false));
+    RecordGenerator generator;
+    for (int i = 0; i < 40000; ++i) {
+        if (generator.coin()) {
+            const Record record = generator.details();
+            reference.details(record.asDetails());
+            mWriter.onLogDetails(&record.asDetails());
+        } else {
+            const Record record = generator.enterExit();
+            reference.enterExit(record.asEnterExit(), '+');
+            mWriter.onLogEnter(&record.asEnterExit());
+        }
+    }
+    reference.flush();
+    mWriter.flush(false);
+    EXPECT_GT(cut, 0U) << "the records were to fill the buffer to its end";
+    const std::string rendered = mFolder.logText();
+    ASSERT_EQ(rendered.size(), expected.size());
+    EXPECT_TRUE(rendered == expected);  // EXPECT_EQ would print megabytes
+}
+
+TEST_F(FileJLogWriterTest, TextIsWrittenOutWhenTheBufferIsNearlyFull) {
+    ASSERT_TRUE(mWriter.open(true, "", false));
+    const auto written = [&] { return std::filesystem::file_size(path()); };
+    mWriter.writeString("%s", std::string(23451, 'a').c_str());
+    EXPECT_EQ(written(), 0U);
+    mWriter.writeString("b");
+    EXPECT_EQ(written(), 23452U);
+    mWriter.writeString("%s", std::string(30000, 'c').c_str());  // cut to the buffer
+    EXPECT_EQ(written(), 23452U + 24575U);
+    mWriter.writeString("d");
+    EXPECT_EQ(written(), 23452U + 24575U);
+    EXPECT_EQ(Support::Interpose::syncs(), 0);
+    mWriter.flush(true);
+    EXPECT_EQ(written(), 23452U + 24575U + 1);
+    EXPECT_EQ(Support::Interpose::syncs(), 1);
+    mWriter.flush(true);  // nothing to write, nothing to wait for
+    EXPECT_EQ(Support::Interpose::syncs(), 1);
+    mWriter.writeString("e");
+    mWriter.close();
+    EXPECT_EQ(written(), 23452U + 24575U + 2);
+    EXPECT_EQ(Support::Interpose::syncs(), 1);
+    EXPECT_EQ(mWriter.mFd, -1);
+    mWriter.close();
+}
+
+TEST_F(FileJLogWriterTest, SeriesNamesItsFilesByPidPrefixTimeAndIndex) {
+    ASSERT_TRUE(mWriter.open(true, "", false));
+    EXPECT_EQ(withoutTime(path()), mFolder.path("cam_jlog_" + pid() + "_T_01.txt"));
+    EXPECT_THAT(mLog.lines(), ElementsAre(LogLine{ANDROID_LOG_INFO, "FileAloneJLogger",
+                                                  "Write ulog to " + path()}));
+    struct stat status = {};
+    ASSERT_EQ(stat(path().c_str(), &status), 0);
+    const mode_t mask = umask(0);
+    umask(mask);
+    EXPECT_EQ(status.st_mode & 0777, 0644 & ~mask);
+    const std::string first = path();
+    mWriter.close();
+    ASSERT_TRUE(mWriter.open(false, "ignored", true));
+    EXPECT_EQ(path(), std::regex_replace(first, std::regex("_01"), "_02"));
+    mWriter.close();
+    mLog.clear();
+    ASSERT_TRUE(mWriter.open(true, "0123456789012345678901234567XYZ", true));
+    EXPECT_EQ(withoutTime(path()),
+              mFolder.path("cam_jlog_" + pid() + "_0123456789012345678901234567XT_01.txt"));
+    mWriter.close();
+    ASSERT_TRUE(mWriter.open(true, nullptr, true));  // keeps the prefix
+    EXPECT_THAT(path(), ::testing::HasSubstr("_0123456789012345678901234567X"));
+    EXPECT_THAT(mLog.lines(), IsEmpty()) << "a silent writer says nothing";
+}
+
+TEST_F(FileJLogWriterTest, TimeStampOfASeriesIsLocalTime) {
+    const auto now = [] {
+        timespec time = {};
+        clock_gettime(CLOCK_REALTIME, &time);  // time() lags behind it by up to a tick
+        tm local = {};
+        localtime_r(&time.tv_sec, &local);
+        char text[40];
+        strftime(text, sizeof(text), "%Y_%m%d_%H%M%S", &local);
+        return std::string(text);
+    };
+    const std::string before = now();
+    ASSERT_TRUE(mWriter.open(true, "", true));
+    const std::string after = now();
+    const std::string stamp = path().substr(path().size() - 23, 16);
+    EXPECT_LE(before, stamp);
+    EXPECT_LE(stamp, after);
+}
+
+TEST_F(FileJLogWriterTest, AnEarlierFileIsNeverOverwritten) {
+    // Two series of one second: a second may end between them, so until it did not.
+    for (int attempt = 0; attempt < 10; ++attempt) {
+        const Support::TempFolder folder;
+        FileJLogWriter first;
+        first.mFolder = folder.path();
+        FileJLogWriter second;
+        second.mFolder = folder.path();
+        ASSERT_TRUE(first.open(true, "", false));
+        first.writeString("first\n");
+        first.close();
+        ASSERT_TRUE(second.open(true, "", false));
+        second.writeString("second\n");
+        second.close();
+        EXPECT_EQ(Support::readFile(first.mFilePath.c_str()), "first\n");
+        EXPECT_EQ(Support::readFile(second.mFilePath.c_str()), "second\n");
+        if (first.mFilePath.view().substr(0, first.mFilePath.view().size() - 7) ==
+            second.mFilePath.view().substr(0, second.mFilePath.view().size() - 7)) {
+            EXPECT_THAT(second.mFilePath.c_str(), ::testing::EndsWith("_02.txt"));
+            return;
+        }
+    }
+    FAIL() << "never two series in one second";
+}
+
+TEST_F(FileJLogWriterTest, RotatesAbove180MiBWithoutLosingOrSplittingALine) {
+    ASSERT_TRUE(mWriter.open(true, "", false));
+    const Record record = Record::details(1, {1710512730, 0}, 3, "Tag", std::string(1000, 'x'));
+    const std::string first = path();
+    constexpr uint64_t kLine = 14 + 7 + 6 + 6 + 3 + 8 + 2 + 1000 + 1;
+    // One line more than fits exactly into the limit.
+    constexpr uint64_t kLines = FileJLogWriter::kMaxFileBytes / kLine + 1;
+    for (uint64_t i = 0; i + 1 < kLines; ++i) {
+        mWriter.onLogDetails(&record.asDetails());
+    }
+    // Up to the limit itself the file goes on.
+    const auto fill = static_cast<int>(FileJLogWriter::kMaxFileBytes - (kLines - 1) * kLine);
+    mWriter.writeString("%*s\n", fill - 1, "");
+    ASSERT_EQ(path(), first);
+    mWriter.writeString("last of the first\n");
+    ASSERT_NE(path(), first);
+    mWriter.writeString("first of the second\n");
+    mWriter.close();
+
+    EXPECT_EQ(path(), std::regex_replace(first, std::regex("_01"), "_02"));
+    EXPECT_EQ(std::filesystem::file_size(first), FileJLogWriter::kMaxFileBytes + 18);
+    EXPECT_THAT(Support::readFile(first), ::testing::EndsWith(" \nlast of the first\n"));
+    EXPECT_EQ(Support::readFile(path()), "-- CONTINUED --\nfirst of the second\n");
+}
+
+TEST_F(FileJLogWriterTest, AFailedRotationIsTriedAgainWithEveryLine) {
+    ASSERT_TRUE(mWriter.open(true, "", false));
+    Support::Interpose::redirect("/data/vendor", mFolder.path("absent"));
+    std::filesystem::remove_all(mFolder.path());
+    const std::string block(24000, 'x');
+    for (uint64_t bytes = 0; bytes <= FileJLogWriter::kMaxFileBytes; bytes += block.size()) {
+        mWriter.writeString("%s", block.c_str());
+    }
+    EXPECT_EQ(mWriter.mFd, -1);
+    EXPECT_EQ(mLog.count(kUnableToOpen), 1U);
+    mWriter.writeString("dropped\n");
+    EXPECT_EQ(mLog.count(kUnableToOpen), 2U);
+    std::filesystem::create_directories(mFolder.path("absent"));
+    mWriter.writeString("dropped, but a file is open from here on\n");
+    mWriter.writeString("kept\n");
+    mWriter.close();
+    EXPECT_EQ(Support::readFile(mFolder.path("absent/") + path().substr(13)),
+              "-- CONTINUED --\nkept\n");
+}
+
+TEST_F(FileJLogWriterTest, FallsBackForGoodWhenTheFolderCannotBeUsed) {
+    mWriter.mFolder = mFolder.path("absent");
+    ASSERT_TRUE(mWriter.open(true, "", false));
+    EXPECT_EQ(mWriter.mFolder, "/data/vendor");
+    const std::string name = mFallback.names().at(0);
+    EXPECT_EQ(path(), "/data/vendor/" + name);
+    EXPECT_THAT(mLog.lines(), ElementsAre(LogLine{ANDROID_LOG_ERROR, "FileAloneJLogger",
+                                                  "FileJLogWriter: file open failed " +
+                                                          mFolder.path("absent/") + name},
+                                          LogLine{ANDROID_LOG_INFO, "FileAloneJLogger",
+                                                  "Write ulog to /data/vendor/" + name}));
+    std::filesystem::create_directory(mFolder.path("absent"));
+    mWriter.close();
+    ASSERT_TRUE(mWriter.open(false, "", false));
+    EXPECT_THAT(path(), ::testing::StartsWith("/data/vendor/"));
+}
+
+TEST_F(FileJLogWriterTest, CleanUpDeletesTheOldestFilesUntilEnoughIsFree) {
+    const std::string folder = mFolder.path();
+    // Ages against the order of the names, and of any name.
+    const char* names[] = {"f.bin", "e", "cam_jlog_1_d.txt", "c.txt", "b", "a"};
+    for (int i = 0; i < 6; ++i) {
+        makeFile(mFolder.path(names[i]), 50 * kMiB, i);
+    }
+    std::filesystem::create_directory(mFolder.path("subfolder"));
+    Support::Interpose::setFreeBytes(FileJLogWriter::kMinFreeBytes + 1);
+    mWriter.reserveSpace(false);
+    EXPECT_EQ(mFolder.names().size(), 7U) << "enough was free";
+
+    Support::Interpose::setFreeBytes(100 * kMiB);
+    mWriter.reserveSpace(false);
+    EXPECT_THAT(mFolder.names(), ElementsAre("a", "b", "subfolder"));
+    std::vector<LogLine> expected;
+    for (int i = 0; i < 4; ++i) {
+        expected.push_back({ANDROID_LOG_WARN, "FileAloneJLogger",
+                            "Storage full. Unlinked: " + mFolder.path(names[i])});
+    }
+    EXPECT_EQ(mLog.lines(), expected);
+
+    // Exactly at the limit is not enough; a silent writer deletes without a word.
+    mLog.clear();
+    Support::Interpose::setFreeBytes(FileJLogWriter::kMinFreeBytes);
+    mWriter.reserveSpace(true);
+    EXPECT_THAT(mFolder.names(), ElementsAre("a", "subfolder"));
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+}
+
+TEST_F(FileJLogWriterTest, CleanUpPassesOverWhatItCannotDeleteInAFolderOfAnySize) {
+    constexpr int kFiles = 300;
+    for (int i = 0; i < kFiles; ++i) {
+        makeFile(mFolder.path(std::to_string(1000 - i)), kMiB, i / 2);  // pairs of one age
+    }
+    const std::string oldest = mFolder.path("1000");
+    Support::Interpose::refuseUnlink(oldest);
+    Support::Interpose::setFreeBytes(FileJLogWriter::kMinFreeBytes - 198 * kMiB);
+    mWriter.reserveSpace(true);
+    std::vector<std::string> left = {"1000"};
+    for (int i = 200; i < kFiles; ++i) {
+        left.push_back(std::to_string(1000 - i));
+    }
+    EXPECT_THAT(mFolder.names(), ::testing::UnorderedElementsAreArray(left));
+
+    // A new file is made only after the clean-up, which here takes everything.
+    Support::Interpose::setFreeBytes(0);
+    ASSERT_TRUE(mWriter.open(true, "", true));
+    EXPECT_THAT(mFolder.names(), ElementsAre("1000", path().substr(mFolder.path().size() + 1)));
+}
+
+TEST_F(FileJLogWriterTest, CleanUpSparesOtherFilesInTheFallbackFolder) {
+    makeFile(mFallback.path("calibration.bin"), 300 * kMiB, 0);
+    makeFile(mFallback.path("cam_jlog_9.txt.bak"), kMiB, 2);
+    Support::Interpose::setFreeBytes(0);
+    // By any of its names.
+    for (const char* folder : {"/data/vendor", "/data/vendor/", "/data/vendor/."}) {
+        makeFile(mFallback.path("cam_jlog_9_2024_0101_000000_01.txt"), kMiB, 1);
+        mWriter.mFolder = folder;
+        mWriter.reserveSpace(false);
+        EXPECT_THAT(mFallback.names(), ElementsAre("calibration.bin", "cam_jlog_9.txt.bak"));
+    }
+}
+
+TEST_F(FileJLogWriterTest, CleanUpReportsAFolderThatItCannotRead) {
+    Support::Interpose::setFreeBytes(0);
+    mWriter.mFolder = mFolder.path("absent");
+    mWriter.reserveSpace(false);
+    EXPECT_THAT(mLog.lines(),
+                ElementsAre(LogLine{ANDROID_LOG_ERROR, "FileAloneJLogger",
+                                    "Open folder " + mFolder.path("absent/") + " failed"}));
+}
+
+}  // namespace
+}  // namespace JCam::Utils::JLog::File

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Functions of libc and operator new that this test binary puts in front of the real ones, so that
+// the library meets a full disk, no memory, or a privileged folder. Without an order from a test
+// they only pass calls on. All may be called from any thread.
+namespace JCam::Support::Interpose {
+
+/// Undoes every order when a test ends.
+class Scope {
+  public:
+    Scope() = default;
+    ~Scope();
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+};
+
+/// statvfs answers that this many bytes are free.
+void setFreeBytes(int64_t bytes);
+/// Paths that begin with `from` begin with `to` instead.
+void redirect(const std::string& from, const std::string& to);
+/// pthread_create fails with EAGAIN.
+void refuseThreads(bool refuse);
+/// The heap has no room for a record buffer.
+void refuseBuffers(bool refuse);
+/// Deleting this path fails.
+void refuseUnlink(const std::string& path);
+/// Nice values set so far.
+std::vector<int> niceValues();
+/// Calls of fsync so far.
+int syncs();
+
+}  // namespace JCam::Support::Interpose
