@@ -1,0 +1,130 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <memory>
+
+#include "jlog/file/Buffer.h"
+#include "jlog/file/LogRecord.h"
+#include "jlog/JLogger.h"
+#include "jlog/JLogMutex.h"
+
+namespace JCam::Utils::JLog::File {
+
+class FileJLogWriter;
+
+/// The half of the file logger that runs on the callers' threads: it packs every event into a
+/// record of the current buffer and queues buffers that are full. A subclass empties the queue.
+///
+/// Threads: any number of callers may log at once. A call takes the one mutex to reserve its record
+/// and fills the record without it; it does no I/O of its own and allocates only when a buffer is
+/// full and the pool is empty. It formats nothing, unless the Android log prints debug lines of
+/// "FileAloneJLogger": then every reservation has one.
+///
+/// Memory: the queue has no bound before a consumer is started and while it lags. Without memory
+/// for a new buffer events are dropped, and one ERROR line tells when that begins.
+///
+/// Fork: a child made by fork() has no consumer, and the mutex may be held in it. As POSIX asks of
+/// the child of a threaded process, it may only exec or _exit.
+class JLOG_EXPORT FileJLoggerBase : public JLogger {
+  public:
+    using Buffer = File::Buffer;
+
+    FileJLoggerBase();
+    ~FileJLoggerBase() override;
+
+    void onLogEnter(unsigned int moduleId, const char* name, unsigned int requestNo) override;
+    void onLogExit(unsigned int moduleId, const char* name, unsigned int requestNo) override;
+    /// Keeps the first 1023 bytes of `message`, of which as many must be readable as `length` says.
+    void onLogDetails(unsigned int moduleId, const char* name, JLogLevel level, const char* message,
+                      unsigned long length) override;
+
+    /// The time of `clockId` as local "MM-DD hh:mm:ss.uuuuuu" in `out`, which has `size` bytes (40
+    /// are plenty); returns `out`. A monotonic clock prints as if it counted from the epoch.
+    static char* getTimeStamp(int clockId, char* out, unsigned long size);
+
+    /// Writes the log folder to `path`, which must hold PROPERTY_VALUE_MAX bytes (`size` is not
+    /// consulted), and creates it.
+    void getFolderPath(char* path, unsigned long size);
+
+  protected:
+    /// Empty buffers kept for the next burst: 768 KiB.
+    static constexpr size_t kMaxPooledBuffers = 3;
+
+    /// Reserves and stamps a record of `size` bytes, its header included, aligned up to 8. On true
+    /// the caller fills the record and hands it to publish(); a non-null `serial` has received the
+    /// next serial number. False when no buffer could hold the size or memory ran out.
+    [[nodiscard]] bool allocLogSpace(unsigned long size, LogHeader** header, Buffer** buffer,
+                                     unsigned int* serial) JLOG_EXCLUDES(mMutex);
+
+    /// Completes a record that allocLogSpace reserved. Record and buffer may not be touched after.
+    void publish(LogHeader* header, Buffer* buffer, RecordType type);
+
+    /// An empty buffer from the pool or from the heap; null without memory.
+    std::unique_ptr<Buffer> allocEmptyBuffer() JLOG_REQUIRES(mMutex);
+
+    [[nodiscard]] bool currentHoldsRecordsLocked() const JLOG_REQUIRES(mMutex) {
+        return mCurrent != nullptr && mCurrent->holdsRecords();
+    }
+
+    /// Queues the current buffer, which must be there, and replaces it. Returns how many writers of
+    /// the queued buffer are still pending.
+    uint32_t retireCurrentLocked() JLOG_REQUIRES(mMutex);
+
+    /// Resets the oldest buffer of the queue and moves it to the pool.
+    void recycleFront() JLOG_EXCLUDES(mMutex);
+
+    /// Without a consumer the queue is bounded: it keeps the newest full buffers.
+    void setQueueBounded(bool bounded) JLOG_EXCLUDES(mMutex);
+    [[nodiscard]] bool isQueueBoundedLocked() const JLOG_REQUIRES(mMutex) { return mQueueBounded; }
+
+    /// Asks the Android log anew whether it prints the line of every reservation.
+    void refreshReservationLine();
+
+    /// Hands every complete record of `buffer` to `writer`, in the order of reservation. Returns
+    /// how many records there are, incomplete ones included.
+    static uint32_t renderRecords(const Buffer& buffer, FileJLogWriter& writer);
+
+    /// Clock of all record time stamps: CLOCK_REALTIME, or CLOCK_MONOTONIC by property.
+    const clockid_t mClockId;
+    JLogMutex mMutex;
+    /// Retired buffers, oldest first.
+    BufferList mFullBuffers JLOG_GUARDED_BY(mMutex);
+    /// The pool: empty buffers, the one returned last at the back.
+    BufferList mEmptyBuffers JLOG_GUARDED_BY(mMutex);
+    /// Receives new records. Null only while there is no memory for it.
+    std::unique_ptr<Buffer> mCurrent JLOG_GUARDED_BY(mMutex);
+    /// Whether the consumer is to go on.
+    std::atomic<bool> mRunning{false};
+    /// Wakes the consumer.
+    JLogCondition mCond;
+    /// The last serial number handed out.
+    uint32_t mSerial JLOG_GUARDED_BY(mMutex){0};
+    /// Crash-hook mode; 0 while no hook is installed. Relaxed: writers choose by it whether to
+    /// fence, and around a change either choice is right.
+    std::atomic<int32_t> mNeHook{0};
+
+  private:
+    /// Writes what enter and exit records share.
+    void logEnterExit(RecordType type, unsigned int moduleId, const char* name,
+                      unsigned int requestNo);
+    /// Replaces a current buffer that has no room, or none at all; false without memory.
+    bool makeRoomLocked() JLOG_REQUIRES(mMutex);
+    /// Resets `buffer`, which is in the queue, and moves it to the pool. Returns what the pool has
+    /// to give up for it, or null; best freed without the mutex.
+    std::unique_ptr<Buffer> recycleLocked(Buffer* buffer) JLOG_REQUIRES(mMutex);
+    /// Gives up the oldest complete buffers of a bounded queue.
+    void trimQueueLocked() JLOG_REQUIRES(mMutex);
+
+    bool mQueueBounded JLOG_GUARDED_BY(mMutex){false};
+    /// The heap has refused a buffer, and the line that says so was printed. Until the heap gives
+    /// one again, records are kept as far as recycled buffers allow.
+    bool mOutOfMemory JLOG_GUARDED_BY(mMutex){false};
+    /// The Android log prints the line of every reservation. Kept here because asking costs a
+    /// property lookup on a device. Relaxed: around a change a line more or less is fine.
+    std::atomic<bool> mReservationLine{false};
+};
+
+}  // namespace JCam::Utils::JLog::File

@@ -1,0 +1,301 @@
+#include "jlog/file/FileJLoggerBase.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include <android/log.h>
+#include <cutils/properties.h>
+
+#include "jlog/file/FileJLogWriter.h"
+#include "jlog/file/FileLogTag.h"
+#include "jlog/file/LogFolder.h"
+
+namespace JCam::Utils::JLog::File {
+
+/// Kernel thread id of this thread; -1 until it reserves its first record.
+thread_local int sTid = -1;
+
+namespace {
+
+constexpr uint8_t kAppRequest = 1;
+
+/// Buffers that a bounded queue keeps: the newest 1 MiB of records, for a crash dump.
+constexpr size_t kMaxUnconsumedBuffers = 4;
+
+clockid_t chooseClock() {
+    return property_get_int32("vendor.debug.camera.jlog.monoclock", 0) == 1 ? CLOCK_MONOTONIC
+                                                                            : CLOCK_REALTIME;
+}
+
+constexpr size_t alignRecord(size_t size) {
+    return (size + kRecordAlignment - 1) & ~(kRecordAlignment - 1);
+}
+
+/// The room behind the fixed part of a record must hold the largest name and message.
+static_assert(sizeof(LogDetails) + kMaxNameChars + kMaxMessageChars + 2 < kBufferBytes);
+
+/// Asks for the memory of the records to come, for writing. The flush thread has read these cache
+/// lines when the buffer was in use before, so its core holds them; a caller that has to wait for
+/// the first of them does so with the mutex in hand, since the unlock waits for the stores before
+/// it.
+void prefetchBehind(const LogHeader* record, size_t bytes) {
+    constexpr uintptr_t kCacheLine = 64;
+    constexpr uintptr_t kLines = 3;  // a record of some 120 bytes, and the head of the one behind
+    // As a number: behind the buffer's end there is nothing to point at, and no harm in asking.
+    const uintptr_t end = reinterpret_cast<uintptr_t>(record) + bytes;
+    for (uintptr_t line = 1; line <= kLines; ++line) {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): never dereferenced
+        __builtin_prefetch(reinterpret_cast<const void*>(end + line * kCacheLine), 1);
+    }
+}
+
+/// Copies `count` characters to `out` and terminates them.
+void copyText(char* out, const char* text, size_t count) {
+    memcpy(out, text, count);
+    out[count] = '\0';
+}
+
+}  // namespace
+
+FileJLoggerBase::FileJLoggerBase() : mClockId(chooseClock()) {
+    mCurrent = allocEmptyBuffer();
+    refreshReservationLine();
+}
+
+FileJLoggerBase::~FileJLoggerBase() = default;
+
+void FileJLoggerBase::onLogEnter(unsigned int moduleId, const char* name, unsigned int requestNo) {
+    logEnterExit(RECORD_ENTER, moduleId, name, requestNo);
+}
+
+void FileJLoggerBase::onLogExit(unsigned int moduleId, const char* name, unsigned int requestNo) {
+    logEnterExit(RECORD_EXIT, moduleId, name, requestNo);
+}
+
+void FileJLoggerBase::logEnterExit(RecordType type, unsigned int moduleId, const char* name,
+                                   unsigned int requestNo) {
+    const size_t nameChars = strnlen(name, kMaxNameChars);
+    LogHeader* header = nullptr;
+    Buffer* buffer = nullptr;
+    unsigned int serial = 0;
+    if (!allocLogSpace(sizeof(LogEnterExit) + nameChars + 1, &header, &buffer, &serial)) {
+        return;
+    }
+    auto* record = reinterpret_cast<LogEnterExit*>(header);
+    record->serial = serial;
+    record->moduleId = moduleId;
+    record->requestNo = requestNo;
+    record->requestType = kAppRequest;
+    copyText(reinterpret_cast<char*>(record) + LogEnterExit::kNameOffset, name, nameChars);
+    publish(header, buffer, type);
+}
+
+void FileJLoggerBase::onLogDetails(unsigned int moduleId, const char* name, JLogLevel level,
+                                   const char* message, unsigned long length) {
+    const size_t nameChars = strnlen(name, kMaxNameChars);
+    const size_t messageChars = message != nullptr ? std::min<size_t>(length, kMaxMessageChars) : 0;
+    const size_t messageOffset = sizeof(LogDetails) + nameChars + 1;
+    LogHeader* header = nullptr;
+    Buffer* buffer = nullptr;
+    if (!allocLogSpace(messageOffset + messageChars + 1, &header, &buffer, nullptr)) {
+        return;
+    }
+    auto* record = reinterpret_cast<LogDetails*>(header);
+    auto* bytes = reinterpret_cast<char*>(header);
+    record->moduleId = moduleId;
+    // Eight bits keep every level that has a name; of what is above, all print alike.
+    record->level = static_cast<uint8_t>(std::min<uint32_t>(level, UINT8_MAX));
+    record->message = bytes + messageOffset;
+    copyText(bytes + LogDetails::kNameOffset, name, nameChars);
+    if (messageChars > 0) {
+        memcpy(bytes + messageOffset, message, messageChars);
+    }
+    bytes[messageOffset + messageChars] = '\0';
+    publish(header, buffer, RECORD_DETAILS);
+}
+
+bool FileJLoggerBase::allocLogSpace(unsigned long size, LogHeader** header, Buffer** buffer,
+                                    unsigned int* serial) {
+    const size_t bytes = alignRecord(size);
+    // The size itself is compared: aligning one close to the type's end wraps to 0.
+    if (size > kBufferBytes) {
+        __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "Log size too large: %zu", bytes);
+        return false;
+    }
+    mMutex.lock();
+    Buffer* current = mCurrent.get();
+    if (current == nullptr || current->freeBytes < bytes) [[unlikely]] {
+        if (!makeRoomLocked()) {
+            const bool reported = std::exchange(mOutOfMemory, true);
+            mMutex.unlock();
+            if (!reported) {
+                __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
+                                    "Out of memory: no buffer of %zu bytes, dropping records",
+                                    sizeof(Buffer));
+            }
+            return false;
+        }
+        current = mCurrent.get();
+    }
+    LogHeader* record = current->reserve(bytes);
+    if (serial != nullptr) {
+        *serial = ++mSerial;
+    }
+    mMutex.unlock();
+    prefetchBehind(record, bytes);
+
+    if (sTid < 0) [[unlikely]] {
+        sTid = gettid();
+    }
+    record->tid = sTid;
+    clock_gettime(mClockId, &record->timestamp);
+    *header = record;
+    *buffer = current;
+    if (mReservationLine.load(std::memory_order_relaxed)) [[unlikely]] {
+        __android_log_print(ANDROID_LOG_DEBUG, kFileLogTag, "size = %zu, %p of buffer %p", bytes,
+                            static_cast<void*>(record), static_cast<void*>(current));
+    }
+    return true;
+}
+
+void FileJLoggerBase::publish(LogHeader* header, Buffer* buffer, RecordType type) {
+    if (mNeHook.load(std::memory_order_relaxed) >= 1) {
+        // Full, not only the release of the type: a crash handler also reads the buffer's other
+        // words, without the mutex.
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+    }
+    header->publish(type);
+    if (buffer->finishWriter()) {
+        mCond.notifyOne();
+    }
+}
+
+bool FileJLoggerBase::makeRoomLocked() {
+    if (mCurrent == nullptr) {
+        mCurrent = allocEmptyBuffer();
+    } else {
+        retireCurrentLocked();
+        mCond.notifyOne();
+    }
+    return mCurrent != nullptr;
+}
+
+uint32_t FileJLoggerBase::retireCurrentLocked() {
+    const uint32_t pending = mCurrent->markFull();
+    mFullBuffers.pushBack(std::move(mCurrent));
+    if (mQueueBounded) {
+        trimQueueLocked();
+    }
+    mCurrent = allocEmptyBuffer();
+    return pending;
+}
+
+void FileJLoggerBase::trimQueueLocked() {
+    Buffer* buffer = mFullBuffers.front();
+    while (buffer != nullptr && mFullBuffers.size() > kMaxUnconsumedBuffers) {
+        Buffer* next = buffer->next;
+        if (buffer->writersPending() == 0) {
+            recycleLocked(buffer);
+        }
+        buffer = next;
+    }
+}
+
+std::unique_ptr<Buffer> FileJLoggerBase::allocEmptyBuffer() {
+    if (!mEmptyBuffers.empty()) {
+        return mEmptyBuffers.popBack();
+    }
+    const int callersErrno = errno;
+    std::unique_ptr<Buffer> buffer(new (std::nothrow) Buffer);
+    errno = callersErrno;
+    if (buffer != nullptr) {
+        mOutOfMemory = false;
+    }
+    // A crash handler may come upon the buffer without the mutex: its fields before its address.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    return buffer;
+}
+
+std::unique_ptr<Buffer> FileJLoggerBase::recycleLocked(Buffer* buffer) {
+    std::unique_ptr<Buffer> surplus;
+    if (mEmptyBuffers.size() >= kMaxPooledBuffers) {
+        surplus = mEmptyBuffers.popFront();
+    }
+    buffer->reset();
+    mEmptyBuffers.pushBack(mFullBuffers.remove(buffer));
+    return surplus;
+}
+
+void FileJLoggerBase::recycleFront() {
+    std::unique_ptr<Buffer> surplus;
+    const JLogLock lock(mMutex);
+    surplus = recycleLocked(mFullBuffers.front());
+}
+
+void FileJLoggerBase::setQueueBounded(bool bounded) {
+    const JLogLock lock(mMutex);
+    mQueueBounded = bounded;
+}
+
+void FileJLoggerBase::refreshReservationLine() {
+    const bool loggable =
+            __android_log_is_loggable(ANDROID_LOG_DEBUG, kFileLogTag, ANDROID_LOG_VERBOSE) != 0;
+    mReservationLine.store(loggable, std::memory_order_relaxed);
+}
+
+uint32_t FileJLoggerBase::renderRecords(const Buffer& buffer, FileJLogWriter& writer) {
+    uint32_t records = 0;
+    const char* end = buffer.end();
+    for (const char* place = buffer.data; place < end; ++records) {
+        const auto* header = reinterpret_cast<const LogHeader*>(place);
+        switch (header->type()) {
+            case RECORD_ENTER:
+                writer.onLogEnter(reinterpret_cast<const LogEnterExit*>(header));
+                break;
+            case RECORD_EXIT:
+                writer.onLogExit(reinterpret_cast<const LogEnterExit*>(header));
+                break;
+            case RECORD_DETAILS:
+                writer.onLogDetails(reinterpret_cast<const LogDetails*>(header));
+                break;
+            case RECORD_INCOMPLETE:
+            default:
+                break;
+        }
+        place += header->size();
+    }
+    return records;
+}
+
+char* FileJLoggerBase::getTimeStamp(int clockId, char* out, unsigned long size) {
+    timespec now = {};
+    clock_gettime(clockId, &now);
+    tm local = {};
+    if (localtime_r(&now.tv_sec, &local) == nullptr) {
+        local = {};
+    }
+    const size_t dateChars = strftime(out, size, "%m-%d %H:%M:%S", &local);
+    if (dateChars == 0) {
+        __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "strftime failed");
+    }
+    const int microChars =
+            snprintf(out + dateChars, size - dateChars, ".%06ld", now.tv_nsec / 1000);
+    if (microChars < 0) {
+        out[dateChars] = '\0';
+    }
+    return out;
+}
+
+// A member by its interface, though it needs nothing of the object.
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static)
+void FileJLoggerBase::getFolderPath(char* path, unsigned long /*size*/) {
+    prepareLogFolder(path);
+}
+
+}  // namespace JCam::Utils::JLog::File

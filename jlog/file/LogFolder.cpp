@@ -1,0 +1,33 @@
+#include "jlog/file/LogFolder.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include <android/log.h>
+#include <cutils/properties.h>
+
+#include "jlog/file/FileLogTag.h"
+
+namespace JCam::Utils::JLog::File {
+
+namespace {
+
+// The vendor's ULog logger writes to the same folder.
+constexpr char kFolderProperty[] = "vendor.debug.camera.ulog.folder";
+constexpr char kDefaultFolder[] = "/data/vendor/cam_ulog";
+constexpr mode_t kFolderMode = 0771;
+
+static_assert(kFolderPathBytes >= PROPERTY_VALUE_MAX);
+
+}  // namespace
+
+void prepareLogFolder(char* path) {
+    property_get(kFolderProperty, path, kDefaultFolder);
+    if (mkdir(path, kFolderMode) != 0 && errno != EEXIST) {
+        __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "mkdir(%s) failed, errno = %d", path,
+                            errno);
+    }
+}
+
+}  // namespace JCam::Utils::JLog::File
