@@ -1,0 +1,93 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "jlog/file/FileJLoggerBase.h"
+#include "jlog/file/FileJLogWriter.h"
+
+namespace JCam::Utils::JLog::File {
+
+/// The file logger that works on its own: records become text files within one flush interval.
+///
+/// One background thread, the flush thread, takes full buffers off the queue, renders them through
+/// the writer and recycles them; when nothing fills up it retires the current buffer once an
+/// interval. It idles at nice 19 and raises itself as buffers queue up.
+///
+/// Life: construct, onInit() once, log and onFlush() from any thread, onUninit(), destroy. Records
+/// logged before onInit() wait in memory and reach the first file; what is logged after onUninit()
+/// stays in memory and goes with the object.
+///
+/// Failures: without a file, records are dropped with an ERROR line per buffer, and memory does not
+/// grow. Without a flush thread, one ERROR line says so, and the newest buffers stay in memory.
+class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
+  public:
+    FileAloneJLogger();
+    ~FileAloneJLogger() override;
+
+    /// Creates the folder and the first file and starts the flush thread. Not again before
+    /// onUninit().
+    void onInit() override;
+    /// Writes everything that is buffered, stops the thread and closes the file. Blocks for as long
+    /// as that takes. Without effect on a logger that does not run.
+    void onUninit() override;
+    /// Retires the current buffer and wakes the flush thread. Waits until everything logged before
+    /// the call is in the file, at most `timeoutSec` seconds; below 1 it does not wait. The batch
+    /// ends with an fsync, unless all its text had gone out already because the text buffer was
+    /// full.
+    void onFlush(int timeoutSec) override;
+
+  private:
+    /// What the flush thread knows.
+    struct FlushState {
+        int32_t flushIntervalMs{0};
+        /// Index into the nice values; higher is more urgent.
+        int boostLevel{0};
+        uint32_t logsWritten{0};
+        uint32_t passes{0};
+    };
+
+    /// What the next pass has to do.
+    enum class Decision {
+        STOP,             // nothing is buffered, and the logger is to stop
+        RENDER_COMPLETE,  // the one queued buffer has no pending writer
+        RENDER_QUEUED,    // buffers are queued; the first may have pending writers
+    };
+
+    static void* threadMain(void* logger);
+    void flushThreadEntry();
+    bool startThread();
+
+    /// Waits for the next buffer to render, with `remaining` more behind it; null when the thread
+    /// is to stop. The buffer stays in the queue while it is rendered, for a crash dump to find.
+    const Buffer* nextBuffer(FlushState& state, size_t* remaining) JLOG_EXCLUDES(mMutex);
+    Decision decideLocked(FlushState& state) JLOG_REQUIRES(mMutex);
+    void idleStepLocked(FlushState& state) JLOG_REQUIRES(mMutex);
+    void pauseLocked(const FlushState& state) JLOG_REQUIRES(mMutex);
+    void raiseBoostLocked(FlushState& state) JLOG_REQUIRES(mMutex);
+    void awaitFrontWritersLocked() JLOG_REQUIRES(mMutex);
+    void finishFlushLocked() JLOG_REQUIRES(mMutex);
+    [[nodiscard]] bool stopDueLocked() const JLOG_REQUIRES(mMutex);
+
+    /// Renders `buffer`, behind which `remaining` more are queued. Runs without the mutex.
+    void renderBuffer(const Buffer& buffer, size_t remaining, FlushState& state);
+    void logStatus(const FlushState& state, size_t remaining) const;
+    static void setBoost(FlushState& state, int level);
+
+    /// The flush thread, from onInit() to onUninit().
+    std::optional<pthread_t> mThread JLOG_GUARDED_BY(mMutex);
+    /// Used by the flush thread alone while it lives, and by the thread that starts and stops it
+    /// before and after: the start and the join order the accesses.
+    FileJLogWriter mWriter;
+    /// An onFlush() waits for the queue to be drained. Written under the mutex; the status line
+    /// reads it without, relaxed, since it only decides about that one line.
+    std::atomic<bool> mFlushPending{false};
+    /// Notified when mFlushPending is cleared.
+    JLogCondition mFlushDone;
+};
+
+}  // namespace JCam::Utils::JLog::File

@@ -1,0 +1,312 @@
+#include "jlog/file/FileAloneJLogger.h"
+
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstring>
+
+#include <android/log.h>
+#include <cutils/properties.h>
+
+#include "jlog/file/FileLogTag.h"
+#include "jlog/file/LogFolder.h"
+
+namespace JCam::Utils::JLog::File {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr char kThreadName[] = "FileAloneJLogger";
+
+/// Nice value of each boost level. Going back up from 19 needs a capability, like going below 0; a
+/// thread without it stays where it is, which is no error.
+constexpr int kNiceByBoost[] = {19, 10, 0, -4};
+constexpr int kMaxBoost = 3;
+constexpr int kBusyBoost = 2;
+static_assert(sizeof(kNiceByBoost) / sizeof(kNiceByBoost[0]) == kMaxBoost + 1);
+
+/// Queue lengths that raise the boost: from this many on to kBusyBoost, above that to kMaxBoost.
+constexpr size_t kBusyQueue = 4;
+constexpr size_t kOverloadQueue = 10;
+
+/// How long to wait for a writer between two looks: a record takes far less, and a wake-up that was
+/// missed costs no more than this.
+constexpr milliseconds kWritersWait(40);
+constexpr milliseconds kFlushWait(1000);
+
+constexpr uint32_t kStatusPasses = 4;
+/// A batch that ends on its own is worth a status line when it comes at most this often.
+constexpr int32_t kStatusIntervalMs = 500;
+
+/// Creates a thread that disturbs nobody: under the default policy, whatever real-time one the
+/// creator has, and deaf to the host's signals. Only what a thread does to itself still reaches it;
+/// a write beyond the file size limit then fails instead of ending the process. Returns the error.
+///
+/// Not std::thread, which throws where this returns: there is nothing to catch with in a build
+/// without exceptions.
+int createBackgroundThread(pthread_t* thread, void* (*entry)(void*), void* argument) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    const sched_param parameters = {};
+    pthread_attr_setinheritsched(&attributes, PTHREAD_EXPLICIT_SCHED);
+    pthread_attr_setschedpolicy(&attributes, SCHED_OTHER);
+    pthread_attr_setschedparam(&attributes, &parameters);
+
+    sigset_t blocked;
+    sigset_t original;
+    sigfillset(&blocked);
+    for (const int fault : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP}) {
+        sigdelset(&blocked, fault);
+    }
+    pthread_sigmask(SIG_SETMASK, &blocked, &original);
+    const int error = pthread_create(thread, &attributes, entry, argument);
+    pthread_sigmask(SIG_SETMASK, &original, nullptr);
+    pthread_attr_destroy(&attributes);
+    return error;
+}
+
+}  // namespace
+
+FileAloneJLogger::FileAloneJLogger() = default;
+
+// Statically bound: this class's own, whatever a subclass overrides.
+FileAloneJLogger::~FileAloneJLogger() {
+    FileAloneJLogger::onUninit();
+}
+
+void FileAloneJLogger::onInit() {
+    char folder[kFolderPathBytes] = {};
+    prepareLogFolder(folder);
+    mWriter.mFolder = folder;
+    // Without a file the thread runs all the same: it reports, and keeps memory from growing.
+    mWriter.open(true, "", false);
+    // Release: a thread that sees the logger running sees what was prepared for it.
+    mRunning.store(true, std::memory_order_release);
+    if (!startThread()) {
+        mRunning.store(false, std::memory_order_release);
+        mWriter.close();
+    }
+}
+
+bool FileAloneJLogger::startThread() {
+    setQueueBounded(false);
+    pthread_t thread = {};
+    const int error = createBackgroundThread(&thread, threadMain, this);
+    if (error != 0) {
+        setQueueBounded(true);
+        __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
+                            "Unable to start the flush thread (%s); only the newest records are "
+                            "kept, in memory",
+                            strerror(error));
+        return false;
+    }
+    const JLogLock lock(mMutex);
+    mThread = thread;
+    return true;
+}
+
+void FileAloneJLogger::onUninit() {
+    // Acquire: meets the store of onInit(), so that what it prepared is visible here.
+    if (!mRunning.load(std::memory_order_acquire)) {
+        return;
+    }
+    pthread_t thread = {};
+    {
+        const JLogLock lock(mMutex);
+        // Release, and under the mutex: the thread is either before its test or in a wait.
+        mRunning.store(false, std::memory_order_release);
+        mCond.notifyAll();
+        thread = *mThread;
+    }
+    pthread_join(thread, nullptr);
+    // Even the last write and the close: an onFlush() that comes now finds a stopped logger.
+    const JLogLock lock(mMutex);
+    mThread.reset();
+    finishFlushLocked();
+    mWriter.close();
+}
+
+void FileAloneJLogger::onFlush(int timeoutSec) {
+    const JLogLock lock(mMutex);
+    mFlushPending.store(true, std::memory_order_relaxed);
+    // A bounded queue counts buffers: one that is nearly empty would push out a full one.
+    if (currentHoldsRecordsLocked() && !isQueueBoundedLocked()) {
+        retireCurrentLocked();
+    }
+    mCond.notifyAll();
+    if (!mThread.has_value()) {
+        return;
+    }
+    for (int second = 0; second < timeoutSec; ++second) {
+        // By deadline, so that a wait that ends early does not count as a second.
+        const auto deadline = std::chrono::steady_clock::now() + kFlushWait;
+        while (mFlushPending.load(std::memory_order_relaxed)) {
+            if (!mFlushDone.waitUntil(mMutex, deadline)) {
+                break;
+            }
+        }
+        if (!mFlushPending.load(std::memory_order_relaxed)) {
+            return;
+        }
+    }
+}
+
+void* FileAloneJLogger::threadMain(void* logger) {
+    static_cast<FileAloneJLogger*>(logger)->flushThreadEntry();
+    return nullptr;
+}
+
+void FileAloneJLogger::flushThreadEntry() {
+    prctl(PR_SET_NAME, kThreadName);
+    FlushState state;
+    setBoost(state, 0);
+    state.flushIntervalMs = property_get_int32("vendor.debug.camera.jlog.flushms", 1000);
+    __android_log_print(ANDROID_LOG_INFO, kFileLogTag,
+                        "File ULogger is running; flushInterval = %d ms, neHook = %d",
+                        state.flushIntervalMs, mNeHook.load(std::memory_order_relaxed));
+    size_t remaining = 0;
+    while (const Buffer* buffer = nextBuffer(state, &remaining)) {
+        renderBuffer(*buffer, remaining, state);
+        refreshReservationLine();
+        recycleFront();
+    }
+    __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "File ULogger stopped");
+}
+
+const FileAloneJLogger::Buffer* FileAloneJLogger::nextBuffer(FlushState& state, size_t* remaining) {
+    ++state.passes;
+    const JLogLock lock(mMutex);
+    const Decision decision = decideLocked(state);
+    if (decision == Decision::STOP) {
+        finishFlushLocked();
+        return nullptr;
+    }
+    if (decision == Decision::RENDER_QUEUED) {
+        raiseBoostLocked(state);
+        awaitFrontWritersLocked();
+    }
+    *remaining = mFullBuffers.size() - 1;
+    return mFullBuffers.front();
+}
+
+FileAloneJLogger::Decision FileAloneJLogger::decideLocked(FlushState& state) {
+    while (mFullBuffers.empty()) {
+        if (stopDueLocked()) {
+            return Decision::STOP;
+        }
+        idleStepLocked(state);
+        // Relaxed, as in stopDueLocked(): the store that matters happens under the mutex.
+        if (mRunning.load(std::memory_order_relaxed)) {
+            pauseLocked(state);
+            if (!mFullBuffers.empty()) {
+                break;
+            }
+            if (stopDueLocked()) {
+                return Decision::STOP;
+            }
+        }
+        if (!currentHoldsRecordsLocked()) {
+            continue;
+        }
+        if (retireCurrentLocked() == 0) {
+            return Decision::RENDER_COMPLETE;
+        }
+        mCond.waitFor(mMutex, kWritersWait);
+    }
+    return Decision::RENDER_QUEUED;
+}
+
+bool FileAloneJLogger::stopDueLocked() const {
+    return !mRunning.load(std::memory_order_relaxed) && !currentHoldsRecordsLocked();
+}
+
+void FileAloneJLogger::idleStepLocked(FlushState& state) {
+    if (state.boostLevel > 0) {
+        setBoost(state, state.boostLevel - 1);
+    }
+    finishFlushLocked();
+}
+
+void FileAloneJLogger::finishFlushLocked() {
+    if (mFlushPending.load(std::memory_order_relaxed)) {
+        mFlushPending.store(false, std::memory_order_relaxed);
+        mFlushDone.notifyAll();
+    }
+}
+
+void FileAloneJLogger::pauseLocked(const FlushState& state) {
+    if (state.flushIntervalMs >= 1) {
+        mCond.waitFor(mMutex, milliseconds(state.flushIntervalMs));
+        return;
+    }
+    mMutex.unlock();
+    sched_yield();
+    mMutex.lock();
+}
+
+void FileAloneJLogger::raiseBoostLocked(FlushState& state) {
+    if (state.boostLevel >= kMaxBoost) {
+        return;
+    }
+    const size_t queued = mFullBuffers.size();
+    if (queued > kOverloadQueue || mFlushPending.load(std::memory_order_relaxed)) {
+        setBoost(state, kMaxBoost);
+    } else if (queued >= kBusyQueue && state.boostLevel != kBusyBoost) {
+        setBoost(state, kBusyBoost);
+    }
+}
+
+void FileAloneJLogger::setBoost(FlushState& state, int level) {
+    state.boostLevel = level;
+    // On Linux this changes the one thread, whatever the name of the first argument says.
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNiceByBoost[level]);
+}
+
+void FileAloneJLogger::awaitFrontWritersLocked() {
+    while (mFullBuffers.front()->writersPending() > 0) {
+        mCond.waitFor(mMutex, kWritersWait);
+    }
+}
+
+void FileAloneJLogger::renderBuffer(const Buffer& buffer, size_t remaining, FlushState& state) {
+    if (mWriter.mFd < 0) {
+        __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
+                            "Unable to open file. Please disable SELinux and restart "
+                            "camerahalserver. !!!");
+        return;
+    }
+    state.logsWritten += renderRecords(buffer, mWriter);
+    if (remaining == 0) {
+        mWriter.flush(true);
+    }
+    const bool batchEndsWithStatus =
+            remaining == 0 && (state.flushIntervalMs >= kStatusIntervalMs ||
+                               mFlushPending.load(std::memory_order_relaxed));
+    if (state.passes % kStatusPasses == 0 || batchEndsWithStatus) {
+        logStatus(state, remaining);
+    }
+}
+
+void FileAloneJLogger::logStatus(const FlushState& state, size_t remaining) const {
+    if (mClockId != CLOCK_MONOTONIC) {
+        __android_log_print(ANDROID_LOG_DEBUG, kFileLogTag,
+                            "File ULogger: %u logs written, %zu buffers queueing (%s)",
+                            state.logsWritten, remaining, mWriter.mFilePath.c_str());
+        return;
+    }
+    char mono[40] = {};
+    char real[40] = {};
+    getTimeStamp(CLOCK_MONOTONIC, mono, sizeof(mono));
+    getTimeStamp(CLOCK_REALTIME, real, sizeof(real));
+    __android_log_print(ANDROID_LOG_DEBUG, kFileLogTag,
+                        "File ULogger: %u logs written, %zu buffers queueing; mono = %s, real = %s "
+                        "(%s)",
+                        state.logsWritten, remaining, mono, real, mWriter.mFilePath.c_str());
+}
+
+}  // namespace JCam::Utils::JLog::File
