@@ -1,0 +1,78 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "jlog/JLogExport.h"
+#include "jlog/JLogger.h"
+
+namespace JCam::Utils::JLog {
+
+/// Placeholder for parameters of a later stage of the initialisation; nothing reads it.
+struct JLogInitParam {
+    bool enabled{false};
+};
+
+/// The start-up policy behind JLogInitializer: decides level, mode, filter and back end from the
+/// properties, the kind of build and the host's enable mask, installs the back end and starts it.
+///
+/// Kinds of build: a release build is a pre-release, a market (end-user) build or neither; every
+/// other build is an engineering build. Aging builds, which run for days under heat, are told by a
+/// property of their own.
+///
+/// Threads: instances are created and destroyed on one thread; the static functions run on any.
+class JLOG_EXPORT JLogInitializerImpl {
+  public:
+    explicit JLogInitializerImpl(int mask);
+    /// Destroys the logger when no initializer is left; while others live it is handed on to them.
+    ~JLogInitializerImpl();
+    JLogInitializerImpl(const JLogInitializerImpl&) = delete;
+    JLogInitializerImpl& operator=(const JLogInitializerImpl&) = delete;
+
+    /// Classifies the build; may decide the default level and sLaoEnable.
+    static void camLogPolicy();
+    /// The default level: the cached one, or else that of the user's level property.
+    static uint32_t getDefaultJLogLevel();
+    static bool isAgingVer();
+    /// Whether the log-capture tool runs in USB mode.
+    static bool isCapsuleInUsbMode();
+    static void updateLogLevel();
+    static void setCamLaoEnable(bool enable);
+    static void setIsReleaseVer(bool release);
+    static void initForJLogInit(const JLogInitParam& param);
+
+    /// Takes one initializer off the count. The last one stops the logger and puts the Android log
+    /// back in its place.
+    static void release();
+
+    /// Live initializers. Not atomic: see Threads.
+    static int32_t sInited;
+
+    // What the properties said. Atomic because updateLogLevel() runs on any thread; relaxed because
+    // each is a word of its own, from which nobody concludes about another.
+
+    /// Cached default level; 0 while undecided.
+    static std::atomic<uint32_t> sDefaultLogLevel;
+    static std::atomic<bool> sReleaseVer;
+    static std::atomic<bool> sPreVer;
+    static std::atomic<bool> sMarketVer;
+    /// Pair the Android log with the trace back end in default mode.
+    static std::atomic<bool> sLaoEnable;
+    /// What the mask said about file logging when it was asked, on a market or pre-release build.
+    static std::atomic<bool> sJlogEnable4Market;
+    static std::atomic<bool> sJlogEnable4Pre;
+    /// Always false; isAgingVer() asks anew.
+    static std::atomic<bool> sAgingVer;
+
+  private:
+    static uint32_t requestedMode(int mask);
+    static uint32_t adjustModeToBuild(uint32_t mode, int mask);
+    static uint32_t chooseLevel(uint32_t mode);
+    void install(uint32_t mode, uint32_t level);
+
+    /// The logger that this instance created, or null.
+    std::unique_ptr<JLogger> mLogger;
+};
+
+}  // namespace JCam::Utils::JLog
