@@ -1,0 +1,73 @@
+#include "Ledger.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <functional>
+
+namespace CameraHost {
+
+using JCam::Utils::JLog::JLogLevel;
+
+namespace {
+
+constexpr size_t kMaxTagBytes = 128;
+constexpr size_t kMaxTextBytes = 1023;
+
+void add(std::atomic<uint64_t>& count, uint64_t n) {
+    // One writer: a load and a store do, and cost less than a read-modify-write.
+    count.store(count.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
+}
+
+uint64_t mix(uint64_t seed, uint64_t value) {
+    constexpr uint64_t kGoldenRatio = 0x9e3779b97f4a7c15;
+    return seed ^ (value + kGoldenRatio + (seed << 6U) + (seed >> 2U));
+}
+
+uint64_t hashOf(std::string_view text) {
+    return std::hash<std::string_view>{}(text);
+}
+
+}  // namespace
+
+char levelLetter(JLogLevel level) {
+    constexpr std::string_view kLetters = "VEWIDDV";
+    return level < kLetters.size() ? kLetters[level] : 'V';
+}
+
+uint64_t detailsHash(char letter, std::string_view tag, std::string_view text) {
+    tag = tag.substr(0, kMaxTagBytes);
+    tag = tag.substr(0, tag.find_last_not_of(' ') + 1);
+    return mix(mix(hashOf(tag), hashOf(text.substr(0, kMaxTextBytes))),
+               static_cast<uint64_t>(letter));
+}
+
+uint64_t scopeHash(char sign, uint32_t moduleId, std::string_view name, uint32_t requestNo) {
+    return mix(mix(mix(hashOf(name), moduleId), requestNo), static_cast<uint64_t>(sign));
+}
+
+void Ledger::adoptThread() {
+    mTid.store(static_cast<int>(syscall(SYS_gettid)), std::memory_order_relaxed);
+}
+
+void Ledger::addEnter(uint32_t moduleId, std::string_view name, uint32_t requestNo) {
+    add(mContentSum, scopeHash('+', moduleId, name, requestNo));
+    add(mEnters, 1);
+}
+
+void Ledger::addExit(uint32_t moduleId, std::string_view name, uint32_t requestNo) {
+    add(mContentSum, scopeHash('-', moduleId, name, requestNo));
+    add(mExits, 1);
+}
+
+void Ledger::addDetails(JLogLevel level, std::string_view tag, std::string_view text) {
+    add(mContentSum, detailsHash(levelLetter(level), tag, text));
+    add(mDetails, 1);
+}
+
+void Ledger::addTiming(uint64_t calls, uint64_t ns) {
+    add(mTimedCalls, calls);
+    add(mTimedNs, ns);
+}
+
+}  // namespace CameraHost

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string_view>
+
+#include "jlog/JLogger.h"
+
+namespace CameraHost {
+
+/// The letter of a details level in the log files.
+[[nodiscard]] char levelLetter(JCam::Utils::JLog::JLogLevel level);
+
+/// A hash of what the file keeps of a details message: the level letter, the tag cut to 128 bytes
+/// without trailing blanks (short tags are padded with them) and the text cut to 1023 bytes.
+[[nodiscard]] uint64_t detailsHash(char letter, std::string_view tag, std::string_view text);
+
+/// A hash of an enter ('+') or exit ('-') line without its serial.
+[[nodiscard]] uint64_t scopeHash(char sign, uint32_t moduleId, std::string_view name,
+                                 uint32_t requestNo);
+
+/// What one thread has logged: the truth that the files are checked against.
+///
+/// Only the thread that owns it writes; the progress line reads the counts meanwhile. All loads and
+/// stores are relaxed: a reader needs each count alone, and the check runs after the join. Aligned
+/// to a cache line, so that two threads never share one.
+class alignas(64) Ledger {
+  public:
+    explicit Ledger(uint32_t number) : mNumber(number) {}
+
+    /// Makes the calling thread the owner.
+    void adoptThread();
+
+    void addEnter(uint32_t moduleId, std::string_view name, uint32_t requestNo);
+    void addExit(uint32_t moduleId, std::string_view name, uint32_t requestNo);
+    void addDetails(JCam::Utils::JLog::JLogLevel level, std::string_view tag,
+                    std::string_view text);
+    /// Adds `calls` library calls that together took `ns`.
+    void addTiming(uint64_t calls, uint64_t ns);
+
+    /// N of "TN:" in the texts of this thread.
+    [[nodiscard]] uint32_t number() const { return mNumber; }
+    [[nodiscard]] int tid() const { return mTid.load(std::memory_order_relaxed); }
+    [[nodiscard]] uint64_t enters() const { return mEnters.load(std::memory_order_relaxed); }
+    [[nodiscard]] uint64_t exits() const { return mExits.load(std::memory_order_relaxed); }
+    /// Also the running number of the latest details message: they count from 1.
+    [[nodiscard]] uint64_t details() const { return mDetails.load(std::memory_order_relaxed); }
+    [[nodiscard]] uint64_t events() const { return enters() + exits() + details(); }
+    /// The sum of the hashes of all events, which does not depend on their order.
+    [[nodiscard]] uint64_t contentSum() const {
+        return mContentSum.load(std::memory_order_relaxed);
+    }
+    [[nodiscard]] uint64_t timedCalls() const {
+        return mTimedCalls.load(std::memory_order_relaxed);
+    }
+    [[nodiscard]] uint64_t timedNs() const { return mTimedNs.load(std::memory_order_relaxed); }
+
+  private:
+    const uint32_t mNumber;
+    std::atomic<int> mTid{0};
+    std::atomic<uint64_t> mEnters{0};
+    std::atomic<uint64_t> mExits{0};
+    std::atomic<uint64_t> mDetails{0};
+    std::atomic<uint64_t> mContentSum{0};
+    std::atomic<uint64_t> mTimedCalls{0};
+    std::atomic<uint64_t> mTimedNs{0};
+};
+
+}  // namespace CameraHost

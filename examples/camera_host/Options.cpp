@@ -1,0 +1,64 @@
+#include "Options.h"
+
+#include <CLI/CLI.hpp>
+
+#include "ExitStatus.h"
+
+namespace CameraHost {
+
+namespace {
+
+/// An error message for a text that is not "key=value"; empty if it is.
+std::string checkProperty(const std::string& text) {
+    const size_t equals = text.find('=');
+    if (equals == std::string::npos || equals == 0 || text.find(' ') < equals) {
+        return "'" + text + "' is not key=value";
+    }
+    return {};
+}
+
+}  // namespace
+
+std::optional<int> parseOptions(int argc, char** argv, Options& options) {
+    std::vector<std::string> properties;
+    CLI::App app(
+            "A small camera HAL host: runs request pipelines that log, then checks the log files.");
+    app.add_option("--mode", options.mode, "Logging mode, for example 20 or 0x14")
+            ->check(CLI::Range(0, 0xff))
+            ->capture_default_str();
+    app.add_option("--mask", options.mask, "Enable mask of the initializer")->capture_default_str();
+    app.add_option("--prop", properties,
+                   "Set a system property before logging starts; repeatable, and stronger than "
+                   "--mode and --folder. What the library reads when it is loaded "
+                   "(vendor.debug.camera.jlog.level) comes too late here")
+            ->type_name("KEY=VALUE")
+            ->check(CLI::Validator(checkProperty, ""))
+            ->expected(1)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_option("--folder", options.folder, "Folder of the log files")->capture_default_str();
+    app.add_option("--threads", options.threads, "Threads of the pipeline")
+            ->check(CLI::Range(1, 256))
+            ->capture_default_str();
+    app.add_option("--seconds", options.seconds, "How long the pipeline runs")
+            ->check(CLI::Range(1, 86400))
+            ->capture_default_str();
+    app.add_option("--rate", options.rate, "Requests per second and thread; 0: as fast as it can")
+            ->check(CLI::Range(0, 100000))
+            ->capture_default_str();
+    app.add_option("--replay", options.replayFile,
+                   "Replay a logcat threadtime file instead, as fast as it can, on one thread per "
+                   "thread id of the file")
+            ->check(CLI::ExistingFile);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_FINE : EXIT_USAGE;
+    }
+    for (const std::string& property : properties) {
+        const size_t equals = property.find('=');
+        options.properties.emplace_back(property.substr(0, equals), property.substr(equals + 1));
+    }
+    return std::nullopt;
+}
+
+}  // namespace CameraHost

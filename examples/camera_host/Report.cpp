@@ -1,0 +1,111 @@
+#include "Report.h"
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <numeric>
+#include <string>
+
+#include <fmt/core.h>
+
+#include "jlog/JLogger.h"
+
+namespace CameraHost {
+
+using namespace JCam::Utils::JLog;
+
+namespace {
+
+constexpr size_t kTailLines = 5;
+
+/// The back ends that a mode drives: one at most, and the trace.
+std::string describeMode(unsigned int mode) {
+    const bool hasTrace = (mode & MODE_TRACE) != 0;
+    const char* const log = (mode & MODE_FILE_ALONE) != 0   ? "own files"
+                            : (mode & MODE_FILE_MERGE) != 0 ? "ULog merge"
+                            : (mode & MODE_DEFAULT) != 0    ? "Android log"
+                                                            : "no log";
+    return fmt::format("{}{}", log, hasTrace ? " and trace" : "");
+}
+
+/// The sum of a count over all threads.
+uint64_t sumOf(const std::deque<Ledger>& ledgers, uint64_t (Ledger::*count)() const) {
+    return std::accumulate(
+            ledgers.begin(), ledgers.end(), uint64_t{0},
+            [count](uint64_t sum, const Ledger& ledger) { return sum + (ledger.*count)(); });
+}
+
+}  // namespace
+
+void printStart(const Options& options, unsigned int mode) {
+    fmt::print("process {}, mode 0x{:02x} ({}), mask 0x{:x}, details level {}\n", getpid(), mode,
+               describeMode(mode), options.mask, JLogger::getDetailsLevel());
+    if (!options.replayFile.empty()) {
+        return;
+    }
+    if (options.rate == 0) {
+        fmt::print("{} threads as fast as they can for {} s\n", options.threads, options.seconds);
+    } else {
+        fmt::print("{} threads, {} requests/s each, for {} s\n", options.threads, options.rate,
+                   options.seconds);
+    }
+}
+
+void printScript(const ReplayScript& script) {
+    fmt::print("replay: messages {}, threads {}\n", script.messages, script.threads.size());
+    if (script.fatal > 0) {
+        fmt::print("replay: {} messages of level F, replayed as errors\n", script.fatal);
+    }
+    if (script.unreadable > 0) {
+        fmt::print(
+                "replay: {} lines cannot be read and are left out{}\n", script.unreadable,
+                script.unreadable > script.firstUnreadable.size() ? "; the first of them:" : ":");
+    }
+    for (const ReplayScript::UnreadableLine& line : script.firstUnreadable) {
+        fmt::print("    line {}: {}\n", line.number, line.reason);
+    }
+}
+
+void printProgress(std::chrono::duration<double> elapsed, const std::deque<Ledger>& ledgers) {
+    fmt::print("{:6.1f} s {:12} events\n", elapsed.count(), sumOf(ledgers, &Ledger::events));
+    static_cast<void>(std::fflush(stdout));  // a pipe is to see it now
+}
+
+void printLogged(const std::deque<Ledger>& ledgers, std::string_view timedWhat) {
+    fmt::print("events logged  enter {}, exit {}, details {}\n", sumOf(ledgers, &Ledger::enters),
+               sumOf(ledgers, &Ledger::exits), sumOf(ledgers, &Ledger::details));
+    const uint64_t calls = sumOf(ledgers, &Ledger::timedCalls);
+    if (calls == 0) {
+        fmt::print("ns per call    not measured: no timed call was enabled\n");
+        return;
+    }
+    const auto ns = static_cast<double>(sumOf(ledgers, &Ledger::timedNs));
+    fmt::print("ns per call    {:.0f} (mean wall time over {} calls on the logging threads: {})\n",
+               ns / static_cast<double>(calls), calls, timedWhat);
+}
+
+void printFindings(const Findings& findings) {
+    fmt::print("lines found    enter {}, exit {}, details {}\n", findings.enters, findings.exits,
+               findings.details);
+    fmt::print("check          lost {}, duplicated {}, torn {}\n", findings.lost,
+               findings.duplicated, findings.torn);
+    for (const std::string& note : findings.notes) {
+        fmt::print("    {}\n", note);
+    }
+}
+
+void printFiles(const std::vector<LogFile>& files) {
+    for (const LogFile& file : files) {
+        fmt::print("file           {}  {} bytes\n", file.path.string(), file.bytes);
+    }
+    if (files.empty()) {
+        return;
+    }
+    fmt::print("last lines of {}:\n", files.back().path.filename().string());
+    for (const std::string& line : lastLines(files.back(), kTailLines)) {
+        fmt::print("    {}\n", line);
+    }
+}
+
+}  // namespace CameraHost

@@ -1,0 +1,192 @@
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <exception>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <cutils/properties.h>
+#include <fmt/core.h>
+
+#include "ExitStatus.h"
+#include "jlog/JLogger.h"
+#include "jlog/JLogInitializer.h"
+#include "LogFiles.h"
+#include "Options.h"
+#include "Pipeline.h"
+#include "Reconciliation.h"
+#include "Replay.h"
+#include "Report.h"
+
+namespace CameraHost {
+
+using JCam::Utils::JLog::JLogger;
+using JCam::Utils::JLog::JLogInitializer;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr char kModeProperty[] = "vendor.debug.camera.jlog.mode";
+constexpr char kFolderProperty[] = "vendor.debug.camera.ulog.folder";
+constexpr char kLevelProperty[] = "persist.vendor.jovix.camera.log_level";
+constexpr char kLevelVerbose[] = "4";
+
+/// What a run leaves behind for the check, made by its threads while logging was up.
+struct Run {
+    unsigned int mode = 0;  // the one that the library has chosen
+    std::deque<Ledger> ledgers;
+    std::vector<uint64_t> replayed;  // of a replay: the hashes of its messages
+    std::string_view timedWhat;
+};
+
+bool setProperty(const std::string& key, const std::string& value) {
+    if (property_set(key.c_str(), value.c_str()) == 0) {
+        return true;
+    }
+    fmt::print(stderr, "property {} does not take the value '{}'\n", key, value);
+    return false;
+}
+
+/// The configuration of the library is its properties, and it reads them when logging starts.
+bool setProperties(const Options& options) {
+    bool done = setProperty(kModeProperty, fmt::format("0x{:x}", options.mode)) &&
+                setProperty(kFolderProperty, options.folder) &&
+                setProperty(kLevelProperty, kLevelVerbose);
+    for (const auto& [key, value] : options.properties) {
+        done = done && setProperty(key, value);
+    }
+    return done;
+}
+
+/// The log folder, as the library will read it.
+std::filesystem::path getFolder() {
+    std::array<char, PROPERTY_VALUE_MAX> folder{};
+    property_get(kFolderProperty, folder.data(), "");
+    return folder.data();
+}
+
+/// Makes the folders above the log folder: the library creates the last component only.
+bool makeParents(const std::filesystem::path& folder) {
+    std::error_code error;
+    if (folder.has_parent_path()) {
+        std::filesystem::create_directories(folder.parent_path(), error);
+    }
+    if (error) {
+        fmt::print(stderr, "cannot make {}: {}\n", folder.parent_path().string(), error.message());
+    }
+    return !error;
+}
+
+void runPipeline(const Options& options, Run& run) {
+    // An initializer comes first and goes last: nothing may log through it when it goes.
+    const JLogInitializer initializer(options.mask);
+    run.mode = JLogger::sMode.load(std::memory_order_relaxed);
+    printStart(options, run.mode);
+    run.timedWhat = "front end and back end, in groups of an enter, 8 details and an exit";
+
+    Pipeline pipeline(run.ledgers, options.threads, options.rate);
+    const Clock::time_point begin = Clock::now();
+    pipeline.start();
+    for (unsigned int second = 1; second <= options.seconds; second++) {
+        std::this_thread::sleep_until(begin + std::chrono::seconds(second));
+        printProgress(Clock::now() - begin, run.ledgers);
+        pipeline.tick(second);
+    }
+}
+
+void runReplay(const Options& options, const ReplayScript& script, Run& run) {
+    const JLogInitializer initializer(options.mask);
+    run.mode = JLogger::sMode.load(std::memory_order_relaxed);
+    printStart(options, run.mode);
+    printScript(script);
+    run.timedWhat = "details test, front end and back end, in groups of up to 16 details";
+
+    Replay replay(script, run.ledgers);
+    const Clock::time_point begin = Clock::now();
+    replay.start();
+    while (!replay.waitSecond()) {
+        printProgress(Clock::now() - begin, run.ledgers);
+    }
+    run.replayed = replay.logged();
+    if (run.replayed.size() < script.messages) {
+        fmt::print("replay: {} messages not logged, level or module is off\n",
+                   script.messages - run.replayed.size());
+    }
+}
+
+/// Compares the files with what was logged, and prints the end of the program's output.
+int conclude(const Options& options, const Run& run, const std::vector<LogFile>& files) {
+    using namespace JCam::Utils::JLog;
+    printLogged(run.ledgers, run.timedWhat);
+    if ((run.mode & MODE_FILE_ALONE) == 0) {
+        fmt::print("check          skipped: this mode has no files of our own\n");
+        const int asked = property_get_int32(kModeProperty, 0);
+        if (asked != MODE_FILE_ALONE && asked != (MODE_FILE_ALONE | MODE_TRACE)) {
+            return EXIT_FINE;
+        }
+        fmt::print("mode 0x{:02x} was asked for, but the library chose mode 0x{:02x}\n", asked,
+                   run.mode);
+        return EXIT_FAULT;
+    }
+    if (files.empty()) {
+        fmt::print("check          failed: no log file of this run is in the folder\n");
+        return EXIT_FAULT;
+    }
+    const Findings findings = options.replayFile.empty()
+                                      ? reconcilePipeline(getpid(), files, run.ledgers)
+                                      : reconcileReplay(getpid(), files, run.replayed);
+    printFindings(findings);
+    printFiles(files);
+    return findings.isClean() ? EXIT_FINE : EXIT_FAULT;
+}
+
+int runHost(const Options& options) {
+    ReplayScript script;
+    if (!options.replayFile.empty()) {
+        script = loadReplay(options.replayFile);
+        if (script.messages == 0) {
+            printScript(script);
+            fmt::print(stderr, "{} has no line to replay\n", options.replayFile);
+            return EXIT_USAGE;
+        }
+    }
+    if (!setProperties(options)) {
+        return EXIT_USAGE;
+    }
+    const std::filesystem::path folder = getFolder();
+    if (!makeParents(folder)) {
+        return EXIT_USAGE;
+    }
+    const FolderSnapshot before(folder);
+    Run run;
+    if (options.replayFile.empty()) {
+        runPipeline(options, run);
+    } else {
+        runReplay(options, script, run);
+    }
+    return conclude(options, run, before.newFiles(getpid()));
+}
+
+}  // namespace
+
+}  // namespace CameraHost
+
+int main(int argc, char** argv) {
+    try {
+        CameraHost::Options options;
+        const std::optional<int> status = CameraHost::parseOptions(argc, argv, options);
+        return status.has_value() ? *status : CameraHost::runHost(options);
+    } catch (const std::exception& error) {
+        static_cast<void>(std::fprintf(stderr, "camera_host: %s\n", error.what()));
+        return CameraHost::EXIT_FAULT;
+    }
+}
