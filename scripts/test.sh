@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Builds the tests and runs them.
+source "$(dirname "$0")/common.sh"
+
+preset=debug
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --preset) preset=${2:?--preset takes a name}; shift 2 ;;
+        -h | --help)
+            cat <<'TEXT'
+usage: scripts/test.sh [--preset NAME] [CTEST-OPTION]...
+
+Builds the library with its tests and runs them. The presets are debug (the default),
+release, asan-ubsan, tsan and clang. On a bare Debian machine it first installs the
+packages that it needs. Further options go to ctest, for example -R Writer.
+TEXT
+            exit 0
+            ;;
+        *) break ;;
+    esac
+done
+
+need_packages cmake g++ ninja-build libgtest-dev libgmock-dev libcli11-dev libfmt-dev
+case "$preset" in
+    clang) need_packages clang libbenchmark-dev ;;
+    release) need_packages libbenchmark-dev ;;
+esac
+build_preset "$preset"
+exec ctest --preset "$preset" --parallel "$(nproc)" "$@"
