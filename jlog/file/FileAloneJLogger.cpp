@@ -275,9 +275,7 @@ void FileAloneJLogger::awaitFrontWritersLocked() {
 
 void FileAloneJLogger::renderBuffer(const Buffer& buffer, size_t remaining, FlushState& state) {
     if (mWriter.mFd < 0) {
-        __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
-                            "Unable to open file. Please disable SELinux and restart "
-                            "camerahalserver. !!!");
+        __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "%s", kNoFileText);
         return;
     }
     state.logsWritten += renderRecords(buffer, mWriter);

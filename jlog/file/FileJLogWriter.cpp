@@ -67,9 +67,7 @@ bool FileJLogWriter::open(bool newSeries, const char* namePrefix, bool silent) {
     }
     if (mFd < 0) {
         if (!mSilent) {
-            __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
-                                "Unable to open file. Please disable SELinux and restart "
-                                "camerahalserver. !!!");
+            __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "%s", kNoFileText);
         }
         return false;
     }
