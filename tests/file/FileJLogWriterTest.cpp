@@ -212,7 +212,7 @@ TEST_F(FileJLogWriterTest, SeriesNamesItsFilesByPidPrefixTimeAndIndex) {
     const std::string first = path();
     mWriter.close();
     ASSERT_TRUE(mWriter.open(false, "ignored", true));
-    EXPECT_EQ(path(), std::regex_replace(first, std::regex("_01"), "_02"));
+    EXPECT_EQ(path(), std::regex_replace(first, std::regex("_01.txt"), "_02.txt"));
     mWriter.close();
     mLog.clear();
     ASSERT_TRUE(mWriter.open(true, "0123456789012345678901234567XYZ", true));
@@ -286,7 +286,7 @@ TEST_F(FileJLogWriterTest, RotatesAbove180MiBWithoutLosingOrSplittingALine) {
     mWriter.writeString("first of the second\n");
     mWriter.close();
 
-    EXPECT_EQ(path(), std::regex_replace(first, std::regex("_01"), "_02"));
+    EXPECT_EQ(path(), std::regex_replace(first, std::regex("_01.txt"), "_02.txt"));
     EXPECT_EQ(std::filesystem::file_size(first), FileJLogWriter::kMaxFileBytes + 18);
     EXPECT_THAT(Support::readFile(first), ::testing::EndsWith(" \nlast of the first\n"));
     EXPECT_EQ(Support::readFile(path()), "-- CONTINUED --\nfirst of the second\n");
