@@ -12,6 +12,7 @@
 #include <android/log.h>
 #include <cutils/properties.h>
 
+#include "jlog/file/CrashGate.h"
 #include "jlog/file/FileJLogWriter.h"
 #include "jlog/file/FileLogTag.h"
 #include "jlog/file/LogFolder.h"
@@ -64,7 +65,7 @@ void copyText(char* out, const char* text, size_t count) {
 }  // namespace
 
 FileJLoggerBase::FileJLoggerBase() : mClockId(chooseClock()) {
-    mCurrent = allocEmptyBuffer();
+    mCurrent.replace(allocEmptyBuffer());
     refreshReservationLine();
 }
 
@@ -177,39 +178,42 @@ void FileJLoggerBase::publish(LogHeader* header, Buffer* buffer, RecordType type
 }
 
 bool FileJLoggerBase::makeRoomLocked() {
-    if (mCurrent == nullptr) {
-        mCurrent = allocEmptyBuffer();
+    if (mCurrent.get() == nullptr) {
+        mCurrent.replace(allocEmptyBuffer());
     } else {
         retireCurrentLocked();
         mCond.notifyOne();
     }
-    return mCurrent != nullptr;
+    return mCurrent.get() != nullptr;
 }
 
 uint32_t FileJLoggerBase::retireCurrentLocked() {
-    const uint32_t pending = mCurrent->markFull();
-    mFullBuffers.pushBack(std::move(mCurrent));
-    if (mQueueBounded) {
+    // A dump wants all that there was when its signal came.
+    if (mQueueBounded && !CrashGate::isDumping()) {
         trimQueueLocked();
     }
-    mCurrent = allocEmptyBuffer();
+    const uint32_t pending = mCurrent.get()->markFull();
+    mFullBuffers.pushBackFrom(mCurrent, allocEmptyBuffer());
     return pending;
 }
 
 void FileJLoggerBase::trimQueueLocked() {
     Buffer* buffer = mFullBuffers.front();
-    while (buffer != nullptr && mFullBuffers.size() > kMaxUnconsumedBuffers) {
-        Buffer* next = buffer->next;
+    while (buffer != nullptr && mFullBuffers.size() >= kMaxUnconsumedBuffers) {
+        Buffer* next = buffer->next.load(std::memory_order_relaxed);
         if (buffer->writersPending() == 0) {
-            recycleLocked(buffer);
+            discard(recycleLocked(buffer));
         }
         buffer = next;
     }
 }
 
 std::unique_ptr<Buffer> FileJLoggerBase::allocEmptyBuffer() {
-    if (!mEmptyBuffers.empty()) {
-        return mEmptyBuffers.popBack();
+    // The buffers of the pool have left the queue before: a dump that came upon one is seen here.
+    if (mEmptyBuffers.size() > 0 && !CrashGate::isDumping()) {
+        std::unique_ptr<Buffer> buffer = mEmptyBuffers.take();
+        buffer->reset();
+        return buffer;
     }
     const int callersErrno = errno;
     std::unique_ptr<Buffer> buffer(new (std::nothrow) Buffer);
@@ -223,19 +227,24 @@ std::unique_ptr<Buffer> FileJLoggerBase::allocEmptyBuffer() {
 }
 
 std::unique_ptr<Buffer> FileJLoggerBase::recycleLocked(Buffer* buffer) {
-    std::unique_ptr<Buffer> surplus;
-    if (mEmptyBuffers.size() >= kMaxPooledBuffers) {
-        surplus = mEmptyBuffers.popFront();
-    }
-    buffer->reset();
-    mEmptyBuffers.pushBack(mFullBuffers.remove(buffer));
-    return surplus;
+    return mEmptyBuffers.put(mFullBuffers.remove(buffer));
 }
 
 void FileJLoggerBase::recycleFront() {
     std::unique_ptr<Buffer> surplus;
-    const JLogLock lock(mMutex);
-    surplus = recycleLocked(mFullBuffers.front());
+    {
+        const JLogLock lock(mMutex);
+        surplus = recycleLocked(mFullBuffers.front());
+    }
+    discard(std::move(surplus));
+}
+
+void FileJLoggerBase::discard(std::unique_ptr<Buffer> buffer) {
+    if (CrashGate::isDumping()) {
+        // Left where it is, since the process is about to end. It takes a dump that begins just now
+        // to get here: for one that runs, consumers wait and queues are not trimmed.
+        static_cast<void>(buffer.release());
+    }
 }
 
 void FileJLoggerBase::setQueueBounded(bool bounded) {

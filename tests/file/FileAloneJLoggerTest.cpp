@@ -45,7 +45,7 @@ class OpenLogger : public FileAloneJLogger {
     /// All buffers that the logger owns.
     size_t owned() {
         const JLogLock lock(mMutex);
-        return mFullBuffers.size() + mEmptyBuffers.size() + (mCurrent != nullptr ? 1 : 0);
+        return mFullBuffers.size() + mEmptyBuffers.size() + (mCurrent.get() != nullptr ? 1 : 0);
     }
     void log(const std::string& text) {
         onLogDetails(1, "Test", LEVEL_INFO, text.c_str(), text.size());

@@ -36,7 +36,7 @@ class OpenLogger : public FileJLoggerBase {
     /// The current buffer.
     Buffer& current() {
         const JLogLock lock(mMutex);
-        return *mCurrent;
+        return *mCurrent.get();
     }
     /// How many buffers wait in the pool.
     size_t pooled() {
@@ -47,7 +47,8 @@ class OpenLogger : public FileJLoggerBase {
     std::vector<Buffer*> queued() {
         const JLogLock lock(mMutex);
         std::vector<Buffer*> result;
-        for (Buffer* buffer = mFullBuffers.front(); buffer != nullptr; buffer = buffer->next) {
+        for (Buffer* buffer = mFullBuffers.front(); buffer != nullptr;
+             buffer = buffer->next.load()) {
             result.push_back(buffer);
         }
         return result;

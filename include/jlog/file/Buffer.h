@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +18,11 @@ inline constexpr size_t kBufferBytes = 262144;
 /// exactly one of the logger's current slot, its queue and its pool.
 ///
 /// Life: fresh -> current (records are reserved) -> full (queued) -> rendered once no writer is
-/// pending -> reset, and into the pool or freed.
+/// pending -> into the pool or freed. A pooled buffer is reset when it is used again.
+///
+/// A crash dump walks slot and queue without the mutex, at any moment. For its sake a buffer is
+/// always found in one of the two until its text is in a file (or is given up, where there is no
+/// file or no consumer), and nobody reuses or frees a buffer while a dump runs (see CrashGate).
 struct Buffer {
     /// Set in pendingWriters once the buffer is full, that is retired to the queue. It shares the
     /// word with the count because the last writer must learn both from its own decrement: a moment
@@ -31,9 +36,10 @@ struct Buffer {
     std::atomic<char*> writePtr{data};
     /// Bytes behind writePtr. Guarded by the logger's mutex.
     size_t freeBytes{kBufferBytes};
-    /// Neighbours in a BufferList.
-    Buffer* prev{nullptr};
-    Buffer* next{nullptr};
+    /// Neighbours in a BufferList. They stay as they are when the buffer leaves the list, for a
+    /// crash dump that is on its way through.
+    std::atomic<Buffer*> prev{nullptr};
+    std::atomic<Buffer*> next{nullptr};
     alignas(kRecordAlignment) char data[kBufferBytes];
 
     // Leaves `data` as the allocator gave it, so that no page is touched before it is used.
@@ -83,8 +89,35 @@ struct Buffer {
 static_assert(offsetof(Buffer, data) % kRecordAlignment == 0);
 static_assert(kBufferBytes % kRecordAlignment == 0);
 
-/// Owning doubly linked list of buffers. The links stand in the buffers, so that queueing, which
-/// happens on callers' threads, never allocates. Guarded by the logger's mutex.
+/// Owns the buffer that receives new records, or none. The pointer is atomic for the crash dump,
+/// everything else happens under the logger's mutex.
+class BufferSlot {
+  public:
+    BufferSlot() = default;
+    ~BufferSlot() { delete get(); }
+    BufferSlot(const BufferSlot&) = delete;
+    BufferSlot& operator=(const BufferSlot&) = delete;
+
+    /// Relaxed: under the mutex.
+    [[nodiscard]] Buffer* get() const { return mBuffer.load(std::memory_order_relaxed); }
+    /// For a crash dump. Signal-safe. Sequentially consistent, see CrashGate; and as an acquire it
+    /// shows the whole buffer, and in the queue all buffers that were here before.
+    [[nodiscard]] Buffer* peek() const { return mBuffer.load(std::memory_order_seq_cst); }
+
+    /// Puts `buffer`, which may be null, into the slot and gives back what was there.
+    std::unique_ptr<Buffer> replace(std::unique_ptr<Buffer> buffer) {
+        return std::unique_ptr<Buffer>(
+                mBuffer.exchange(buffer.release(), std::memory_order_seq_cst));
+    }
+
+  private:
+    std::atomic<Buffer*> mBuffer{nullptr};
+};
+
+/// The queue: an owning doubly linked list of full buffers, oldest first. The links stand in the
+/// buffers, so that queueing, which happens on callers' threads, never allocates. Changed under the
+/// logger's mutex; a crash dump walks from peekFront() along `next` without it, and where a damaged
+/// link ends its way, from peekBack() along `prev`.
 class BufferList {
   public:
     BufferList() = default;
@@ -92,20 +125,42 @@ class BufferList {
     BufferList(const BufferList&) = delete;
     BufferList& operator=(const BufferList&) = delete;
 
-    [[nodiscard]] bool empty() const { return mSize == 0; }
-    [[nodiscard]] size_t size() const { return mSize; }
-    [[nodiscard]] Buffer* front() const { return mFront; }
+    [[nodiscard]] bool empty() const { return size() == 0; }
+    /// Exact under the mutex. Signal-safe: a crash dump that has peeked at the slot before learns
+    /// how many buffers from the front it has to look for. Acquire: of a buffer that is not counted
+    /// any more the front knows nothing either.
+    [[nodiscard]] size_t size() const { return mSize.load(std::memory_order_acquire); }
+    [[nodiscard]] Buffer* front() const { return mFront.load(std::memory_order_relaxed); }
+    /// For a crash dump. Signal-safe. Sequentially consistent, see CrashGate.
+    [[nodiscard]] Buffer* peekFront() const { return mFront.load(std::memory_order_seq_cst); }
+    [[nodiscard]] Buffer* peekBack() const { return mBack.load(std::memory_order_seq_cst); }
 
-    void pushBack(std::unique_ptr<Buffer> buffer);
+    /// Appends the buffer of `slot`, which is not empty, and puts `successor` in its place. At no
+    /// moment is the buffer in neither of the two.
+    void pushBackFrom(BufferSlot& slot, std::unique_ptr<Buffer> successor);
     /// Takes `buffer`, which is in this list, out of it.
     std::unique_ptr<Buffer> remove(Buffer* buffer);
-    /// The list must not be empty.
-    std::unique_ptr<Buffer> popFront() { return remove(mFront); }
-    std::unique_ptr<Buffer> popBack() { return remove(mBack); }
 
   private:
-    Buffer* mFront{nullptr};
-    Buffer* mBack{nullptr};
+    std::atomic<Buffer*> mFront{nullptr};
+    std::atomic<Buffer*> mBack{nullptr};
+    std::atomic<size_t> mSize{0};
+};
+
+/// A few buffers for the next burst. They are not linked, and keep their records until they are
+/// used again, for a crash dump that may have them in hand still. Under the logger's mutex.
+class BufferPool {
+  public:
+    static constexpr size_t kMaxBuffers = 3;
+
+    [[nodiscard]] size_t size() const { return mSize; }
+    /// The buffer that was put back last; null when there is none.
+    std::unique_ptr<Buffer> take();
+    /// Returns the buffer that has been here longest when there is no room for `buffer` otherwise.
+    [[nodiscard]] std::unique_ptr<Buffer> put(std::unique_ptr<Buffer> buffer);
+
+  private:
+    std::array<std::unique_ptr<Buffer>, kMaxBuffers> mBuffers;
     size_t mSize{0};
 };
 

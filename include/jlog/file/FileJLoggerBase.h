@@ -50,9 +50,6 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     void getFolderPath(char* path, unsigned long size);
 
   protected:
-    /// Empty buffers kept for the next burst: 768 KiB.
-    static constexpr size_t kMaxPooledBuffers = 3;
-
     /// Reserves and stamps a record of `size` bytes, its header included, aligned up to 8. On true
     /// the caller fills the record and hands it to publish(); a non-null `serial` has received the
     /// next serial number. False when no buffer could hold the size or memory ran out.
@@ -66,14 +63,14 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     std::unique_ptr<Buffer> allocEmptyBuffer() JLOG_REQUIRES(mMutex);
 
     [[nodiscard]] bool currentHoldsRecordsLocked() const JLOG_REQUIRES(mMutex) {
-        return mCurrent != nullptr && mCurrent->holdsRecords();
+        return mCurrent.get() != nullptr && mCurrent.get()->holdsRecords();
     }
 
     /// Queues the current buffer, which must be there, and replaces it. Returns how many writers of
     /// the queued buffer are still pending.
     uint32_t retireCurrentLocked() JLOG_REQUIRES(mMutex);
 
-    /// Resets the oldest buffer of the queue and moves it to the pool.
+    /// Moves the oldest buffer of the queue to the pool.
     void recycleFront() JLOG_EXCLUDES(mMutex);
 
     /// Without a consumer the queue is bounded: it keeps the newest full buffers.
@@ -92,10 +89,10 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     JLogMutex mMutex;
     /// Retired buffers, oldest first.
     BufferList mFullBuffers JLOG_GUARDED_BY(mMutex);
-    /// The pool: empty buffers, the one returned last at the back.
-    BufferList mEmptyBuffers JLOG_GUARDED_BY(mMutex);
-    /// Receives new records. Null only while there is no memory for it.
-    std::unique_ptr<Buffer> mCurrent JLOG_GUARDED_BY(mMutex);
+    /// Buffers for the next burst: 768 KiB.
+    BufferPool mEmptyBuffers JLOG_GUARDED_BY(mMutex);
+    /// Receives new records. Empty only while there is no memory for a buffer.
+    BufferSlot mCurrent JLOG_GUARDED_BY(mMutex);
     /// Whether the consumer is to go on.
     std::atomic<bool> mRunning{false};
     /// Wakes the consumer.
@@ -112,10 +109,12 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
                       unsigned int requestNo);
     /// Replaces a current buffer that has no room, or none at all; false without memory.
     bool makeRoomLocked() JLOG_REQUIRES(mMutex);
-    /// Resets `buffer`, which is in the queue, and moves it to the pool. Returns what the pool has
-    /// to give up for it, or null; best freed without the mutex.
+    /// Frees a buffer that has left queue and slot, unless a crash dump may have it in hand.
+    static void discard(std::unique_ptr<Buffer> buffer);
+    /// Moves `buffer`, which is in the queue, to the pool. Returns what the pool has to give up for
+    /// it, or null; that is to be discarded, best without the mutex.
     std::unique_ptr<Buffer> recycleLocked(Buffer* buffer) JLOG_REQUIRES(mMutex);
-    /// Gives up the oldest complete buffers of a bounded queue.
+    /// Gives up the oldest complete buffers of a bounded queue, which is to take one more.
     void trimQueueLocked() JLOG_REQUIRES(mMutex);
 
     bool mQueueBounded JLOG_GUARDED_BY(mMutex){false};
