@@ -1,14 +1,11 @@
 #include "jlog/file/DateText.h"
 
 #include "jlog/file/Digits.h"
+#include "jlog/file/TextFormat.h"
 
 namespace JCam::Utils::JLog::File {
 
-void formatDate(char (&out)[kDateChars], time_t seconds) {
-    tm local = {};
-    if (localtime_r(&seconds, &local) == nullptr) {
-        local = {};
-    }
+void formatDate(char (&out)[kDateChars], const tm& local) {
     const int fields[] = {local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
                           local.tm_sec};
     constexpr char kSeparators[] = {'-', ' ', ':', ':'};
@@ -19,6 +16,11 @@ void formatDate(char (&out)[kDateChars], time_t seconds) {
         }
         end = putTwoDigits(end, static_cast<unsigned int>(fields[i]));
     }
+}
+
+void formatSeriesStamp(char (&out)[kSeriesStampBytes], const tm& local) {
+    formatText(out, sizeof(out), "%d_%02d%02d_%02d%02d%02d", local.tm_year + 1900, local.tm_mon + 1,
+               local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
 }
 
 }  // namespace JCam::Utils::JLog::File

@@ -1,21 +1,28 @@
+// Also runs after a fatal signal, by the rules of CrashHandler.cpp: a writer that makeSignalSafe()
+// has prepared, and that is silent, gets to nothing that allocates, locks or waits.
+
 #include "jlog/file/FileJLogWriter.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <limits>
+#include <new>
 
 #include <android/log.h>
 
+#include "jlog/file/CrashGate.h"
 #include "jlog/file/DateText.h"
 #include "jlog/file/FileLogTag.h"
 #include "jlog/file/LineRenderer.h"
+#include "jlog/file/LocalTime.h"
 #include "jlog/file/StorageCleaner.h"
+#include "jlog/file/TextFormat.h"
 
 namespace JCam::Utils::JLog::File {
 
@@ -25,35 +32,51 @@ constexpr char kFallbackFolder[] = "/data/vendor";
 constexpr char kContinuedMark[] = "-- CONTINUED --\n";
 constexpr mode_t kFileMode = 0644;
 
-/// A second for the date text to start with. No calendar reaches it, so its text does not depend on
-/// the time zone that is set later.
+/// A second for the date text to start with. No calendar reaches it: the text is that of a time
+/// without a local form.
 constexpr time_t kNoLocalTime = std::numeric_limits<time_t>::min();
-
-/// One write(2) call, by design: a failed or short write loses text rather than time, since whoever
-/// waits for this thread is a camera.
-void writeOnce(int fd, const char* bytes, size_t count) {
-    [[maybe_unused]] const ssize_t written = write(fd, bytes, count);
-}
 
 }  // namespace
 
 FileJLogWriter::FileJLogWriter()
         : mPid(getpid()),
+          mCleaner(new (std::nothrow) StorageCleaner),
           mPidChars(static_cast<uint8_t>(renderPid(mPidText, mPid))),
           mDateSecond(kNoLocalTime) {
-    static_assert(sizeof(mPidText) == kPidTextBytes && sizeof(mDateText) == kDateChars);
-    static_assert(kFlushMark + kDateChars < kWriteBufferBytes);
-    formatDate(mDateText, mDateSecond);
+    static_assert(sizeof(mPidText) == kPidTextBytes && kDateBytes == kDateChars);
+    static_assert(kFlushMark + kDateBytes < kWriteBufferBytes);
+    formatDate(mDateText, {});
 }
 
 FileJLogWriter::~FileJLogWriter() {
     close();
+    releaseDescriptor();
+}
+
+void FileJLogWriter::makeSignalSafe(clockid_t recordClock) {
+    mSignalSafe = true;
+    mRecordClock = recordClock;
+    reserveDescriptor();
+}
+
+void FileJLogWriter::reserveDescriptor() {
+    if (mSignalSafe && mReservedFd < 0) {
+        mReservedFd = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    }
+}
+
+void FileJLogWriter::releaseDescriptor() {
+    if (mReservedFd >= 0) {
+        ::close(mReservedFd);
+        mReservedFd = -1;
+    }
 }
 
 bool FileJLogWriter::open(bool newSeries, const char* namePrefix, bool silent) {
     if (newSeries) {
         startSeries(namePrefix, silent);
     }
+    releaseDescriptor();
     reserveSpace(mSilent);
     PathText path;
     mFd = createFile(path);
@@ -66,6 +89,7 @@ bool FileJLogWriter::open(bool newSeries, const char* namePrefix, bool silent) {
         mFd = createFile(path);
     }
     if (mFd < 0) {
+        reserveDescriptor();
         if (!mSilent) {
             __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "%s", kNoFileText);
         }
@@ -76,6 +100,7 @@ bool FileJLogWriter::open(bool newSeries, const char* namePrefix, bool silent) {
         __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "Write ulog to %s", path.c_str());
     }
     mBufferedBytes = 0;
+    mTextBegin = kDateBytes;
     mFileBytes = 0;
     ++mFileIndex;
     return true;
@@ -84,14 +109,9 @@ bool FileJLogWriter::open(bool newSeries, const char* namePrefix, bool silent) {
 void FileJLogWriter::startSeries(const char* namePrefix, bool silent) {
     timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
-    tm local = {};
-    if (localtime_r(&now.tv_sec, &local) == nullptr) {
-        local = {};
-    }
-    if (strftime(mTimeStamp.data(), decltype(mTimeStamp)::size(), "%Y_%m%d_%H%M%S", &local) == 0) {
-        mTimeStamp = "";
-        __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "strftime failed");
-    }
+    char stamp[kSeriesStampBytes];
+    formatSeriesStamp(stamp, toLocalTime(now.tv_sec, CLOCK_REALTIME));
+    mTimeStamp = stamp;
     mFileIndex = 1;
     if (namePrefix != nullptr) {
         mNamePrefix = namePrefix;
@@ -102,10 +122,9 @@ void FileJLogWriter::startSeries(const char* namePrefix, bool silent) {
 int FileJLogWriter::createFile(PathText& path) {
     const uint32_t wantedIndex = mFileIndex;
     for (;;) {
-        const int length = snprintf(path.data(), PathText::size(), "%s/cam_jlog_%d_%s%s_%02u.txt",
-                                    mFolder.c_str(), mPid, mNamePrefix.c_str(), mTimeStamp.c_str(),
-                                    mFileIndex);
-        if (length < 0 || static_cast<size_t>(length) >= PathText::size()) {
+        if (formatText(path.data(), PathText::size(), "%s/cam_jlog_%d_%s%s_%02u.txt",
+                       mFolder.c_str(), mPid, mNamePrefix.c_str(), mTimeStamp.c_str(),
+                       mFileIndex) >= PathText::size()) {
             path = "";  // a cut path would name another file
         }
         // Exclusive: an earlier series of the same second has the same names and must not be
@@ -126,10 +145,10 @@ void FileJLogWriter::close() {
     if (mFd < 0) {
         return;
     }
-    writeBuffered();
-    mBufferedBytes = 0;
+    flush(false);
     ::close(mFd);
     mFd = -1;
+    reserveDescriptor();
 }
 
 void FileJLogWriter::flush(bool sync) {
@@ -140,16 +159,39 @@ void FileJLogWriter::flush(bool sync) {
         }
     }
     mBufferedBytes = 0;
+    mTextBegin = kDateBytes;
 }
 
-void FileJLogWriter::writeBuffered() {
-    if (mBufferedBytes > 0) {
-        writeOnce(mFd, mBuffer, mBufferedBytes);
+void FileJLogWriter::writeBuffered() const {
+    writeOut(mText + mTextBegin, kDateBytes + mBufferedBytes - mTextBegin);
+}
+
+void FileJLogWriter::rescue() const {
+    if (mBufferedBytes > 0 && mFd >= 0) {
+        writeBuffered();
+    }
+}
+
+void FileJLogWriter::writeOut(const char* bytes, size_t count) const {
+    // One write(2) call, by design: a failed or short write loses text rather than time, since
+    // whoever waits for this thread is a camera.
+    if (mSignalSafe) {
+        CrashGate::reportProgress();
+        [[maybe_unused]] const ssize_t written = write(mFd, bytes, count);
+    } else {
+        const CrashGate::Passage passage;
+        [[maybe_unused]] const ssize_t written = write(mFd, bytes, count);
     }
 }
 
 void FileJLogWriter::reserveSpace(bool silent) const {
-    StorageCleaner(mFolder.c_str(), kFallbackFolder, silent).freeUpTo(kMinFreeBytes);
+    if (mCleaner != nullptr) {
+        mCleaner->freeUpTo(kMinFreeBytes, mFolder.c_str(), kFallbackFolder, silent);
+    }
+}
+
+tm FileJLogWriter::toLocalTime(time_t seconds, clockid_t clock) const {
+    return mSignalSafe ? shiftedTime(seconds, cachedUtcOffset(clock)) : localTime(seconds);
 }
 
 void FileJLogWriter::onLogEnter(const LogEnterExit* record) {
@@ -162,66 +204,77 @@ void FileJLogWriter::onLogExit(const LogEnterExit* record) {
 
 void FileJLogWriter::appendEnterExit(const LogEnterExit& record, Direction direction) {
     char scratch[kMaxLineBytes];
-    appendDate(record.header.timestamp);
-    char* line = lineSpace(scratch);
-    appendLine(line, renderEnterExit(line, {mPidText, mPidChars}, record, direction));
+    const Line line = beginLine(record.header.timestamp, scratch);
+    endLine(line, renderEnterExit(line.rest, {mPidText, mPidChars}, record, direction));
 }
 
 void FileJLogWriter::onLogDetails(const LogDetails* record) {
     char scratch[kMaxLineBytes];
-    appendDate(record->header.timestamp);
-    char* line = lineSpace(scratch);
-    appendLine(line, renderDetails(line, {mPidText, mPidChars}, *record));
+    const Line line = beginLine(record->header.timestamp, scratch);
+    endLine(line, renderDetails(line.rest, {mPidText, mPidChars}, *record));
 }
 
 void FileJLogWriter::writeString(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(writePtr(), room(), format, arguments);
+    const size_t length = vformatText(writePtr(), room(), format, arguments);
     va_end(arguments);
-    if (length > 0) {
-        countAppended(std::min(static_cast<size_t>(length), room() - 1));
-    }
+    countUpTo(writePtr() + std::min(length, room() - 1));
     rotateIfLarge();
 }
 
-void FileJLogWriter::appendDate(const timespec& timestamp) {
+// The caller renders into the scratch area.
+// NOLINTNEXTLINE(readability-non-const-parameter)
+FileJLogWriter::Line FileJLogWriter::beginLine(const timespec& timestamp, char* scratch) {
     if (timestamp.tv_sec != mDateSecond) {
-        formatDate(mDateText, timestamp.tv_sec);
+        formatDate(mDateText, toLocalTime(timestamp.tv_sec, mRecordClock));
         mDateSecond = timestamp.tv_sec;
     }
-    memcpy(writePtr(), mDateText, sizeof(mDateText));
-    countAppended(sizeof(mDateText));
-}
-
-char* FileJLogWriter::lineSpace(char* scratch) {
-    return room() > kMaxLineBytes ? writePtr() : scratch;
-}
-
-void FileJLogWriter::appendLine(const char* line, const char* end) {
-    auto bytes = static_cast<size_t>(end - line);
-    if (line != writePtr()) {
-        // One byte of room stays free, as it does for a formatter that terminates its text.
-        bytes = std::min(bytes, room() - 1);
-        memcpy(writePtr(), line, bytes);
+    Line line = {writePtr(), scratch};
+    if (mBufferedBytes + kDateBytes >= kFlushMark) {
+        flush(false);
+        line.date = mText;
     }
-    countAppended(bytes);
+    memcpy(line.date, mDateText, kDateBytes);
+    char* behindDate = line.date + kDateBytes;
+    if (static_cast<size_t>(mText + sizeof(mText) - behindDate) > kMaxLineBytes) {
+        line.rest = behindDate;
+    }
+    return line;
+}
+
+void FileJLogWriter::endLine(const Line& line, const char* end) {
+    auto bytes = static_cast<size_t>(end - line.rest);
+    char* behindDate = line.date + kDateBytes;
+    if (line.rest != behindDate) {
+        // One byte of room stays free, as it does for a formatter that terminates its text.
+        bytes = std::min(bytes, static_cast<size_t>(mText + sizeof(mText) - behindDate) - 1);
+        memcpy(behindDate, line.rest, bytes);
+    }
+    if (line.date < buffer()) {
+        mTextBegin = 0;
+        mFileBytes += kDateBytes;
+    }
+    countUpTo(behindDate + bytes);
     rotateIfLarge();
 }
 
-void FileJLogWriter::countAppended(size_t bytes) {
+void FileJLogWriter::countUpTo(const char* end) {
+    const auto bytes = static_cast<size_t>(end - writePtr());
+    // The text before its count, for rescue().
+    std::atomic_signal_fence(std::memory_order_release);
     mBufferedBytes += bytes;
+    mFileBytes += bytes;
     if (mBufferedBytes >= kFlushMark) {
         flush(false);
     }
-    mFileBytes += bytes;
 }
 
 void FileJLogWriter::rotate() {
     close();
     if (open(false, "", false)) {
         // Ahead of whatever is buffered, and not counted against the new file.
-        writeOnce(mFd, kContinuedMark, sizeof(kContinuedMark) - 1);
+        writeOut(kContinuedMark, sizeof(kContinuedMark) - 1);
     }
 }
 

@@ -1,17 +1,20 @@
+// Also runs after a fatal signal, by the rules of CrashHandler.cpp, when it is to be silent.
+
 #include "jlog/file/StorageCleaner.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <string_view>
 
 #include <android/log.h>
 
+#include "jlog/file/CrashGate.h"
 #include "jlog/file/FileLogTag.h"
+#include "jlog/file/FolderReader.h"
+#include "jlog/file/TextFormat.h"
 
 namespace JCam::Utils::JLog::File {
 
@@ -38,7 +41,11 @@ bool StorageCleaner::isOlder(const FileInfo& a, const FileInfo& b) {
     return a.mtime != b.mtime ? a.mtime < b.mtime : a.name.view() < b.name.view();
 }
 
-void StorageCleaner::freeUpTo(int64_t minFreeBytes) {
+void StorageCleaner::freeUpTo(int64_t minFreeBytes, const char* folder, const char* sharedFolder,
+                              bool silent) {
+    mFolder = folder;
+    mSilent = silent;
+    // On Linux one system call, and so fit for a signal handler, though POSIX does not promise it.
     struct statvfs storage = {};
     if (statvfs(pathOf("").c_str(), &storage) != 0) {
         return;
@@ -50,7 +57,7 @@ void StorageCleaner::freeUpTo(int64_t minFreeBytes) {
         freeBytes > minFreeBytes) {
         return;
     }
-    mLogFilesOnly = isSameFolder(mFolder, mSharedFolder);
+    mLogFilesOnly = isSameFolder(folder, sharedFolder);
     if (!findOldest(nullptr)) {
         return;
     }
@@ -64,6 +71,7 @@ void StorageCleaner::freeUpTo(int64_t minFreeBytes) {
 
 bool StorageCleaner::deleteOldest(int64_t& freeBytes, int64_t minFreeBytes) const {
     for (size_t i = 0; i < mCount; ++i) {
+        CrashGate::reportProgress();
         const PathText path = pathOf(mOldest[i].name.c_str());
         if (unlink(path.c_str()) != 0) {
             continue;
@@ -83,21 +91,21 @@ bool StorageCleaner::deleteOldest(int64_t& freeBytes, int64_t minFreeBytes) cons
 bool StorageCleaner::findOldest(const FileInfo* last) {
     mCount = 0;
     const PathText path = pathOf("");
-    DIR* folder = opendir(path.c_str());
-    if (folder == nullptr) {
+    FolderReader folder(path.c_str());
+    if (!folder.isOpen()) {
         if (!mSilent) {
             __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "Open folder %s failed",
                                 path.c_str());
         }
         return false;
     }
-    while (const dirent* entry = readdir(folder)) {
+    while (const char* name = folder.next()) {
+        CrashGate::reportProgress();
         FileInfo file;
-        if (inspect(entry->d_name, file) && (last == nullptr || isOlder(*last, file))) {
+        if (inspect(name, file) && (last == nullptr || isOlder(*last, file))) {
             keepIfOld(file);
         }
     }
-    closedir(folder);
     std::sort_heap(mOldest.begin(), mOldest.begin() + mCount, isOlder);
     return true;
 }
@@ -131,8 +139,7 @@ bool StorageCleaner::inspect(const char* name, FileInfo& file) const {
 
 PathText StorageCleaner::pathOf(const char* name) const {
     PathText path;
-    const int length = snprintf(path.data(), PathText::size(), "%s/%s", mFolder, name);
-    if (length < 0 || static_cast<size_t>(length) >= PathText::size()) {
+    if (formatText(path.data(), PathText::size(), "%s/%s", mFolder, name) >= PathText::size()) {
         path = "";  // a cut path would name another file
     }
     return path;

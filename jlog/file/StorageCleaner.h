@@ -14,17 +14,15 @@ namespace JCam::Utils::JLog::File {
 /// size.
 ///
 /// It works in constant memory, whatever the folder holds, since it may run when memory is as short
-/// as storage: it keeps the oldest files of one pass over the folder, deletes them, and makes
-/// another pass for the next ones when that was not enough.
+/// as storage, and in a signal handler: it keeps the oldest files of one pass over the folder,
+/// deletes them, and makes another pass for the next ones when that was not enough. The object is
+/// too large for a thread's stack at a bad moment; make it beforehand.
 class StorageCleaner {
   public:
-    /// Both paths must live as long as the object; `silent` suppresses the messages to the Android
-    /// log.
-    StorageCleaner(const char* folder, const char* sharedFolder, bool silent)
-            : mFolder(folder), mSharedFolder(sharedFolder), mSilent(silent) {}
-
-    /// Deletes files, oldest first, until more than `minFreeBytes` are free or no file is left.
-    void freeUpTo(int64_t minFreeBytes);
+    /// Deletes files of `folder`, oldest first, until more than `minFreeBytes` are free or no file
+    /// is left. `sharedFolder` is the one that others keep files in; `silent` suppresses the
+    /// messages to the Android log, and makes the call signal-safe.
+    void freeUpTo(int64_t minFreeBytes, const char* folder, const char* sharedFolder, bool silent);
 
   private:
     /// How many files one pass finds.
@@ -38,8 +36,8 @@ class StorageCleaner {
     /// By age, and by name where that is equal, so that a pass can go on where the last one ended.
     static bool isOlder(const FileInfo& a, const FileInfo& b);
 
-    /// Fills mOldest with the oldest files that are not older than `last` (null: with the oldest),
-    /// in order. False when the folder cannot be read.
+    /// Fills mOldest with the oldest files that are newer than `last` (null: with the oldest), in
+    /// order. False when the folder cannot be read.
     bool findOldest(const FileInfo* last);
     void keepIfOld(const FileInfo& file);
     /// False when it may not be deleted.
@@ -48,9 +46,9 @@ class StorageCleaner {
     /// Deletes what mOldest lists. Returns whether that was enough.
     bool deleteOldest(int64_t& freeBytes, int64_t minFreeBytes) const;
 
-    const char* mFolder;
-    const char* mSharedFolder;
-    bool mSilent;
+    // Of the call that runs.
+    const char* mFolder{nullptr};
+    bool mSilent{false};
     bool mLogFilesOnly{false};
     std::array<FileInfo, kFilesPerPass> mOldest;
     size_t mCount{0};

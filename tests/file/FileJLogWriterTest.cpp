@@ -146,32 +146,65 @@ class RecordGenerator {
     time_t mSecond{0};
 };
 
-TEST_F(FileJLogWriterTest, RendersLikeTheReferenceLongAndCutLinesIncluded) {
+/// Renders through `writer`, which writes to `folder`, what the reference renders, too.
+void compareWithReference(FileJLogWriter& writer, const Support::TempFolder& folder) {
     std::string expected;
     size_t cut = 0;
     Support::ReferenceWriter reference(getpid(), [&](const char* text, size_t bytes) {
         expected.append(text, bytes);
         cut += bytes == 24575 ? 1 : 0;
     });
-    ASSERT_TRUE(mWriter.open(true, "", false));
+    ASSERT_TRUE(writer.open(true, "", true));
     RecordGenerator generator;
     for (int i = 0; i < 40000; ++i) {
         if (generator.coin()) {
             const Record record = generator.details();
             reference.details(record.asDetails());
-            mWriter.onLogDetails(&record.asDetails());
+            writer.onLogDetails(&record.asDetails());
         } else {
             const Record record = generator.enterExit();
             reference.enterExit(record.asEnterExit(), '+');
-            mWriter.onLogEnter(&record.asEnterExit());
+            writer.onLogEnter(&record.asEnterExit());
         }
     }
     reference.flush();
-    mWriter.flush(false);
+    writer.flush(false);
     EXPECT_GT(cut, 0U) << "the records were to fill the buffer to its end";
-    const std::string rendered = mFolder.logText();
+    const std::string rendered = folder.logText();
     ASSERT_EQ(rendered.size(), expected.size());
     EXPECT_TRUE(rendered == expected);  // EXPECT_EQ would print megabytes
+}
+
+TEST_F(FileJLogWriterTest, RendersLikeTheReferenceLongAndCutLinesIncluded) {
+    compareWithReference(mWriter, mFolder);
+}
+
+TEST_F(FileJLogWriterTest, FreeTextIsFormattedLikePrintf) {
+    ASSERT_TRUE(mWriter.open(true, "", true));
+    std::string expected;
+// A macro: formats are to be literals, which the compiler checks.
+#define APPEND(...)                                \
+    do {                                           \
+        char text[500];                            \
+        snprintf(text, sizeof(text), __VA_ARGS__); \
+        expected += text;                          \
+        mWriter.writeString(__VA_ARGS__);          \
+    } while (false)
+    for (const int n : {0, 1, -1, 77, 123456, -123456, std::numeric_limits<int>::min(),
+                        std::numeric_limits<int>::max()}) {
+        const auto u = static_cast<unsigned int>(n);
+        const auto s = static_cast<short>(n);
+        APPEND("%d|%5d|%-5d|%05d|%.4d|%8.3d|%.0d|%i\n", n, n, n, n, n, n, n, n);
+        APPEND("%u|%x|%08X|%hd|%hhd|%hhu|%c|%*d|%-*d\n", u, u, u, s, static_cast<signed char>(n),
+               static_cast<unsigned char>(n), 'c', 12, n, -12, n);
+        APPEND("%ld|%lld|%zu|%jd|%020ld|%lx\n", long{n}, static_cast<long long>(n), size_t{u},
+               intmax_t{n}, long{n} << 31, static_cast<unsigned long>(long{n}));
+    }
+    APPEND("%s|%8s|%-8s|%.2s|%-6.3s|%%|%.*s|%p\n", "text", "text", "text", "text", "text", 2,
+           "text", static_cast<void*>(this));
+#undef APPEND
+    mWriter.close();
+    EXPECT_EQ(mFolder.logText(), expected);
 }
 
 TEST_F(FileJLogWriterTest, TextIsWrittenOutWhenTheBufferIsNearlyFull) {

@@ -1,6 +1,5 @@
 #include "support/Interpose.h"
 
-#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -13,6 +12,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <new>
 
@@ -29,25 +29,47 @@ std::atomic<bool> sRefuseThreads{false};
 std::atomic<bool> sRefuseBuffers{false};
 std::atomic<int> sSyncs{0};
 
+// Paths are set while no other thread makes use of them. Of fixed size, since a signal handler may
+// come here.
+using Path = char[512];
+Path sFrom;
+Path sTo;
+Path sUndeletable;
+
 std::mutex sMutex;  // guards what follows
-std::string sFrom;
-std::string sTo;
-std::string sUndeletable;
 std::vector<int> sNiceValues;
 
-/// The function that `name` would be without this binary.
+/// The function that `name` would be without this binary. Looked up once, which takes locks.
 template <typename Function>
-Function* next(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+class Next {
+  public:
+    explicit Next(const char* name)
+            : mFunction(reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name))) {}
+    template <typename... Args>
+    auto operator()(Args... args) const {
+        return mFunction(args...);
+    }
+
+  private:
+    Function* mFunction;
+};
+
+void setPath(Path& path, const std::string& value) {
+    path[value.copy(path, sizeof(path) - 1)] = '\0';
 }
 
-std::string redirected(const char* path) {
-    const std::lock_guard<std::mutex> lock(sMutex);
-    std::string original(path);
-    if (sFrom.empty() || !original.starts_with(sFrom)) {
-        return original;
+/// `path` after redirection; where that changes it, in `buffer`.
+const char* redirected(const char* path, Path& buffer) {
+    const size_t fromBytes = strlen(sFrom);
+    if (fromBytes == 0 || strncmp(path, sFrom, fromBytes) != 0) {
+        return path;
     }
-    return sTo + original.substr(sFrom.size());
+    const size_t toBytes = strlen(sTo);
+    memcpy(buffer, sTo, toBytes);
+    const size_t restBytes = strnlen(path + fromBytes, sizeof(Path) - toBytes - 1);
+    memcpy(buffer + toBytes, path + fromBytes, restBytes);
+    buffer[toBytes + restBytes] = '\0';
+    return buffer;
 }
 
 }  // namespace
@@ -57,9 +79,9 @@ Scope::~Scope() {
     refuseThreads(false);
     refuseBuffers(false);
     sSyncs = 0;
+    redirect("", "");
+    refuseUnlink("");
     const std::lock_guard<std::mutex> lock(sMutex);
-    sFrom.clear();
-    sUndeletable.clear();
     sNiceValues.clear();
 }
 
@@ -77,14 +99,12 @@ int syncs() {
 }
 
 void redirect(const std::string& from, const std::string& to) {
-    const std::lock_guard<std::mutex> lock(sMutex);
-    sFrom = from;
-    sTo = to;
+    setPath(sFrom, from);
+    setPath(sTo, to);
 }
 
 void refuseUnlink(const std::string& path) {
-    const std::lock_guard<std::mutex> lock(sMutex);
-    sUndeletable = path;
+    setPath(sUndeletable, path);
 }
 
 std::vector<int> niceValues() {
@@ -102,36 +122,36 @@ using namespace JCam::Support::Interpose;
 extern "C" {
 
 int open(const char* path, int flags, ...) {
+    static const Next<int(const char*, int, ...)> next("open");
     va_list arguments;
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    return next<int(const char*, int, ...)>("open")(redirected(path).c_str(), flags, mode);
-}
-
-DIR* opendir(const char* path) {
-    return next<DIR*(const char*)>("opendir")(redirected(path).c_str());
+    Path buffer;
+    return next(redirected(path, buffer), flags, mode);
 }
 
 int stat(const char* path, struct stat* status) noexcept {
-    return next<int(const char*, struct stat*)>("stat")(redirected(path).c_str(), status);
+    static const Next<int(const char*, struct stat*)> next("stat");
+    Path buffer;
+    return next(redirected(path, buffer), status);
 }
 
 int unlink(const char* path) noexcept {
-    {
-        const std::lock_guard<std::mutex> lock(sMutex);
-        if (path == sUndeletable) {
-            errno = EPERM;
-            return -1;
-        }
+    static const Next<int(const char*)> next("unlink");
+    if (strcmp(path, sUndeletable) == 0) {
+        errno = EPERM;
+        return -1;
     }
-    return next<int(const char*)>("unlink")(redirected(path).c_str());
+    Path buffer;
+    return next(redirected(path, buffer));
 }
 
 int statvfs(const char* path, struct statvfs* storage) noexcept {
+    static const Next<int(const char*, struct statvfs*)> next("statvfs");
     if (sFreeBytes < 0) {
-        return next<int(const char*, struct statvfs*)>("statvfs")(redirected(path).c_str(),
-                                                                  storage);
+        Path buffer;
+        return next(redirected(path, buffer), storage);
     }
     *storage = {};
     storage->f_blocks = 1;
@@ -141,25 +161,28 @@ int statvfs(const char* path, struct statvfs* storage) noexcept {
 }
 
 int fsync(int fd) {
+    static const Next<int(int)> next("fsync");
     ++sSyncs;
-    return next<int(int)>("fsync")(fd);
+    return next(fd);
 }
 
 int setpriority(__priority_which_t which, id_t who, int value) noexcept {
+    static const Next<int(__priority_which_t, id_t, int)> next("setpriority");
     {
         const std::lock_guard<std::mutex> lock(sMutex);
         sNiceValues.push_back(value);
     }
-    return next<int(__priority_which_t, id_t, int)>("setpriority")(which, who, value);
+    return next(which, who, value);
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
                    void* argument) noexcept {
+    static const Next<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)> next(
+            "pthread_create");
     if (sRefuseThreads) {
         return EAGAIN;
     }
-    return next<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>("pthread_create")(
-            thread, attributes, entry, argument);
+    return next(thread, attributes, entry, argument);
 }
 
 }  // extern "C"

@@ -6,7 +6,8 @@
 
 // Functions of libc and operator new that this test binary puts in front of the real ones, so that
 // the library meets a full disk, no memory, or a privileged folder. Without an order from a test
-// they only pass calls on. All may be called from any thread.
+// they only pass calls on, signal-safe once a function was called. All may be called from any
+// thread.
 namespace JCam::Support::Interpose {
 
 /// Undoes every order when a test ends.

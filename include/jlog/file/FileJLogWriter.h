@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <memory>
 
 #include "jlog/file/FixedText.h"
 #include "jlog/file/LogRecord.h"
@@ -12,6 +13,7 @@ namespace JCam::Utils::JLog::File {
 
 /// Whether a request enters a scope or leaves it.
 enum class Direction : char;
+class StorageCleaner;
 
 /// Renders records as lines of text and writes them to a series of files in the log folder.
 ///
@@ -24,7 +26,14 @@ enum class Direction : char;
 /// When a file cannot be created, the writer moves to /data/vendor for good; when that fails too it
 /// has no file, and text is dropped. Write errors are ignored.
 ///
+/// Every write ends with a whole line, so that the end of the process between two writes leaves no
+/// torn one. (A text that was cut, or that writeString() was given so, has no end.)
+///
 /// Threads: one at a time; the writer has no lock. Its own messages go to the Android log.
+///
+/// Signals: a silent writer on which makeSignalSafe() was called may be used in a signal handler.
+/// It neither allocates nor locks nor waits: all memory that it needs is in it since its
+/// construction.
 class JLOG_EXPORT FileJLogWriter {
   public:
     /// Above this many bytes the file is followed by the next one: 180 MiB.
@@ -37,6 +46,11 @@ class JLOG_EXPORT FileJLogWriter {
     ~FileJLogWriter();
     FileJLogWriter(const FileJLogWriter&) = delete;
     FileJLogWriter& operator=(const FileJLogWriter&) = delete;
+
+    /// Makes this the writer of a crash dump: it takes local time from the UTC offsets that the
+    /// process has cached, heeds no crash gate, and keeps a descriptor in reserve for its file,
+    /// since a process may die of having none left. `recordClock` is the clock of the records.
+    void makeSignalSafe(clockid_t recordClock);
 
     /// Opens the next file; none may be open. True when a file is open afterwards. A new series
     /// takes a new time stamp, starts at index 1, takes at most 29 characters of `namePrefix`
@@ -55,8 +69,12 @@ class JLOG_EXPORT FileJLogWriter {
     void onLogEnter(const LogEnterExit* record);
     void onLogExit(const LogEnterExit* record);
     void onLogDetails(const LogDetails* record);
-    /// Appends free text, printf-style.
+    /// Appends free text, printf-style; conversions are those of integers, characters, strings and
+    /// pointers.
     void writeString(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    /// Writes the buffered text and changes nothing: for a signal that has interrupted this very
+    /// writer, whose work may go on afterwards and then writes that text once more. Signal-safe.
+    void rescue() const;
 
     /// The open file, or -1. For the owner to read.
     int32_t mFd{-1};
@@ -71,6 +89,16 @@ class JLOG_EXPORT FileJLogWriter {
     /// least 1125 bytes, holds any line but one whose name and message are both near their limits;
     /// that one is cut.
     static constexpr size_t kFlushMark = 23452;
+    /// "MM-DD hh:mm:ss".
+    static constexpr size_t kDateBytes = 14;
+
+    /// The places of a line that is being appended.
+    struct Line {
+        char* date;
+        /// Where what follows the date is to be rendered: behind it, or in a scratch area when it
+        /// might not fit.
+        char* rest;
+    };
 
     void startSeries(const char* namePrefix, bool silent);
     /// Creates the next file in mFolder and leaves its path in `path`; -1 when that fails, and then
@@ -83,34 +111,51 @@ class JLOG_EXPORT FileJLogWriter {
         }
     }
     void rotate();
+    void reserveDescriptor();
+    void releaseDescriptor();
+    [[nodiscard]] tm toLocalTime(time_t seconds, clockid_t clock) const;
     void appendEnterExit(const LogEnterExit& record, Direction direction);
-    void appendDate(const timespec& timestamp);
-    /// Where the rest of a line is to be rendered: in place, or in `scratch` when it might not fit.
-    char* lineSpace(char* scratch);
-    void appendLine(const char* line, const char* end);
-    void countAppended(size_t bytes);
-    void writeBuffered();
-    [[nodiscard]] char* writePtr() { return mBuffer + mBufferedBytes; }
+    Line beginLine(const timespec& timestamp, char* scratch);
+    void endLine(const Line& line, const char* end);
+    /// Counts the text up to `end` as buffered.
+    void countUpTo(const char* end);
+    void writeBuffered() const;
+    void writeOut(const char* bytes, size_t count) const;
+    [[nodiscard]] char* buffer() { return mText + kDateBytes; }
+    [[nodiscard]] char* writePtr() { return buffer() + mBufferedBytes; }
     [[nodiscard]] size_t room() const { return kWriteBufferBytes - mBufferedBytes; }
 
+    /// Bytes of text behind buffer() that are not written yet.
     uint64_t mBufferedBytes{0};
+    /// Where the text to write starts in mText: at buffer(), or at a date that is held over.
+    size_t mTextBegin{kDateBytes};
     /// Bytes counted against the current file; drives the rotation.
     uint64_t mFileBytes{0};
     const int32_t mPid;
     /// Index of the next file of the series.
     uint32_t mFileIndex{1};
     bool mSilent{false};
+    bool mSignalSafe{false};
+    /// Open, for its number alone, while a signal-safe writer has no file; otherwise -1.
+    int32_t mReservedFd{-1};
+    /// Clock of the records, in a signal handler.
+    clockid_t mRecordClock{CLOCK_REALTIME};
     /// Time stamp in the file names of the series.
     FixedText<40> mTimeStamp;
     /// Stands before the time stamp in the file names; empty for normal files.
     FixedText<30> mNamePrefix;
+    /// Null without memory; then no space is freed.
+    const std::unique_ptr<StorageCleaner> mCleaner;
     /// mPid as it stands in every line, and the date part of the second rendered last: most records
     /// repeat both.
     char mPidText[16]{};
     const uint8_t mPidChars;
-    char mDateText[14]{};
+    char mDateText[kDateBytes]{};
     time_t mDateSecond;
-    char mBuffer[kWriteBufferBytes];
+    /// The text buffer, and in front of it room for the date of a line. A date that fills the
+    /// buffer up to the mark is to be written out; it is held over there instead, to be written
+    /// with the rest of its line.
+    char mText[kDateBytes + kWriteBufferBytes];
 };
 
 }  // namespace JCam::Utils::JLog::File
