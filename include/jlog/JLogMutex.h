@@ -18,6 +18,8 @@
 #define JLOG_EXCLUDES(mutex) JLOG_THREAD_ANNOTATION(locks_excluded(mutex))
 #define JLOG_ACQUIRE(...) JLOG_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define JLOG_RELEASE(...) JLOG_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
+/// For a function that reads guarded members without the mutex, by a protocol of its own.
+#define JLOG_NO_THREAD_SAFETY_ANALYSIS JLOG_THREAD_ANNOTATION(no_thread_safety_analysis)
 
 namespace JCam::Utils::JLog {
 

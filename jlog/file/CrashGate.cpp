@@ -1,4 +1,4 @@
-// Runs in a signal handler, but for what the header sets apart.
+// Runs after a fatal signal, by the rules of CrashHandler.cpp, but for what the header sets apart.
 
 #include "jlog/file/CrashGate.h"
 

@@ -12,7 +12,9 @@
 #include <android/log.h>
 #include <cutils/properties.h>
 
+#include "jlog/file/CrashGate.h"
 #include "jlog/file/FileLogTag.h"
+#include "jlog/file/LocalTime.h"
 #include "jlog/file/LogFolder.h"
 
 namespace JCam::Utils::JLog::File {
@@ -91,6 +93,7 @@ void FileAloneJLogger::onInit() {
         mRunning.store(false, std::memory_order_release);
         mWriter.close();
     }
+    initHook();
 }
 
 bool FileAloneJLogger::startThread() {
@@ -111,6 +114,7 @@ bool FileAloneJLogger::startThread() {
 }
 
 void FileAloneJLogger::onUninit() {
+    uninitHook();
     // Acquire: meets the store of onInit(), so that what it prepared is visible here.
     if (!mRunning.load(std::memory_order_acquire)) {
         return;
@@ -173,6 +177,10 @@ void FileAloneJLogger::flushThreadEntry() {
     while (const Buffer* buffer = nextBuffer(state, &remaining)) {
         renderBuffer(*buffer, remaining, state);
         refreshReservationLine();
+        refreshLocalTime();
+        // Without a file there was no write that a crash dump would have held up, and the dump may
+        // have one.
+        CrashGate::awaitOpen();
         recycleFront();
     }
     __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "File ULogger stopped");
@@ -242,11 +250,20 @@ void FileAloneJLogger::finishFlushLocked() {
 void FileAloneJLogger::pauseLocked(const FlushState& state) {
     if (state.flushIntervalMs >= 1) {
         mCond.waitFor(mMutex, milliseconds(state.flushIntervalMs));
-        return;
     }
     mMutex.unlock();
-    sched_yield();
+    if (state.flushIntervalMs < 1) {
+        sched_yield();
+    }
+    refreshLocalTime();
     mMutex.lock();
+}
+
+void FileAloneJLogger::refreshLocalTime() {
+    // Without the mutex: the time-zone code may have to wait, and then only this thread does.
+    if (mNeHook.load(std::memory_order_relaxed) >= 1) {
+        refreshUtcOffsets();
+    }
 }
 
 void FileAloneJLogger::raiseBoostLocked(FlushState& state) {
@@ -279,9 +296,9 @@ void FileAloneJLogger::renderBuffer(const Buffer& buffer, size_t remaining, Flus
         return;
     }
     state.logsWritten += renderRecords(buffer, mWriter);
-    if (remaining == 0) {
-        mWriter.flush(true);
-    }
+    // With its text in the file, whether or not the batch goes on, nothing is lost that leaves
+    // memory now: a crash dump finds records either there or in a buffer.
+    mWriter.flush(remaining == 0);
     const bool batchEndsWithStatus =
             remaining == 0 && (state.flushIntervalMs >= kStatusIntervalMs ||
                                mFlushPending.load(std::memory_order_relaxed));

@@ -69,7 +69,14 @@ FileJLoggerBase::FileJLoggerBase() : mClockId(chooseClock()) {
     refreshReservationLine();
 }
 
-FileJLoggerBase::~FileJLoggerBase() = default;
+FileJLoggerBase::~FileJLoggerBase() {
+    // A handler may still be installed, of a hook that was armed beside another logger's or is not
+    // disarmed by its subclass: it must not find an object that is gone. One that has found it is
+    // waited for.
+    FileJLoggerBase* self = this;
+    sActiveLogger.compare_exchange_strong(self, nullptr, std::memory_order_seq_cst);
+    CrashGate::awaitDumpEnd();
+}
 
 void FileJLoggerBase::onLogEnter(unsigned int moduleId, const char* name, unsigned int requestNo) {
     logEnterExit(RECORD_ENTER, moduleId, name, requestNo);
@@ -256,30 +263,6 @@ void FileJLoggerBase::refreshReservationLine() {
     const bool loggable =
             __android_log_is_loggable(ANDROID_LOG_DEBUG, kFileLogTag, ANDROID_LOG_VERBOSE) != 0;
     mReservationLine.store(loggable, std::memory_order_relaxed);
-}
-
-uint32_t FileJLoggerBase::renderRecords(const Buffer& buffer, FileJLogWriter& writer) {
-    uint32_t records = 0;
-    const char* end = buffer.end();
-    for (const char* place = buffer.data; place < end; ++records) {
-        const auto* header = reinterpret_cast<const LogHeader*>(place);
-        switch (header->type()) {
-            case RECORD_ENTER:
-                writer.onLogEnter(reinterpret_cast<const LogEnterExit*>(header));
-                break;
-            case RECORD_EXIT:
-                writer.onLogExit(reinterpret_cast<const LogEnterExit*>(header));
-                break;
-            case RECORD_DETAILS:
-                writer.onLogDetails(reinterpret_cast<const LogDetails*>(header));
-                break;
-            case RECORD_INCOMPLETE:
-            default:
-                break;
-        }
-        place += header->size();
-    }
-    return records;
 }
 
 char* FileJLoggerBase::getTimeStamp(int clockId, char* out, unsigned long size) {

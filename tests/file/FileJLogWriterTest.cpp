@@ -15,6 +15,7 @@
 
 #include <android/log.h>
 
+#include "jlog/file/FileJLoggerBase.h"
 #include "support/Interpose.h"
 #include "support/LogCapture.h"
 #include "support/Records.h"
@@ -177,6 +178,23 @@ void compareWithReference(FileJLogWriter& writer, const Support::TempFolder& fol
 
 TEST_F(FileJLogWriterTest, RendersLikeTheReferenceLongAndCutLinesIncluded) {
     compareWithReference(mWriter, mFolder);
+}
+
+TEST_F(FileJLogWriterTest, CrashWriterRendersLikeTheReferenceWithoutTheTimeZoneCode) {
+    class Logger : public FileJLoggerBase {
+      public:
+        using FileJLoggerBase::initHook;
+        using FileJLoggerBase::mCrashWriter;
+        using FileJLoggerBase::uninitHook;
+    };
+    // The one zone whose offset is the same at all times.
+    setenv("TZ", "UTC0", 1);
+    tzset();
+    Logger logger;
+    logger.initHook();
+    logger.mCrashWriter->mFolder = mFolder.path();
+    compareWithReference(*logger.mCrashWriter, mFolder);
+    logger.uninitHook();
 }
 
 TEST_F(FileJLogWriterTest, FreeTextIsFormattedLikePrintf) {

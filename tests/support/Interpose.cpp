@@ -6,6 +6,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -27,7 +28,9 @@ namespace {
 std::atomic<int64_t> sFreeBytes{-1};
 std::atomic<bool> sRefuseThreads{false};
 std::atomic<bool> sRefuseBuffers{false};
+std::atomic<bool> sRefuseProbes{false};
 std::atomic<int> sSyncs{0};
+std::atomic<void (*)(int)> sOnWrite{nullptr};
 
 // Paths are set while no other thread makes use of them. Of fixed size, since a signal handler may
 // come here.
@@ -78,7 +81,9 @@ Scope::~Scope() {
     setFreeBytes(-1);
     refuseThreads(false);
     refuseBuffers(false);
+    refuseProbes(false);
     sSyncs = 0;
+    onWrite(nullptr);
     redirect("", "");
     refuseUnlink("");
     const std::lock_guard<std::mutex> lock(sMutex);
@@ -93,6 +98,12 @@ void refuseThreads(bool refuse) {
 }
 void refuseBuffers(bool refuse) {
     sRefuseBuffers = refuse;
+}
+void refuseProbes(bool refuse) {
+    sRefuseProbes = refuse;
+}
+void onWrite(void (*action)(int fd)) {
+    sOnWrite = action;
 }
 int syncs() {
     return sSyncs;
@@ -158,6 +169,27 @@ int statvfs(const char* path, struct statvfs* storage) noexcept {
     storage->f_bsize = 1;
     storage->f_bfree = static_cast<fsblkcnt_t>(sFreeBytes.load());
     return 0;
+}
+
+ssize_t write(int fd, const void* bytes, size_t count) {
+    static const Next<ssize_t(int, const void*, size_t)> next("write");
+    if (const auto action = sOnWrite.load()) {
+        action(fd);
+    }
+    return next(fd, bytes, count);
+}
+
+ssize_t process_vm_readv(pid_t pid, const iovec* local, unsigned long localCount,
+                         const iovec* remote, unsigned long remoteCount,
+                         unsigned long flags) noexcept {
+    static const Next<ssize_t(pid_t, const iovec*, unsigned long, const iovec*, unsigned long,
+                              unsigned long)>
+            next("process_vm_readv");
+    if (sRefuseProbes) {
+        errno = ENOSYS;
+        return -1;
+    }
+    return next(pid, local, localCount, remote, remoteCount, flags);
 }
 
 int fsync(int fd) {

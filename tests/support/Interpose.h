@@ -29,6 +29,11 @@ void refuseThreads(bool refuse);
 void refuseBuffers(bool refuse);
 /// Deleting this path fails.
 void refuseUnlink(const std::string& path);
+/// process_vm_readv fails with ENOSYS.
+void refuseProbes(bool refuse);
+/// Called at the start of every write(2) with its descriptor, on the thread that writes; null for
+/// nothing. It must be signal-safe if the library may write in a signal handler.
+void onWrite(void (*action)(int fd));
 /// Nice values set so far.
 std::vector<int> niceValues();
 /// Calls of fsync so far.

@@ -29,11 +29,11 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
     FileAloneJLogger();
     ~FileAloneJLogger() override;
 
-    /// Creates the folder and the first file and starts the flush thread. Not again before
-    /// onUninit().
+    /// Creates the folder and the first file, starts the flush thread and arms the crash hook. Not
+    /// again before onUninit().
     void onInit() override;
-    /// Writes everything that is buffered, stops the thread and closes the file. Blocks for as long
-    /// as that takes. Without effect on a logger that does not run.
+    /// Disarms the crash hook, writes everything that is buffered, stops the thread and closes the
+    /// file. Blocks for as long as that takes. Without effect on a logger that does not run.
     void onUninit() override;
     /// Retires the current buffer and wakes the flush thread. Waits until everything logged before
     /// the call is in the file, at most `timeoutSec` seconds; below 1 it does not wait. The batch
@@ -68,6 +68,8 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
     Decision decideLocked(FlushState& state) JLOG_REQUIRES(mMutex);
     void idleStepLocked(FlushState& state) JLOG_REQUIRES(mMutex);
     void pauseLocked(const FlushState& state) JLOG_REQUIRES(mMutex);
+    /// Keeps the UTC offset fresh for the crash hook.
+    void refreshLocalTime() JLOG_EXCLUDES(mMutex);
     void raiseBoostLocked(FlushState& state) JLOG_REQUIRES(mMutex);
     void awaitFrontWritersLocked() JLOG_REQUIRES(mMutex);
     void finishFlushLocked() JLOG_REQUIRES(mMutex);

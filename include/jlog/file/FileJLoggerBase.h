@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -25,6 +26,12 @@ class FileJLogWriter;
 ///
 /// Memory: the queue has no bound before a consumer is started and while it lags. Without memory
 /// for a new buffer events are dropped, and one ERROR line tells when that begins.
+///
+/// Crash hook: armed by initHook(), it catches SIGABRT, SIGSEGV and SIGBUS, writes the records that
+/// are still in memory into a crash file, and hands the signal on to the action that was there
+/// before. Every record whose logging call had returned before the signal is in a log file or in
+/// the crash file (but for mode 1, which may leave the queue out). The process has one handler,
+/// which works on the logger armed last.
 ///
 /// Fork: a child made by fork() has no consumer, and the mutex may be held in it. As POSIX asks of
 /// the child of a threaded process, it may only exec or _exit.
@@ -77,12 +84,30 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     void setQueueBounded(bool bounded) JLOG_EXCLUDES(mMutex);
     [[nodiscard]] bool isQueueBoundedLocked() const JLOG_REQUIRES(mMutex) { return mQueueBounded; }
 
+    /// Arms the crash hook, if the property "vendor.debug.camera.jlog.hookne" is 1 or above (the
+    /// default is 2); it becomes the mode. Without effect on the signals when the hook is armed.
+    /// Not from two threads at once.
+    void initHook();
+
+    /// Restores the actions that initHook() found. Waits for a dump that runs, within bounds.
+    void uninitHook();
+
+    /// Makes sigHandler the action of `sig`: saves the current action in `oldAct` and fills `act`
+    /// with the one it installs. Does nothing when either is null.
+    static void registerSigAction(int sig, struct sigaction* act, struct sigaction* oldAct);
+
+    /// The handler. Dumps the records of sActiveLogger, keeps errno. Signal-safe.
+    static void sigHandler(int sig, siginfo_t* info, void* context);
+
     /// Asks the Android log anew whether it prints the line of every reservation.
     void refreshReservationLine();
 
-    /// Hands every complete record of `buffer` to `writer`, in the order of reservation. Returns
-    /// how many records there are, incomplete ones included.
-    static uint32_t renderRecords(const Buffer& buffer, FileJLogWriter& writer);
+    /// Hands every complete record in the first `maxBytes` of `buffer` to `writer`, in the order of
+    /// reservation. Returns how many records there are, incomplete ones included. A record of an
+    /// impossible size, which only damaged memory holds, ends the walk; one with impossible
+    /// contents is stepped over. Signal-safe with a writer that is.
+    static uint32_t renderRecords(const Buffer& buffer, FileJLogWriter& writer,
+                                  size_t maxBytes = kBufferBytes);
 
     /// Clock of all record time stamps: CLOCK_REALTIME, or CLOCK_MONOTONIC by property.
     const clockid_t mClockId;
@@ -102,6 +127,17 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// Crash-hook mode; 0 while no hook is installed. Relaxed: writers choose by it whether to
     /// fence, and around a change either choice is right.
     std::atomic<int32_t> mNeHook{0};
+    /// The actions that the hook has installed, and those that it found, for SIGABRT, SIGSEGV and
+    /// SIGBUS in this order. Written while none of them can fire yet, read by the handler.
+    struct sigaction mNewActions[3]{};
+    struct sigaction mOldActions[3]{};
+    /// Used by the handler alone, once the hook is armed. It stays until the logger goes, for a
+    /// handler that has been entered already when the hook is disarmed.
+    std::unique_ptr<FileJLogWriter> mCrashWriter;
+
+    /// The logger whose initHook() ran last, armed or not; null again only when it is gone.
+    /// Sequentially consistent: a handler first shuts the CrashGate, then looks here.
+    static std::atomic<FileJLoggerBase*> sActiveLogger;
 
   private:
     /// Writes what enter and exit records share.
@@ -116,6 +152,27 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     std::unique_ptr<Buffer> recycleLocked(Buffer* buffer) JLOG_REQUIRES(mMutex);
     /// Gives up the oldest complete buffers of a bounded queue, which is to take one more.
     void trimQueueLocked() JLOG_REQUIRES(mMutex);
+
+    /// The action that was found for `sig`; null for a signal that is none of the three.
+    /// Signal-safe.
+    [[nodiscard]] const struct sigaction* previousAction(int sig) const;
+    /// Installs the action of `sig` to which the signal is to be handed on, and returns it:
+    /// `found`, which may be null, or the default action. Signal-safe.
+    static struct sigaction restoreAction(int sig, const struct sigaction* found);
+    /// Writes a crash file; `address` is the fault's. Signal-safe.
+    void dump(const char* signalName, const void* address);
+    /// Renders what is buffered into the crash file. Signal-safe.
+    void dumpRecords() JLOG_NO_THREAD_SAFETY_ANALYSIS;
+    /// How far a dump has got with the queue.
+    struct QueueWalk {
+        const Buffer* next;
+        const Buffer* last;  // that was dumped; null before the first
+        size_t left;         // buffers to come, at most
+    };
+    /// Renders the queue up to `end`, or to where its links lead nowhere. Signal-safe.
+    void dumpQueue(QueueWalk& walk, const Buffer* end);
+    /// Renders a buffer of whose memory the first `readable` bytes can be read. Signal-safe.
+    void dumpBuffer(const Buffer& buffer, size_t readable);
 
     bool mQueueBounded JLOG_GUARDED_BY(mMutex){false};
     /// The heap has refused a buffer, and the line that says so was printed. Until the heap gives
