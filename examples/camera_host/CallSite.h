@@ -43,13 +43,15 @@ class NodeScope {
               mEntered(areScopesEnabled()) {
         if (mEntered) {
             JCam::Utils::JLog::JLogger::logEnter(mModuleId, mName, mRequestNo);
-            mLedger.addEnter(mModuleId, mName, mRequestNo);
+            mLedger.countEnter();
+            mLedger.addContent(scopeHash('+', mModuleId, mName, mRequestNo));
         }
     }
     ~NodeScope() {
         if (mEntered) {
             JCam::Utils::JLog::JLogger::logExit(mModuleId, mName, mRequestNo);
-            mLedger.addExit(mModuleId, mName, mRequestNo);
+            mLedger.countExit();
+            mLedger.addContent(scopeHash('-', mModuleId, mName, mRequestNo));
         }
     }
     NodeScope(const NodeScope&) = delete;
@@ -87,7 +89,8 @@ void details(Ledger& ledger, unsigned int moduleId, const char* tag,
     LogText text;
     formatText(text, ledger.number(), ledger.details() + 1, format, fmt::make_format_args(args...));
     JLogger::logNormalDetails(moduleId, tag, level, text.chars.data(), text.length);
-    ledger.addDetails(level, tag, text.view());
+    ledger.countDetails();
+    ledger.addContent(detailsHash(levelLetter(level), tag, text.view()));
 }
 
 }  // namespace CameraHost

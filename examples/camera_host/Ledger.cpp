@@ -14,11 +14,6 @@ namespace {
 constexpr size_t kMaxTagBytes = 128;
 constexpr size_t kMaxTextBytes = 1023;
 
-void add(std::atomic<uint64_t>& count, uint64_t n) {
-    // One writer: a load and a store do, and cost less than a read-modify-write.
-    count.store(count.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
-}
-
 uint64_t mix(uint64_t seed, uint64_t value) {
     constexpr uint64_t kGoldenRatio = 0x9e3779b97f4a7c15;
     return seed ^ (value + kGoldenRatio + (seed << 6U) + (seed >> 2U));
@@ -48,21 +43,6 @@ uint64_t scopeHash(char sign, uint32_t moduleId, std::string_view name, uint32_t
 
 void Ledger::adoptThread() {
     mTid.store(static_cast<int>(syscall(SYS_gettid)), std::memory_order_relaxed);
-}
-
-void Ledger::addEnter(uint32_t moduleId, std::string_view name, uint32_t requestNo) {
-    add(mContentSum, scopeHash('+', moduleId, name, requestNo));
-    add(mEnters, 1);
-}
-
-void Ledger::addExit(uint32_t moduleId, std::string_view name, uint32_t requestNo) {
-    add(mContentSum, scopeHash('-', moduleId, name, requestNo));
-    add(mExits, 1);
-}
-
-void Ledger::addDetails(JLogLevel level, std::string_view tag, std::string_view text) {
-    add(mContentSum, detailsHash(levelLetter(level), tag, text));
-    add(mDetails, 1);
 }
 
 void Ledger::addTiming(uint64_t calls, uint64_t ns) {

@@ -22,8 +22,9 @@ namespace CameraHost {
 /// What one thread has logged: the truth that the files are checked against.
 ///
 /// Only the thread that owns it writes; the progress line reads the counts meanwhile. All loads and
-/// stores are relaxed: a reader needs each count alone, and the check runs after the join. Aligned
-/// to a cache line, so that two threads never share one.
+/// stores are relaxed: a reader needs each count alone, and the check runs after the join, or when
+/// the process is dead. Each count is of calls that have returned. Aligned to a cache line, so that
+/// two threads never share one.
 class alignas(64) Ledger {
   public:
     explicit Ledger(uint32_t number) : mNumber(number) {}
@@ -31,10 +32,12 @@ class alignas(64) Ledger {
     /// Makes the calling thread the owner.
     void adoptThread();
 
-    void addEnter(uint32_t moduleId, std::string_view name, uint32_t requestNo);
-    void addExit(uint32_t moduleId, std::string_view name, uint32_t requestNo);
-    void addDetails(JCam::Utils::JLog::JLogLevel level, std::string_view tag,
-                    std::string_view text);
+    /// To be called right after the logging call...
+    void countEnter() { add(mEnters, 1); }
+    void countExit() { add(mExits, 1); }
+    void countDetails() { add(mDetails, 1); }
+    /// ... and then, with the hash of what was logged, at leisure.
+    void addContent(uint64_t hash) { add(mContentSum, hash); }
     /// Adds `calls` library calls that together took `ns`.
     void addTiming(uint64_t calls, uint64_t ns);
 
@@ -56,6 +59,11 @@ class alignas(64) Ledger {
     [[nodiscard]] uint64_t timedNs() const { return mTimedNs.load(std::memory_order_relaxed); }
 
   private:
+    static void add(std::atomic<uint64_t>& count, uint64_t n) {
+        // One writer: a load and a store do, and cost less than a read-modify-write.
+        count.store(count.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
+    }
+
     const uint32_t mNumber;
     std::atomic<int> mTid{0};
     std::atomic<uint64_t> mEnters{0};

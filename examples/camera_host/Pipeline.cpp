@@ -77,41 +77,40 @@ void dumpMetadata(Ledger& ledger, const Stream& stream, uint32_t request) {
 
     const Clock::time_point begin = Clock::now();
     JLogger::logEnter(stream.moduleId, kName, request);
+    ledger.countEnter();
     for (const LogText& text : texts) {
         JLogger::logNormalDetails(stream.moduleId, kName, LEVEL_VERBOSE, text.chars.data(),
                                   text.length);
+        ledger.countDetails();
     }
     JLogger::logExit(stream.moduleId, kName, request);
+    ledger.countExit();
     const std::chrono::nanoseconds duration = Clock::now() - begin;
 
-    ledger.addEnter(stream.moduleId, kName, request);
+    ledger.addContent(scopeHash('+', stream.moduleId, kName, request));
     for (const LogText& text : texts) {
-        ledger.addDetails(LEVEL_VERBOSE, kName, text.view());
+        ledger.addContent(detailsHash(levelLetter(LEVEL_VERBOSE), kName, text.view()));
     }
-    ledger.addExit(stream.moduleId, kName, request);
+    ledger.addContent(scopeHash('-', stream.moduleId, kName, request));
     ledger.addTiming(texts.size() + 2, static_cast<uint64_t>(duration.count()));
 }
 
 }  // namespace
 
-Pipeline::Pipeline(std::deque<Ledger>& ledgers, unsigned int threads, unsigned int rate)
-        : mRate(rate), mLedgers(ledgers) {
-    for (unsigned int i = 0; i <= threads; i++) {
-        mLedgers.emplace_back(i);
-    }
-}
+Pipeline::Pipeline(LedgerBook& ledgers, unsigned int threads, unsigned int rate)
+        : mRate(rate), mThreadCount(threads), mLedgers(ledgers), mHostLedger(ledgers.add(0)) {}
 
 void Pipeline::start() {
-    mLedgers.front().adoptThread();
-    for (size_t i = 1; i < mLedgers.size(); i++) {
+    mHostLedger.adoptThread();
+    for (unsigned int i = 1; i <= mThreadCount; i++) {
         mThreads.emplace_back(
-                [this, &ledger = mLedgers[i], &stream = kStreams[(i - 1) % kStreams.size()]](
+                [this, &ledger = mLedgers.add(i), &stream = kStreams[(i - 1) % kStreams.size()]](
                         const std::stop_token& stop) { runStream(stop, ledger, stream); });
     }
 }
 
 void Pipeline::tick(unsigned int second) {
-    details(mLedgers.front(), MODULE_COMMON, "CameraHost", LEVEL_INFO, "{} s, {} requests", second,
+    details(mHostLedger, MODULE_COMMON, "CameraHost", LEVEL_INFO, "{} s, {} requests", second,
             mRequests.load(std::memory_order_relaxed));
     JLogInitializer::updateLogLevel();
     JLogger::flush(kFlushTimeoutSec);

@@ -3,14 +3,13 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <mutex>
 #include <span>
 #include <stop_token>
 #include <thread>
 #include <vector>
 
-#include "Ledger.h"
+#include "LedgerBook.h"
 
 namespace CameraHost {
 
@@ -32,9 +31,11 @@ struct Stream {
 /// starts it logs too, once a second, through tick().
 class Pipeline {
   public:
-    /// `rate`: requests per second and thread; 0 is as fast as it can. `ledgers` is empty; it gets
-    /// one for the host's own thread, then one per thread, and must outlive the pipeline.
-    Pipeline(std::deque<Ledger>& ledgers, unsigned int threads, unsigned int rate);
+    /// `rate`: requests per second and thread; 0 is as fast as it can. `ledgers` is empty and has
+    /// room for ledgersFor(threads): one for the host's own thread, then one per thread. It must
+    /// outlive the pipeline.
+    Pipeline(LedgerBook& ledgers, unsigned int threads, unsigned int rate);
+    [[nodiscard]] static size_t ledgersFor(unsigned int threads) { return size_t{threads} + 1; }
     /// Stops the threads: a pipeline must be gone before logging is shut down.
     ~Pipeline() { stop(); }
     Pipeline(const Pipeline&) = delete;
@@ -52,8 +53,10 @@ class Pipeline {
     void runRequest(Ledger& ledger, const Stream& stream);
 
     const unsigned int mRate;
+    const unsigned int mThreadCount;
     std::atomic<uint32_t> mRequests{0};
-    std::deque<Ledger>& mLedgers;
+    LedgerBook& mLedgers;
+    Ledger& mHostLedger;
     std::mutex mMutex;  // for the timed wait alone
     std::condition_variable_any mStopped;
     std::vector<std::jthread> mThreads;  // last: they use everything above

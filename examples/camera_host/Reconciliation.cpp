@@ -7,8 +7,7 @@
 
 #include <fmt/format.h>
 
-#include "TextCursor.h"
-#include "ThreadtimeLine.h"
+#include "RecordLine.h"
 
 namespace CameraHost {
 
@@ -16,6 +15,8 @@ namespace {
 
 constexpr size_t kMaxNotes = 5;
 constexpr size_t kMaxQuote = 100;
+
+}  // namespace
 
 void addNote(Findings& findings, std::string note) {
     if (findings.notes.size() < kMaxNotes) {
@@ -35,78 +36,16 @@ void noteTorn(Findings& findings, const FileLine& line, std::string_view what) {
     noteLine(findings, line, what);
 }
 
-/// The line that a rotation writes ahead of everything else into its new file.
-bool isRotationMarker(const FileLine& line) {
-    return line.number == 1 && line.complete && line.text == "-- CONTINUED --";
-}
+namespace {
 
 /// Parses a line of this process; one that does not parse is counted as torn.
-std::optional<ThreadtimeLine> parseLine(Findings& findings, pid_t pid, const FileLine& line) {
-    // "MM-DD hh:mm:ss.uuuuuu ": our files always have microseconds.
-    constexpr size_t kDateBytes = 21;
+std::optional<RecordLine> parseLine(Findings& findings, pid_t pid, const FileLine& line) {
     std::string_view reason;
-    const std::optional<ThreadtimeLine> parsed = parseThreadtimeLine(line.text, reason);
-    if (!line.complete) {
-        reason = "no newline at the end";
-    } else if (parsed.has_value() && line.text[kDateBytes] != ' ') {
-        reason = "no microseconds";
-    } else if (parsed.has_value() && parsed->pid != pid) {
-        reason = "another process id";
-    }
-    if (!reason.empty()) {
+    std::optional<RecordLine> parsed = parseRecordLine(pid, line, reason);
+    if (!parsed.has_value()) {
         noteTorn(findings, line, reason);
-        return std::nullopt;
     }
     return parsed;
-}
-
-/// The text of an enter or exit line: "R AppRequest:REQ M[NAME:ID] +  :SCOPE #SERIAL".
-struct ScopeText {
-    uint32_t requestNo;
-    uint32_t moduleId;
-    char sign;
-    std::string_view name;
-    uint32_t serial;
-};
-
-std::optional<ScopeText> parseScopeText(std::string_view text) {
-    ScopeText result{};
-    TextCursor cursor(text);
-    if (!cursor.take("R AppRequest:") || !cursor.takeNumber(result.requestNo) ||
-        !cursor.take(" M[")) {
-        return std::nullopt;
-    }
-    TextCursor module(cursor.rest());
-    if (!module.take(module.rest().substr(0, module.rest().find(':'))) || !module.take(":") ||
-        !module.takeNumber(result.moduleId, 16) || !module.take("] ")) {
-        return std::nullopt;
-    }
-    result.sign = module.take("+  :") ? '+' : '-';
-    if (result.sign == '-' && !module.take("-  :")) {
-        return std::nullopt;
-    }
-    const size_t hash = module.rest().rfind(" #");
-    if (hash == std::string_view::npos) {
-        return std::nullopt;
-    }
-    result.name = module.rest().substr(0, hash);
-    TextCursor serial(module.rest().substr(hash + 2));
-    if (!serial.takeNumber(result.serial) || !serial.rest().empty()) {
-        return std::nullopt;
-    }
-    return result;
-}
-
-/// Reads "T<thread>:<number>" behind the " seq=" of a text. Two of them are two texts in one line.
-bool parseSeq(std::string_view text, uint32_t& thread, uint64_t& number) {
-    constexpr std::string_view kSeq = " seq=";
-    const size_t start = text.find(kSeq);
-    if (start == std::string_view::npos || start != text.rfind(kSeq)) {
-        return false;
-    }
-    TextCursor cursor(text.substr(start + kSeq.size()));
-    return cursor.take("T") && cursor.takeNumber(thread) && cursor.take(":") &&
-           cursor.takeNumber(number) && cursor.rest().empty();
 }
 
 /// Which of the numbers 1..n have been seen.
@@ -143,7 +82,7 @@ class NumberSet {
 
 class PipelineReconciler {
   public:
-    PipelineReconciler(pid_t pid, const std::deque<Ledger>& ledgers);
+    PipelineReconciler(pid_t pid, const LedgerBook& ledgers);
     void visit(const FileLine& line);
     Findings finish();
 
@@ -153,8 +92,8 @@ class PipelineReconciler {
         NumberSet texts;
     };
 
-    void visitScope(const FileLine& line, const ThreadtimeLine& parsed);
-    void visitDetails(const FileLine& line, const ThreadtimeLine& parsed, Thread& thread);
+    void visitScope(const FileLine& line, const RecordLine::Scope& scope);
+    void visitDetails(const FileLine& line, const RecordLine& parsed, Thread& thread);
 
     const pid_t mPid;
     NumberSet mSerials;
@@ -164,17 +103,17 @@ class PipelineReconciler {
     Findings mFindings;
 };
 
-uint64_t countScopes(const std::deque<Ledger>& ledgers) {
+uint64_t countScopes(const LedgerBook& ledgers) {
     uint64_t scopes = 0;
-    for (const Ledger& ledger : ledgers) {
+    for (const Ledger& ledger : ledgers.all()) {
         scopes += ledger.enters() + ledger.exits();
     }
     return scopes;
 }
 
-PipelineReconciler::PipelineReconciler(pid_t pid, const std::deque<Ledger>& ledgers)
+PipelineReconciler::PipelineReconciler(pid_t pid, const LedgerBook& ledgers)
         : mPid(pid), mSerials(countScopes(ledgers)) {
-    for (const Ledger& ledger : ledgers) {
+    for (const Ledger& ledger : ledgers.all()) {
         mThreads.emplace(ledger.tid(), Thread{ledger.number(), NumberSet(ledger.details())});
         mLoggedSum += ledger.contentSum();
     }
@@ -184,36 +123,35 @@ void PipelineReconciler::visit(const FileLine& line) {
     if (isRotationMarker(line)) {
         return;
     }
-    const std::optional<ThreadtimeLine> parsed = parseLine(mFindings, mPid, line);
+    const std::optional<RecordLine> parsed = parseLine(mFindings, mPid, line);
     if (!parsed.has_value()) {
         return;
     }
     const auto thread = mThreads.find(parsed->tid);
     if (thread == mThreads.end()) {
         noteTorn(mFindings, line, "a thread id that never logged");
-    } else if (parsed->tag == "JLog") {
-        visitScope(line, *parsed);
+    } else if (parsed->scope.has_value()) {
+        visitScope(line, *parsed->scope);
     } else {
         visitDetails(line, *parsed, thread->second);
     }
 }
 
-void PipelineReconciler::visitScope(const FileLine& line, const ThreadtimeLine& parsed) {
-    const std::optional<ScopeText> text = parseScopeText(parsed.text);
-    if (!text.has_value() || parsed.level != 'D' || !mSerials.contains(text->serial)) {
+void PipelineReconciler::visitScope(const FileLine& line, const RecordLine::Scope& scope) {
+    if (!mSerials.contains(scope.serial)) {
         noteTorn(mFindings, line, "not an enter or exit line that was logged");
         return;
     }
-    (text->sign == '+' ? mFindings.enters : mFindings.exits)++;
-    if (!mSerials.insert(text->serial)) {
+    (scope.sign == '+' ? mFindings.enters : mFindings.exits)++;
+    if (!mSerials.insert(scope.serial)) {
         mFindings.duplicated++;
         noteLine(mFindings, line, "a serial for the second time");
         return;
     }
-    mFoundSum += scopeHash(text->sign, text->moduleId, text->name, text->requestNo);
+    mFoundSum += scopeHash(scope.sign, scope.moduleId, scope.name, scope.requestNo);
 }
 
-void PipelineReconciler::visitDetails(const FileLine& line, const ThreadtimeLine& parsed,
+void PipelineReconciler::visitDetails(const FileLine& line, const RecordLine& parsed,
                                       Thread& thread) {
     uint32_t threadNumber = 0;
     uint64_t number = 0;
@@ -256,7 +194,7 @@ Findings PipelineReconciler::finish() {
 }  // namespace
 
 Findings reconcilePipeline(pid_t pid, const std::vector<LogFile>& files,
-                           const std::deque<Ledger>& ledgers) {
+                           const LedgerBook& ledgers) {
     PipelineReconciler reconciler(pid, ledgers);
     forEachLine(files, [&reconciler](const FileLine& line) { reconciler.visit(line); });
     return reconciler.finish();
@@ -277,7 +215,7 @@ Findings reconcileReplay(pid_t pid, const std::vector<LogFile>& files,
         if (isRotationMarker(line)) {
             return;
         }
-        const std::optional<ThreadtimeLine> parsed = parseLine(findings, pid, line);
+        const std::optional<RecordLine> parsed = parseLine(findings, pid, line);
         if (!parsed.has_value()) {
             return;
         }

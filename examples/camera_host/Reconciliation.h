@@ -3,11 +3,11 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <deque>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "Ledger.h"
+#include "LedgerBook.h"
 #include "LogFiles.h"
 
 namespace CameraHost {
@@ -26,11 +26,17 @@ struct Findings {
     [[nodiscard]] bool isClean() const { return lost == 0 && duplicated == 0 && torn == 0; }
 };
 
+// For whoever counts faults.
+void addNote(Findings& findings, std::string note);
+void noteLine(Findings& findings, const FileLine& line, std::string_view what);
+/// Counts a torn line as well.
+void noteTorn(Findings& findings, const FileLine& line, std::string_view what);
+
 /// Checks a run of the pipeline record by record: the serials of enter and exit lines are 1..N, the
 /// numbers of each thread's texts are 1..n, each once and on a line of that thread, and the sum of
 /// all contents is that of the ledgers.
 [[nodiscard]] Findings reconcilePipeline(pid_t pid, const std::vector<LogFile>& files,
-                                         const std::deque<Ledger>& ledgers);
+                                         const LedgerBook& ledgers);
 
 /// Checks a replay, whose texts carry no numbers: the files hold the messages of `logged` (each by
 /// its detailsHash()), each the same number of times.

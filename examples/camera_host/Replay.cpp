@@ -61,8 +61,11 @@ void replayGroup(Ledger& ledger, std::span<const Message> messages, std::vector<
     for (size_t i = 0; i < messages.size(); i++) {
         if (wanted[i]) {
             const Message& message = messages[i];
-            ledger.addDetails(message.level, message.tag, message.text);
-            logged.push_back(detailsHash(levelLetter(message.level), message.tag, message.text));
+            const uint64_t hash =
+                    detailsHash(levelLetter(message.level), message.tag, message.text);
+            ledger.countDetails();
+            ledger.addContent(hash);
+            logged.push_back(hash);
         }
     }
 }
@@ -105,12 +108,12 @@ ReplayScript loadReplay(const std::string& path) {
     return script;
 }
 
-Replay::Replay(const ReplayScript& script, std::deque<Ledger>& ledgers)
+Replay::Replay(const ReplayScript& script, LedgerBook& ledgers)
         : mScript(script), mLedgers(ledgers) {}
 
 void Replay::start() {
     for (const auto& [tid, messages] : mScript.threads) {
-        Ledger& ledger = mLedgers.emplace_back(static_cast<uint32_t>(mLedgers.size() + 1));
+        Ledger& ledger = mLedgers.add(static_cast<uint32_t>(mLogged.size() + 1));
         std::vector<uint64_t>& logged = mLogged.emplace_back();
         mThreads.push_back(std::async(std::launch::async, [&ledger, &messages = messages, &logged] {
             replayThread(ledger, messages, logged);

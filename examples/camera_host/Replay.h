@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "jlog/JLogger.h"
-#include "Ledger.h"
+#include "LedgerBook.h"
 
 namespace CameraHost {
 
@@ -39,8 +39,9 @@ struct ReplayScript {
 /// Logs a script through the front end, each of its threads on one of our own, as fast as it can.
 class Replay {
   public:
-    /// `ledgers` is empty and gets one per thread. Both must outlive the replay.
-    Replay(const ReplayScript& script, std::deque<Ledger>& ledgers);
+    /// `ledgers` is empty and has room for one per thread of the script. Both must outlive the
+    /// replay.
+    Replay(const ReplayScript& script, LedgerBook& ledgers);
     /// Waits for the threads: a replay must be gone before logging is shut down.
     ~Replay() = default;
     Replay(const Replay&) = delete;
@@ -54,7 +55,7 @@ class Replay {
 
   private:
     const ReplayScript& mScript;
-    std::deque<Ledger>& mLedgers;
+    LedgerBook& mLedgers;
     std::deque<std::vector<uint64_t>> mLogged;  // one per thread; a deque: they never move
     std::vector<std::future<void>> mThreads;    // last: they use everything above
 };

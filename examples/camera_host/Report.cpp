@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <numeric>
+#include <span>
 #include <string>
 
 #include <fmt/core.h>
@@ -30,9 +31,10 @@ std::string describeMode(unsigned int mode) {
 }
 
 /// The sum of a count over all threads.
-uint64_t sumOf(const std::deque<Ledger>& ledgers, uint64_t (Ledger::*count)() const) {
+uint64_t sumOf(const LedgerBook& ledgers, uint64_t (Ledger::*count)() const) {
+    const std::span<const Ledger> all = ledgers.all();
     return std::accumulate(
-            ledgers.begin(), ledgers.end(), uint64_t{0},
+            all.begin(), all.end(), uint64_t{0},
             [count](uint64_t sum, const Ledger& ledger) { return sum + (ledger.*count)(); });
 }
 
@@ -67,12 +69,12 @@ void printScript(const ReplayScript& script) {
     }
 }
 
-void printProgress(std::chrono::duration<double> elapsed, const std::deque<Ledger>& ledgers) {
+void printProgress(std::chrono::duration<double> elapsed, const LedgerBook& ledgers) {
     fmt::print("{:6.1f} s {:12} events\n", elapsed.count(), sumOf(ledgers, &Ledger::events));
     static_cast<void>(std::fflush(stdout));  // a pipe is to see it now
 }
 
-void printLogged(const std::deque<Ledger>& ledgers, std::string_view timedWhat) {
+void printLogged(const LedgerBook& ledgers, std::string_view timedWhat) {
     fmt::print("events logged  enter {}, exit {}, details {}\n", sumOf(ledgers, &Ledger::enters),
                sumOf(ledgers, &Ledger::exits), sumOf(ledgers, &Ledger::details));
     const uint64_t calls = sumOf(ledgers, &Ledger::timedCalls);

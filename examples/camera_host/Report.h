@@ -1,11 +1,10 @@
 #pragma once
 
 #include <chrono>
-#include <deque>
 #include <string_view>
 #include <vector>
 
-#include "Ledger.h"
+#include "LedgerBook.h"
 #include "LogFiles.h"
 #include "Options.h"
 #include "Reconciliation.h"
@@ -18,9 +17,9 @@ namespace CameraHost {
 /// `mode` is the one that the library has chosen, not the one that was asked for.
 void printStart(const Options& options, unsigned int mode);
 void printScript(const ReplayScript& script);
-void printProgress(std::chrono::duration<double> elapsed, const std::deque<Ledger>& ledgers);
+void printProgress(std::chrono::duration<double> elapsed, const LedgerBook& ledgers);
 /// `timedWhat` tells what the timed calls consist of.
-void printLogged(const std::deque<Ledger>& ledgers, std::string_view timedWhat);
+void printLogged(const LedgerBook& ledgers, std::string_view timedWhat);
 void printFindings(const Findings& findings);
 void printFiles(const std::vector<LogFile>& files);
 

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <deque>
 #include <exception>
 #include <filesystem>
 #include <optional>
@@ -20,6 +19,7 @@
 #include "ExitStatus.h"
 #include "jlog/JLogger.h"
 #include "jlog/JLogInitializer.h"
+#include "LedgerBook.h"
 #include "LogFiles.h"
 #include "Options.h"
 #include "Pipeline.h"
@@ -42,8 +42,10 @@ constexpr char kLevelVerbose[] = "4";
 
 /// What a run leaves behind for the check, made by its threads while logging was up.
 struct Run {
+    explicit Run(size_t threads) : ledgers(threads) {}
+
     unsigned int mode = 0;  // the one that the library has chosen
-    std::deque<Ledger> ledgers;
+    LedgerBook ledgers;
     std::vector<uint64_t> replayed;  // of a replay: the hashes of its messages
     std::string_view timedWhat;
 };
@@ -167,7 +169,8 @@ int runHost(const Options& options) {
         return EXIT_USAGE;
     }
     const FolderSnapshot before(folder);
-    Run run;
+    Run run(options.replayFile.empty() ? Pipeline::ledgersFor(options.threads)
+                                       : script.threads.size());
     if (options.replayFile.empty()) {
         runPipeline(options, run);
     } else {
