@@ -12,7 +12,8 @@ if [ "${1:-}" = --help ] || [ "${1:-}" = -h ]; then
 usage: scripts/demo.sh [OPTION]...
 
 Builds the camera host and runs it in mode 0x14 (own log files) with the log folder
-build/demo/logs. The options are the camera host's and go to it unchanged.
+build/demo/logs. The options are the camera host's and go to it unchanged; for example
+"--crash segv" lets it crash half way, and shows what the crash file saves.
 On a bare Debian machine it first installs the packages that it needs.
 
 Lines that the library itself writes to the Android log go to stderr. ANDROID_LOG_TAGS

@@ -49,6 +49,24 @@ class alignas(64) Ledger {
     /// Also the running number of the latest details message: they count from 1.
     [[nodiscard]] uint64_t details() const { return mDetails.load(std::memory_order_relaxed); }
     [[nodiscard]] uint64_t events() const { return enters() + exits() + details(); }
+    /// Remembers the counts as they are now. Any thread, once: just before the process is to crash.
+    void mark() {
+        mMarked.enters.store(enters(), std::memory_order_relaxed);
+        mMarked.exits.store(exits(), std::memory_order_relaxed);
+        mMarked.details.store(details(), std::memory_order_relaxed);
+    }
+    [[nodiscard]] uint64_t markedEnters() const {
+        return mMarked.enters.load(std::memory_order_relaxed);
+    }
+    [[nodiscard]] uint64_t markedExits() const {
+        return mMarked.exits.load(std::memory_order_relaxed);
+    }
+    [[nodiscard]] uint64_t markedDetails() const {
+        return mMarked.details.load(std::memory_order_relaxed);
+    }
+    [[nodiscard]] uint64_t markedEvents() const {
+        return markedEnters() + markedExits() + markedDetails();
+    }
     /// The sum of the hashes of all events, which does not depend on their order.
     [[nodiscard]] uint64_t contentSum() const {
         return mContentSum.load(std::memory_order_relaxed);
@@ -72,6 +90,11 @@ class alignas(64) Ledger {
     std::atomic<uint64_t> mContentSum{0};
     std::atomic<uint64_t> mTimedCalls{0};
     std::atomic<uint64_t> mTimedNs{0};
+    struct {
+        std::atomic<uint64_t> enters{0};
+        std::atomic<uint64_t> exits{0};
+        std::atomic<uint64_t> details{0};
+    } mMarked;
 };
 
 }  // namespace CameraHost

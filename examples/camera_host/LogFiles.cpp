@@ -24,7 +24,7 @@ std::vector<fs::path> listFolder(const fs::path& folder) {
 }
 
 /// Names of one series differ in the index at their end only, which has two digits or more: the
-/// shorter name is the earlier file.
+/// shorter name is the earlier file. Those of crash files are longer.
 bool isEarlier(const LogFile& a, const LogFile& b) {
     const std::string nameA = a.path.filename().string();
     const std::string nameB = b.path.filename().string();
@@ -33,6 +33,20 @@ bool isEarlier(const LogFile& a, const LogFile& b) {
 
 }  // namespace
 
+std::vector<LogFile> findLogFiles(const fs::path& folder, pid_t pid) {
+    const std::string prefix = fmt::format("cam_jlog_{}_", pid);
+    std::vector<LogFile> files;
+    for (fs::path& path : listFolder(folder)) {
+        const std::string name = path.filename().string();
+        if (name.starts_with(prefix) && name.ends_with(".txt")) {
+            const uint64_t bytes = fs::file_size(path);
+            files.push_back({std::move(path), bytes});
+        }
+    }
+    std::sort(files.begin(), files.end(), isEarlier);
+    return files;
+}
+
 FolderSnapshot::FolderSnapshot(fs::path folder) : mFolder(std::move(folder)) {
     for (fs::path& path : listFolder(mFolder)) {
         mBefore.insert(std::move(path));
@@ -40,16 +54,8 @@ FolderSnapshot::FolderSnapshot(fs::path folder) : mFolder(std::move(folder)) {
 }
 
 std::vector<LogFile> FolderSnapshot::newFiles(pid_t pid) const {
-    const std::string prefix = fmt::format("cam_jlog_{}_", pid);
-    std::vector<LogFile> files;
-    for (fs::path& path : listFolder(mFolder)) {
-        const std::string name = path.filename().string();
-        if (name.starts_with(prefix) && name.ends_with(".txt") && !mBefore.contains(path)) {
-            const uint64_t bytes = fs::file_size(path);
-            files.push_back({std::move(path), bytes});
-        }
-    }
-    std::sort(files.begin(), files.end(), isEarlier);
+    std::vector<LogFile> files = findLogFiles(mFolder, pid);
+    std::erase_if(files, [this](const LogFile& file) { return mBefore.contains(file.path); });
     return files;
 }
 
@@ -65,6 +71,16 @@ void forEachLine(const std::vector<LogFile>& files,
             visit({file, number, text, !in.eof()});
         }
     }
+}
+
+std::vector<std::string> firstLines(const LogFile& file, size_t count) {
+    std::ifstream in(file.path, std::ios::binary);
+    std::vector<std::string> lines;
+    std::string text;
+    while (lines.size() < count && std::getline(in, text)) {
+        lines.push_back(text);
+    }
+    return lines;
 }
 
 std::vector<std::string> lastLines(const LogFile& file, size_t count) {

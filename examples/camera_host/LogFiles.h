@@ -18,13 +18,17 @@ struct LogFile {
     uint64_t bytes;
 };
 
+/// The log files of process `pid` in a folder, in the order they were written; crash files come
+/// last.
+[[nodiscard]] std::vector<LogFile> findLogFiles(const std::filesystem::path& folder, pid_t pid);
+
 /// Remembers which files a log folder holds before a run, and finds those that the run added.
 class FolderSnapshot {
   public:
     /// A folder that does not exist is an empty one.
     explicit FolderSnapshot(std::filesystem::path folder);
 
-    /// The log files of process `pid` that were not there before, in the order they were written.
+    /// Those of findLogFiles() that were not there before.
     [[nodiscard]] std::vector<LogFile> newFiles(pid_t pid) const;
 
   private:
@@ -43,6 +47,9 @@ struct FileLine {
 /// Hands every line of the files to `visit`. A file that cannot be opened throws.
 void forEachLine(const std::vector<LogFile>& files,
                  const std::function<void(const FileLine&)>& visit);
+
+/// The first `count` lines of a file, or fewer if it has fewer.
+[[nodiscard]] std::vector<std::string> firstLines(const LogFile& file, size_t count);
 
 /// The last `count` lines of a file, or fewer if it has fewer.
 [[nodiscard]] std::vector<std::string> lastLines(const LogFile& file, size_t count);

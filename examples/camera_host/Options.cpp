@@ -1,5 +1,8 @@
 #include "Options.h"
 
+#include <csignal>
+#include <string_view>
+
 #include <CLI/CLI.hpp>
 
 #include "ExitStatus.h"
@@ -15,6 +18,11 @@ std::string checkProperty(const std::string& text) {
         return "'" + text + "' is not key=value";
     }
     return {};
+}
+
+/// 0 for an option that is not there.
+int signalOf(std::string_view crash) {
+    return crash == "segv" ? SIGSEGV : crash == "abort" ? SIGABRT : crash == "bus" ? SIGBUS : 0;
 }
 
 }  // namespace
@@ -45,15 +53,33 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
     app.add_option("--rate", options.rate, "Requests per second and thread; 0: as fast as it can")
             ->check(CLI::Range(0, 100000))
             ->capture_default_str();
-    app.add_option("--replay", options.replayFile,
-                   "Replay a logcat threadtime file instead, as fast as it can, on one thread per "
-                   "thread id of the file")
-            ->check(CLI::ExistingFile);
+    CLI::Option* replay = app.add_option("--replay", options.replayFile,
+                                         "Replay a logcat threadtime file instead, as fast as it "
+                                         "can, on one thread per "
+                                         "thread id of the file")
+                                  ->check(CLI::ExistingFile);
+    std::string crash;
+    CLI::Option* const crashOption =
+            app.add_option("--crash", crash,
+                           "Let the host crash in the middle of its load, in a child process, then "
+                           "check "
+                           "that its files hold every record: segv, abort or bus")
+                    ->type_name("SIGNAL")
+                    ->check(CLI::IsMember({"segv", "abort", "bus"}).description(""))
+                    ->excludes(replay);
+    app.add_option("--storm", options.storm,
+                   "Let so many child processes crash at full load, each by a random signal, in a "
+                   "random thread and at a random moment, and check the files of each")
+            ->type_name("N")
+            ->check(CLI::Range(1, 1000000).description(""))
+            ->excludes(replay)
+            ->excludes(crashOption);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_FINE : EXIT_USAGE;
     }
+    options.crashSignal = signalOf(crash);
     for (const std::string& property : properties) {
         const size_t equals = property.find('=');
         options.properties.emplace_back(property.substr(0, equals), property.substr(equals + 1));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
@@ -18,6 +19,8 @@ struct Options {
     unsigned int seconds = 3;
     unsigned int rate = 30;  // requests per second and thread; 0: as fast as it can
     std::string replayFile;  // empty: run the pipeline
+    int crashSignal = 0;     // not 0: the pipeline's process ends by it half way
+    uint64_t storm = 0;      // not 0: so many processes crash
 };
 
 /// Fills `options`. A result is the exit status of a program that has nothing more to do: help was

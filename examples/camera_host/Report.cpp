@@ -19,6 +19,11 @@ using namespace JCam::Utils::JLog;
 namespace {
 
 constexpr size_t kTailLines = 5;
+constexpr size_t kHeadLines = 3;
+
+double toMs(int64_t ns) {
+    return static_cast<double>(ns) / 1e6;
+}
 
 /// The back ends that a mode drives: one at most, and the trace.
 std::string describeMode(unsigned int mode) {
@@ -107,6 +112,79 @@ void printFiles(const std::vector<LogFile>& files) {
     fmt::print("last lines of {}:\n", files.back().path.filename().string());
     for (const std::string& line : lastLines(files.back(), kTailLines)) {
         fmt::print("    {}\n", line);
+    }
+}
+
+void printChildEnd(const ChildEnd& end, int64_t signalToEndNs) {
+    fmt::print("process {}  {}", end.pid, describeEnd(end));
+    if (signalToEndNs >= 0) {
+        fmt::print(", {:.1f} ms after the signal", toMs(signalToEndNs));
+    }
+    fmt::print("\n");
+}
+
+void printCrashFindings(const LedgerBook& ledgers, const CrashFindings& found) {
+    fmt::print("calls returned enter {}, exit {}, details {}, before the signal\n",
+               sumOf(ledgers, &Ledger::markedEnters), sumOf(ledgers, &Ledger::markedExits),
+               sumOf(ledgers, &Ledger::markedDetails));
+    fmt::print("records        {} in the crash file, {} of them in no other\n", found.inCrashFile,
+               found.onlyInCrashFile);
+    if (found.crashFiles != 1 || found.badFirstLines > 0) {
+        fmt::print("crash files    {}, of which {} do not begin as they should\n", found.crashFiles,
+                   found.badFirstLines);
+    }
+    printFindings(found.findings);
+    fmt::print("               (threads log on while the crash file is written)\n");
+}
+
+void printCrashFiles(const std::vector<LogFile>& files) {
+    for (const LogFile& file : files) {
+        fmt::print("{:14} {}  {} bytes\n", isCrashFile(file) ? "crash file" : "file",
+                   file.path.string(), file.bytes);
+    }
+    if (files.empty() || !isCrashFile(files.back())) {
+        return;
+    }
+    for (const std::string& line : firstLines(files.back(), kHeadLines)) {
+        fmt::print("    {}\n", line);
+    }
+    fmt::print("    ...\n");
+    for (const std::string& line : lastLines(files.back(), kHeadLines)) {
+        fmt::print("    {}\n", line);
+    }
+}
+
+void printStormProgress(uint64_t children) {
+    fmt::print("{:6} children have crashed\n", children);
+    static_cast<void>(std::fflush(stdout));
+}
+
+void printStormFindings(const StormFindings& found) {
+    fmt::print("children          {}", found.children);
+    for (const auto& [sig, children] : found.bySignal) {
+        fmt::print(", {} by {}", children, signalName(sig));
+    }
+    fmt::print("\n");
+    for (size_t place = 0; place < found.byPlace.size(); place++) {
+        fmt::print("                  {} in {}\n", found.byPlace[place],
+                   placeName(static_cast<CrashPlace>(place)));
+    }
+    fmt::print("crash files       {}\n", found.crashFiles);
+    fmt::print("hangs             {}\n", found.hangs);
+    fmt::print("other ends        {} (not by the signal that was sent)\n", found.wrongEnds);
+    fmt::print("bad first lines   {}\n", found.badFirstLines);
+    fmt::print("torn lines        {}\n", found.torn);
+    fmt::print("duplicated lines  {}\n", found.duplicated);
+    fmt::print("lost records      {} of {} whose call had returned\n", found.lost, found.returned);
+    fmt::print("                  {} were in the crash file alone\n", found.onlyInCrashFile);
+    if (!found.signalToEndNs.empty()) {
+        fmt::print("signal to end     median {:.1f} ms, longest {:.1f} ms\n",
+                   toMs(found.signalToEndNs[found.signalToEndNs.size() / 2]),
+                   toMs(found.signalToEndNs.back()));
+    }
+    fmt::print("check             {}\n", found.isClean() ? "passed" : "failed");
+    for (const std::string& note : found.notes) {
+        fmt::print("    {}\n", note);
     }
 }
 

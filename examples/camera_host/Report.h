@@ -1,14 +1,18 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string_view>
 #include <vector>
 
+#include "Crash.h"
+#include "CrashCheck.h"
 #include "LedgerBook.h"
 #include "LogFiles.h"
 #include "Options.h"
 #include "Reconciliation.h"
 #include "Replay.h"
+#include "Storm.h"
 
 /// Everything that the program prints, on the standard output. The library's own lines go to the
 /// Android log.
@@ -22,5 +26,12 @@ void printProgress(std::chrono::duration<double> elapsed, const LedgerBook& ledg
 void printLogged(const LedgerBook& ledgers, std::string_view timedWhat);
 void printFindings(const Findings& findings);
 void printFiles(const std::vector<LogFile>& files);
+/// `signalToEndNs` is below 0 if it is not known.
+void printChildEnd(const ChildEnd& end, int64_t signalToEndNs);
+void printCrashFindings(const LedgerBook& ledgers, const CrashFindings& found);
+/// The crash file's first and last lines, and the sizes of all files.
+void printCrashFiles(const std::vector<LogFile>& files);
+void printStormProgress(uint64_t children);
+void printStormFindings(const StormFindings& found);
 
 }  // namespace CameraHost

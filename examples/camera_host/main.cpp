@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,6 +17,8 @@
 #include <cutils/properties.h>
 #include <fmt/core.h>
 
+#include "Crash.h"
+#include "CrashCheck.h"
 #include "ExitStatus.h"
 #include "jlog/JLogger.h"
 #include "jlog/JLogInitializer.h"
@@ -26,6 +29,8 @@
 #include "Reconciliation.h"
 #include "Replay.h"
 #include "Report.h"
+#include "SharedMapping.h"
+#include "Storm.h"
 
 namespace CameraHost {
 
@@ -151,6 +156,34 @@ int conclude(const Options& options, const Run& run, const std::vector<LogFile>&
     return findings.isClean() ? EXIT_FINE : EXIT_FAULT;
 }
 
+/// Runs the pipeline in a child process that crashes half way, and checks what it leaves behind.
+int runCrash(const Options& options) {
+    LedgerBook ledgers(Pipeline::ledgersFor(options.threads));
+    const SharedMapping shared(sizeof(std::atomic<int64_t>));
+    auto& signalledNs = *new (shared.get()) std::atomic<int64_t>(0);
+    const std::chrono::milliseconds half(500 * options.seconds);
+    constexpr std::chrono::seconds kHangBound(10);
+    const ChildEnd end = runInChild(
+            [&]() -> int {
+                const JLogInitializer initializer(options.mask);
+                printStart(options, JLogger::sMode.load(std::memory_order_relaxed));
+                Pipeline pipeline(ledgers, options.threads, options.rate);
+                pipeline.start();
+                std::this_thread::sleep_for(half);
+                fmt::print("half way       a fault on the host's own thread: {}\n",
+                           signalName(options.crashSignal));
+                static_cast<void>(std::fflush(stdout));
+                crash(options.crashSignal, CrashPlace::HOST, 0, ledgers, signalledNs);
+            },
+            half + kHangBound);
+    const std::vector<LogFile> files = findLogFiles(getFolder(), end.pid);
+    const CrashFindings found = reconcileCrash(end.pid, options.crashSignal, files, ledgers);
+    printChildEnd(end, signalledNs != 0 ? end.endedNs - signalledNs : -1);
+    printCrashFindings(ledgers, found);
+    printCrashFiles(files);
+    return found.isClean() && end.sig == options.crashSignal ? EXIT_FINE : EXIT_FAULT;
+}
+
 int runHost(const Options& options) {
     ReplayScript script;
     if (!options.replayFile.empty()) {
@@ -167,6 +200,14 @@ int runHost(const Options& options) {
     const std::filesystem::path folder = getFolder();
     if (!makeParents(folder)) {
         return EXIT_USAGE;
+    }
+    if (options.crashSignal != 0) {
+        return runCrash(options);
+    }
+    if (options.storm > 0) {
+        const StormFindings found = runStorm(options);
+        printStormFindings(found);
+        return found.isClean() ? EXIT_FINE : EXIT_FAULT;
     }
     const FolderSnapshot before(folder);
     Run run(options.replayFile.empty() ? Pipeline::ledgersFor(options.threads)
