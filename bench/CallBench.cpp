@@ -1,5 +1,6 @@
 // One call of the front end in mode "own files", against what it cannot do without: a lock and an
-// unlock, two atomic additions, a clock reading and the copy of the text.
+// unlock, two atomic additions, a clock reading, the copy of the text and the barrier that the
+// crash hook asks for.
 
 #include <algorithm>
 #include <atomic>
@@ -106,6 +107,7 @@ void primitives(benchmark::State& state, size_t bytes) {
         memcpy(record, &now, sizeof(now));
         memcpy(record + sizeof(now), kText, bytes);
         benchmark::DoNotOptimize(record);
+        std::atomic_thread_fence(std::memory_order_seq_cst);
         pending.fetch_sub(1, std::memory_order_release);
     });
 }
