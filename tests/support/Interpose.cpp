@@ -3,15 +3,19 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/time.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -30,6 +34,11 @@ std::atomic<bool> sRefuseThreads{false};
 std::atomic<bool> sRefuseBuffers{false};
 std::atomic<bool> sRefuseProbes{false};
 std::atomic<int> sSyncs{0};
+std::atomic<ssize_t> sWriteLimit{-1};
+std::atomic<int64_t> sWallClockSec{-1};
+std::atomic<int> sRefusedLocks{0};
+std::atomic<int> sLockError{0};
+std::atomic<int> sLocks{0};
 std::atomic<void (*)(int)> sOnWrite{nullptr};
 
 // Paths are set while no other thread makes use of them. Of fixed size, since a signal handler may
@@ -83,6 +92,10 @@ Scope::~Scope() {
     refuseBuffers(false);
     refuseProbes(false);
     sSyncs = 0;
+    limitWrites(-1);
+    setWallClock(-1);
+    refuseLocks(0, 0);
+    sLocks = 0;
     onWrite(nullptr);
     redirect("", "");
     refuseUnlink("");
@@ -107,6 +120,19 @@ void onWrite(void (*action)(int fd)) {
 }
 int syncs() {
     return sSyncs;
+}
+void limitWrites(ssize_t bytes) {
+    sWriteLimit = bytes;
+}
+void setWallClock(int64_t sec) {
+    sWallClockSec = sec;
+}
+void refuseLocks(int count, int error) {
+    sLockError = error;
+    sRefusedLocks = count;
+}
+int locks() {
+    return sLocks;
 }
 
 void redirect(const std::string& from, const std::string& to) {
@@ -176,7 +202,34 @@ ssize_t write(int fd, const void* bytes, size_t count) {
     if (const auto action = sOnWrite.load()) {
         action(fd);
     }
-    return next(fd, bytes, count);
+    const ssize_t limit = sWriteLimit;
+    return limit == 0 ? 0 : next(fd, bytes, std::min(count, static_cast<size_t>(limit)));
+}
+
+FILE* fopen(const char* path, const char* mode) {
+    static const Next<FILE*(const char*, const char*)> next("fopen");
+    Path buffer;
+    return next(redirected(path, buffer), mode);
+}
+
+int flock(int fd, int operation) noexcept {
+    static const Next<int(int, int)> next("flock");
+    sLocks += operation == LOCK_EX ? 1 : 0;
+    if (sRefusedLocks > 0) {
+        --sRefusedLocks;
+        errno = sLockError;
+        return -1;
+    }
+    return next(fd, operation);
+}
+
+int gettimeofday(timeval* time, void* zone) noexcept {
+    static const Next<int(timeval*, void*)> next("gettimeofday");
+    if (sWallClockSec < 0) {
+        return next(time, zone);
+    }
+    *time = {sWallClockSec, 0};
+    return 0;
 }
 
 ssize_t process_vm_readv(pid_t pid, const iovec* local, unsigned long localCount,

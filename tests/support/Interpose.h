@@ -1,13 +1,15 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
 
-// Functions of libc and operator new that this test binary puts in front of the real ones, so that
-// the library meets a full disk, no memory, or a privileged folder. Without an order from a test
-// they only pass calls on, signal-safe once a function was called. All may be called from any
-// thread.
+// Functions of libc and operator new that a test binary puts in front of the real ones, so that the
+// library meets a full disk, no memory, a privileged folder, or another time of day. Without an
+// order from a test they only pass calls on, signal-safe once a function was called. All may be
+// called from any thread.
 namespace JCam::Support::Interpose {
 
 /// Undoes every order when a test ends.
@@ -34,6 +36,14 @@ void refuseProbes(bool refuse);
 /// Called at the start of every write(2) with its descriptor, on the thread that writes; null for
 /// nothing. It must be signal-safe if the library may write in a signal handler.
 void onWrite(void (*action)(int fd));
+/// A write(2) takes at most this many bytes; below 0 all.
+void limitWrites(ssize_t bytes);
+/// gettimeofday answers this second; below 0 the true time.
+void setWallClock(int64_t sec);
+/// The next `count` calls of flock fail with `error`.
+void refuseLocks(int count, int error);
+/// Calls of flock with LOCK_EX so far, the test's own included.
+int locks();
 /// Nice values set so far.
 std::vector<int> niceValues();
 /// Calls of fsync so far.
