@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <aidl/android/frameworks/stats/VendorAtomValue.h>
+
+namespace aidl::android::frameworks::stats {
+
+/// One event that a vendor reports to the stats service.
+class VendorAtom {
+  public:
+    /// Who reports; the service wants fewer than 50 characters.
+    std::string reverseDomainName;
+    /// What it is about; the service wants 100000 to 199999.
+    int32_t atomId = 0;
+    std::vector<VendorAtomValue> values;
+};
+
+}  // namespace aidl::android::frameworks::stats
