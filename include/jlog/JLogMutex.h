@@ -15,7 +15,7 @@
 #define JLOG_SCOPED_CAPABILITY JLOG_THREAD_ANNOTATION(scoped_lockable)
 #define JLOG_GUARDED_BY(mutex) JLOG_THREAD_ANNOTATION(guarded_by(mutex))
 #define JLOG_REQUIRES(mutex) JLOG_THREAD_ANNOTATION(requires_capability(mutex))
-#define JLOG_EXCLUDES(mutex) JLOG_THREAD_ANNOTATION(locks_excluded(mutex))
+#define JLOG_EXCLUDES(...) JLOG_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define JLOG_ACQUIRE(...) JLOG_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define JLOG_RELEASE(...) JLOG_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 /// For a function that reads guarded members without the mutex, by a protocol of its own.

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+
+namespace JCam::Utils::JLog::Track {
+
+// A camera exception error code: bits 31 to 12 tell that it is one, bits 11 to 8 are the class of
+// the exception, bits 7 to 0 its number within the class.
+
+inline constexpr int32_t kCameraErrorBase = 0x10025000;
+/// What the HAL may report: all known exceptions are among these. Numbers beyond the fields would
+/// set bits of others, so nothing outside the two ranges becomes a code.
+inline constexpr int kErrorTypes = 8;
+inline constexpr int kErrorSubCodes = 33;
+
+constexpr bool isReportable(int type, int subCode) {
+    return type >= 0 && type < kErrorTypes && subCode >= 0 && subCode < kErrorSubCodes;
+}
+
+constexpr int32_t makeErrorCode(int type, int subCode) {
+    return kCameraErrorBase | (type << 8) | subCode;
+}
+
+constexpr bool isCameraType(uint32_t exceptionId) {
+    constexpr auto kBase = static_cast<uint32_t>(kCameraErrorBase);
+    return (exceptionId & kBase) == kBase;
+}
+
+}  // namespace JCam::Utils::JLog::Track
