@@ -60,6 +60,7 @@ TEST_F(EventTrackJLoggerTest, IsMadeAndDeletedAsOftenWhileThreadsCompete) {
 
 TEST_F(EventTrackJLoggerTest, ForgetsEverythingWhenReleased) {
     mTracker->setTrackInfo(2, 0x10);
+    mTracker->sendHalExcepFbData(0x10025010, nullptr);
     mLog.clear();
     EXPECT_EQ(mTracker->init(), 0);
     EXPECT_EQ(mTracker->unInit(), 0);
@@ -72,6 +73,8 @@ TEST_F(EventTrackJLoggerTest, ForgetsEverythingWhenReleased) {
     fresh->setTrackInfo(-1, 0xFFFF);
     EXPECT_THAT(takeLines(), ElementsAre(info("EventTrackJLogger " + addressOf(fresh)),
                                          debug("set mOpenID:-1 mOpMode:0xffff")));
+    fresh->sendHalExcepFbData(0x10025010, nullptr);
+    EXPECT_EQ(mLog.count("skip"), 0U);
 }
 
 TEST(EventTrackJLogger, IsDeletedAtTheEndOfTheProcess) {
@@ -133,6 +136,10 @@ TEST_F(EventTrackJLoggerTest, KnowsTheFeedbackCodesByClassAndNumber) {
         EXPECT_EQ(mTracker->findEventId(code), row) << name;
         EXPECT_EQ(mTracker->acquireErrorCodeDesc(code), name);
         EXPECT_THAT(takeLines(), IsEmpty());
+        mTracker->sendHalExcepFbData(code, nullptr);
+        EXPECT_THAT(Support::readFile(node()),
+                    ::testing::StartsWith(category + ":NULL$$EventField@@" + name + "$$"));
+        mLog.clear();
     }
     EXPECT_EQ(row, 30);
     int known = 0;

@@ -6,6 +6,10 @@
 
 namespace JCam::Utils::JLog::Track {
 
+namespace {
+TrackTest* sTest = nullptr;  // the one that runs
+}  // namespace
+
 void runThreads(int count, const std::function<void(int)>& body) {
     std::barrier gate(count);
     std::vector<std::jthread> threads;
@@ -18,6 +22,7 @@ void runThreads(int count, const std::function<void(int)>& body) {
 }
 
 TrackTest::TrackTest() {
+    sTest = this;
     std::filesystem::current_path(mFolder.path());
     Interpose::redirect("/proc/cam_kern_fb", node());
     Interpose::setWallClock(kNow);
@@ -29,6 +34,7 @@ TrackTest::TrackTest() {
 TrackTest::~TrackTest() {
     EventTrackJLogger::releaseInstance();
     std::filesystem::current_path("/");
+    sTest = nullptr;
 }
 
 std::vector<Support::LogLine> TrackTest::takeLines() {
@@ -43,3 +49,16 @@ Support::LogLine TrackTest::lastLine() const {
 }
 
 }  // namespace JCam::Utils::JLog::Track
+
+using JCam::Utils::JLog::Track::sTest;
+
+int jlc_raise_exception(JlcExceptionRecord* record) {
+    {
+        const std::lock_guard<std::mutex> lock(sTest->mRecordsMutex);
+        sTest->mRecords.push_back(*record);
+    }
+    if (sTest->mOnRaise) {
+        sTest->mOnRaise();
+    }
+    return sTest->mAnswer;
+}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <android/log.h>
+#include <jlc/jlc_exception.h>
 
 #include "jlog/track/EventTrackJLogger.h"
 #include "support/Interpose.h"
@@ -33,8 +35,8 @@ inline Support::LogLine debug(const std::string& text) {
 /// Runs `body` on `count` threads at once, each with its number.
 void runThreads(int count, const std::function<void(int)>& body);
 
-/// A fresh tracker in a working directory of its own, with a client package, at a fixed time, and
-/// with a feedback node that is a file.
+/// A fresh tracker in a working directory of its own, with a client package, at a fixed time, with
+/// a feedback node that is a file, and with a log collector that keeps its records.
 class TrackTest : public ::testing::Test {
   protected:
     static constexpr int64_t kNow = 1'700'000'000;
@@ -53,6 +55,15 @@ class TrackTest : public ::testing::Test {
     Support::Properties mProperties{{"jovix.camera.packname", "com.app"}};
     Interpose::Scope mScope;
     EventTrackJLogger* mTracker;
+
+    /// What the collector does before it answers, and its answer. Set while no thread raises.
+    std::function<void()> mOnRaise;
+    int mAnswer = 0;
+    std::vector<JlcExceptionRecord> mRecords;  // guarded by mRecordsMutex while threads raise
+
+  private:
+    friend int ::jlc_raise_exception(JlcExceptionRecord* record);
+    std::mutex mRecordsMutex;
 };
 
 }  // namespace JCam::Utils::JLog::Track
