@@ -66,6 +66,15 @@ EventTrackJLogger::~EventTrackJLogger() {
                         static_cast<void*>(this));
 }
 
+void EventTrackJLogger::clearData() {
+    {
+        const JLogLock lock(mMutex);
+        mLastPersistentReadTime = 0;
+    }
+    // Relaxed, here and where it is read: the flag guards no other data.
+    mExceptionErrCodeRead.store(false, memory_order_relaxed);
+}
+
 void EventTrackJLogger::setTrackInfo(int openId, unsigned int opMode) {
     // A field that is to stay is not stored again: another thread may be setting it at this moment.
     if (openId != kNoCamera) {

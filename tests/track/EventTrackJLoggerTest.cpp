@@ -60,6 +60,10 @@ TEST_F(EventTrackJLoggerTest, IsMadeAndDeletedAsOftenWhileThreadsCompete) {
 
 TEST_F(EventTrackJLoggerTest, ForgetsEverythingWhenReleased) {
     mTracker->setTrackInfo(2, 0x10);
+    mTracker->caughtPersistentErrCode(0, 5);
+    mTracker->caughtPersistentErrCode(0, 6);
+    EXPECT_EQ(mTracker->readPersistentErrCode(), 0x10025005);
+    EXPECT_EQ(mTracker->readExceptionErrCode(), 0);
     mTracker->sendHalExcepFbData(0x10025010, nullptr);
     mLog.clear();
     EXPECT_EQ(mTracker->init(), 0);
@@ -73,6 +77,10 @@ TEST_F(EventTrackJLoggerTest, ForgetsEverythingWhenReleased) {
     fresh->setTrackInfo(-1, 0xFFFF);
     EXPECT_THAT(takeLines(), ElementsAre(info("EventTrackJLogger " + addressOf(fresh)),
                                          debug("set mOpenID:-1 mOpMode:0xffff")));
+    fresh->caughtPersistentErrCode(0, 7);
+    EXPECT_EQ(fresh->readPersistentErrCode(), 0x10025007);
+    EXPECT_EQ(fresh->readExceptionErrCode(), 0);
+    EXPECT_EQ(mLog.count("hal excption"), 1U);
     fresh->sendHalExcepFbData(0x10025010, nullptr);
     EXPECT_EQ(mLog.count("skip"), 0U);
 }
@@ -102,6 +110,7 @@ TEST_F(EventTrackJLoggerTest, TrackInfoKeepsWhatIsUnknown) {
     mTracker->setTrackInfo(-1, 5);
     mTracker->setTrackInfo(2, 0xFFFF);
     mTracker->setTrackInfo(0, 0xFFFFFFFF);
+    mTracker->clearData();
     mTracker->setTrackInfo(-2, 0);
     EXPECT_THAT(mLog.lines(),
                 ElementsAre(debug("set mOpenID:-1 mOpMode:0xffff"),
@@ -136,7 +145,7 @@ TEST_F(EventTrackJLoggerTest, KnowsTheFeedbackCodesByClassAndNumber) {
         EXPECT_EQ(mTracker->findEventId(code), row) << name;
         EXPECT_EQ(mTracker->acquireErrorCodeDesc(code), name);
         EXPECT_THAT(takeLines(), IsEmpty());
-        mTracker->sendHalExcepFbData(code, nullptr);
+        mTracker->writeExceptionErrCode(type, subCode, nullptr);
         EXPECT_THAT(Support::readFile(node()),
                     ::testing::StartsWith(category + ":NULL$$EventField@@" + name + "$$"));
         mLog.clear();

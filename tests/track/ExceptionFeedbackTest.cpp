@@ -84,6 +84,7 @@ TEST_F(ExceptionFeedbackTest, ACodeIsHeldBackFor30Seconds) {
                            Row{kAhead, true, kNow + 30}, Row{kNow + 60, false, kAhead}}) {
         Interpose::setWallClock(row.atSec);
         std::filesystem::remove(node());
+        mTracker->clearData();  // does not forget feedback
         mTracker->sendHalExcepFbData(0x10025012, nullptr);
         ASSERT_EQ(std::filesystem::exists(node()), row.sent) << row.atSec;
         EXPECT_THAT(takeLines(),

@@ -14,15 +14,20 @@ namespace JCam::Utils::JLog::Track {
 /// nothing to do with JLogger: no initializer is needed, and no logging call comes here.
 ///
 /// An exception is a pair of small numbers, its class and its number within the class, from which
-/// an error code is built: 0x10025000 | (type << 8) | subCode. On the way out there are two roads:
+/// an error code is built: 0x10025000 | (type << 8) | subCode. On the way out there are three
+/// roads:
 ///
 ///  - the log collector, which is told of every exception that is reported by class and number;
 ///  - the kernel's feedback node /proc/cam_kern_fb, which gets the known ones, each at most once in
-///    30 seconds.
+///    30 seconds;
+///  - the list of persistent codes, from which the HAL takes one at a time.
+///
+/// In the other direction, the HAL asks here for the exception codes that the kernel and the vendor
+/// camera stack have left behind in two files.
 ///
 /// Threads: any thread may call anything, as long as there is an instance: whoever releases it,
 /// ends the process or unloads the library sees to it that nobody uses it any more. No lock is held
-/// while the log collector or the node is busy, so that a slow one
+/// while the log collector, the node or a file is busy, so that a slow one
 /// delays its own caller alone. Nothing here is signal-safe. After a fork, the child of a process
 /// with threads calls nothing here, and leaves by _exit or exec.
 ///
@@ -51,6 +56,10 @@ class JLOG_EXPORT EventTrackJLogger {
     int init();
     int unInit();
 
+    /// Allows readExceptionErrCode() to read the files again, and readPersistentErrCode() to hand a
+    /// code out at once. Forgets no code, no feedback time and no track information.
+    void clearData() JLOG_EXCLUDES(mMutex);
+
     /// Sets the open camera, whose id goes into every payload from now on, and the operation mode
     /// of its session. -1 and 0xFFFF leave the one or the other as it is. Takes no lock.
     void setTrackInfo(int openId, unsigned int opMode);
@@ -60,16 +69,43 @@ class JLOG_EXPORT EventTrackJLogger {
     /// The name of `code` in that table, or null after an error message. Never to be freed.
     const char* acquireErrorCodeDesc(int code);
 
+    /// Reports an exception to the log collector and to the feedback node, and blocks for as long
+    /// as they do. `type` is 0 to 7 and `subCode` 0 to 32; other values are refused with an error
+    /// message. `detail` may be null.
+    void writeExceptionErrCode(int type, int subCode, const char* detail)
+            JLOG_EXCLUDES(mMutex, mFbMutex);
+
+    /// Keeps a code for readPersistentErrCode() and reports it to the log collector, for which it
+    /// blocks. A code that is kept already becomes the newest. Refuses the numbers that
+    /// writeExceptionErrCode() refuses.
+    void caughtPersistentErrCode(int type, int subCode) JLOG_EXCLUDES(mMutex, mFbMutex);
+    /// Hands out the oldest kept code; 0 if there is none, or if fewer than 4 seconds have passed
+    /// since the last one.
+    int readPersistentErrCode() JLOG_EXCLUDES(mMutex);
+
+    /// The exception code that the kernel has left behind in
+    /// /sys/class/jovix_cam/cam_event/hardware_exception or, if there is none, the one of the
+    /// vendor camera stack in data/vendor/camera_dump/mtkExceptionErrCode.txt below the working
+    /// directory; 0 without either. Only the first call of an instance, or since clearData(),
+    /// reads the files; every other one returns 0. Blocks while someone else holds the lock of a
+    /// file, which no signal ends.
+    int readExceptionErrCode() JLOG_EXCLUDES(mMutex, mFbMutex);
+    /// The kernel's alone, as often as it is called; 0 if there is none. Blocks likewise.
+    int readKernelExceptionErrCode() JLOG_EXCLUDES(mMutex, mFbMutex);
+    /// The one of the vendor camera stack alone, whose file is deleted; 0 if there is none. Blocks
+    /// likewise.
+    int readHalExceptionErrCode() JLOG_EXCLUDES(mMutex, mFbMutex);
+
     /// Raises one exception with the log collector, and blocks for as long as that takes. An id
     /// without all bits of 0x10025000 is refused with an error message.
-    void camJlcRaiseException(unsigned int exceptionId) JLOG_EXCLUDES(mFbMutex);
+    void camJlcRaiseException(unsigned int exceptionId) JLOG_EXCLUDES(mMutex, mFbMutex);
     /// Writes a payload about a code of the table to the kernel's feedback node, at most once in 30
     /// seconds of the wall clock, and blocks for as long as the node does. `detail` may be null;
     /// the payload is cut at 1023 bytes.
-    void sendHalExcepFbData(int code, const char* detail) JLOG_EXCLUDES(mFbMutex);
+    void sendHalExcepFbData(int code, const char* detail) JLOG_EXCLUDES(mMutex, mFbMutex);
     /// After a sensor probe has failed: reads the sensor's name from the feedback node and answers
     /// with a payload about it. Blocks for as long as the node does.
-    void sensorProbeFailedFb() JLOG_EXCLUDES(mFbMutex);
+    void sensorProbeFailedFb() JLOG_EXCLUDES(mMutex, mFbMutex);
 
   private:
     /// Destroys the instance when the static objects of the library are destroyed.
@@ -80,9 +116,13 @@ class JLOG_EXPORT EventTrackJLogger {
 
     static constexpr int32_t kNoCamera = -1;
     static constexpr uint32_t kUnknownMode = 0xFFFF;
+    /// All error codes that class and number can make.
+    static constexpr size_t kMaxErrorCodes = 264;
     /// Rows in the table of feedback codes.
     static constexpr size_t kFeedbackRowCount = 30;
 
+    /// Makes `code` the newest of the kept ones.
+    void keepPersistentCode(int32_t code) JLOG_EXCLUDES(mMutex);
     /// Notes feedback about a row of the table at `nowSec`, unless the last one is too recent.
     /// Returns whether it did; `lastSec` becomes the time of the last one, 0 if there was none.
     bool recordFeedback(size_t row, int64_t nowSec, int64_t& lastSec) JLOG_EXCLUDES(mFbMutex);
@@ -93,12 +133,22 @@ class JLOG_EXPORT EventTrackJLogger {
     static JLogMutex sETLoggerMutex;
     static Destroyer sDestroyer;
 
+    /// The first mPersistentCount are kept codes, oldest first, each once.
+    std::array<int32_t, kMaxErrorCodes> mPersistentErrCodes JLOG_GUARDED_BY(mMutex){};
+    size_t mPersistentCount JLOG_GUARDED_BY(mMutex){0};
     /// By row of the table, the wall-clock second at which feedback was last sent, or attempted; 0
     /// for never.
     std::array<int64_t, kFeedbackRowCount> mFbRecordTime JLOG_GUARDED_BY(mFbMutex){};
+    /// Whether the files were read since clearData(), or are being read.
+    std::atomic<bool> mExceptionErrCodeRead{false};
+    /// Wall-clock second at which a persistent code was last handed out.
+    int64_t mLastPersistentReadTime JLOG_GUARDED_BY(mMutex){0};
+    JLogMutex mMutex;
     // Atomic each for itself: nobody concludes from the one about the other.
     std::atomic<int32_t> mOpenID{kNoCamera};
     std::atomic<uint32_t> mOpMode{kUnknownMode};
+    /// Guards the feedback times. A lock of their own, so that a report does not wait for
+    /// persistent codes.
     JLogMutex mFbMutex;
 };
 
