@@ -203,6 +203,7 @@ TEST_F(ExceptionFilesTest, NoFailureLeaksADescriptor) {
         mTracker->clearData();
         mTracker->readExceptionErrCode();
         mTracker->readExceptionErrCode();
+        mTracker->writeDarkScreenErrCode(0, nullptr);
     }
     EXPECT_EQ(openFiles(), before);
 }

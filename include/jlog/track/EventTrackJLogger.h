@@ -4,9 +4,14 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "jlog/JLogExport.h"
 #include "jlog/JLogMutex.h"
+
+namespace aidl::android::frameworks::stats {
+class IStats;
+}  // namespace aidl::android::frameworks::stats
 
 namespace JCam::Utils::JLog::Track {
 
@@ -14,27 +19,27 @@ namespace JCam::Utils::JLog::Track {
 /// nothing to do with JLogger: no initializer is needed, and no logging call comes here.
 ///
 /// An exception is a pair of small numbers, its class and its number within the class, from which
-/// an error code is built: 0x10025000 | (type << 8) | subCode. On the way out there are three
-/// roads:
+/// an error code is built: 0x10025000 | (type << 8) | subCode. On the way out there are four roads:
 ///
 ///  - the log collector, which is told of every exception that is reported by class and number;
 ///  - the kernel's feedback node /proc/cam_kern_fb, which gets the known ones, each at most once in
 ///    30 seconds;
-///  - the list of persistent codes, from which the HAL takes one at a time.
+///  - the list of persistent codes, from which the HAL takes one at a time;
+///  - the stats service, which is told of dark screens.
 ///
 /// In the other direction, the HAL asks here for the exception codes that the kernel and the vendor
 /// camera stack have left behind in two files.
 ///
 /// Threads: any thread may call anything, as long as there is an instance: whoever releases it,
 /// ends the process or unloads the library sees to it that nobody uses it any more. No lock is held
-/// while the log collector, the node or a file is busy, so that a slow one
+/// while the log collector, the node, a file or the stats service is busy, so that a slow one
 /// delays its own caller alone. Nothing here is signal-safe. After a fork, the child of a process
 /// with threads calls nothing here, and leaves by _exit or exec.
 ///
 /// Failures are told to the Android log under the tag "EventTrackJLogger" and change nothing else;
 /// what failed is not tried again. The tracker's own state needs no memory beyond the instance,
-/// which is part of the library, and nothing allocates with a lock held. Files take memory
-/// as their interface does.
+/// which is part of the library, and nothing allocates with a lock held. Files and the stats
+/// service take memory as their interfaces do.
 class JLOG_EXPORT EventTrackJLogger {
   public:
     /// The instance, made at the first call; never null, and never to be deleted by the caller.
@@ -107,6 +112,11 @@ class JLOG_EXPORT EventTrackJLogger {
     /// with a payload about it. Blocks for as long as the node does.
     void sensorProbeFailedFb() JLOG_EXCLUDES(mMutex, mFbMutex);
 
+    /// Reports a dark screen to the stats service as a vendor atom. `moduleId` is 0 to 3; other
+    /// values are refused with an error message. `detail` may be null, and is only logged.
+    /// Allocates, and blocks for as long as binder does.
+    void writeDarkScreenErrCode(int moduleId, const char* detail) JLOG_EXCLUDES(mMutex, mFbMutex);
+
   private:
     /// Destroys the instance when the static objects of the library are destroyed.
     class Destroyer {
@@ -151,5 +161,9 @@ class JLOG_EXPORT EventTrackJLogger {
     /// persistent codes.
     JLogMutex mFbMutex;
 };
+
+/// The proxy of the stats service; empty if it is not declared or does not run. Does not wait for
+/// it to start. Any thread; allocates.
+JLOG_EXPORT std::shared_ptr<aidl::android::frameworks::stats::IStats> getStatsService();
 
 }  // namespace JCam::Utils::JLog::Track
