@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the camera host and lets it log into rotating text files for a few seconds.
+# Builds the camera host and lets it log into rotating text files, crash, or track exceptions.
 source "$(dirname "$0")/common.sh"
 
 build() {
@@ -13,7 +13,8 @@ usage: scripts/demo.sh [OPTION]...
 
 Builds the camera host and runs it in mode 0x14 (own log files) with the log folder
 build/demo/logs. The options are the camera host's and go to it unchanged; for example
-"--crash segv" lets it crash half way, and shows what the crash file saves.
+"--crash segv" lets it crash half way, and shows what the crash file saves, and
+"--exceptions" reports camera exceptions instead, and shows who is told of them.
 On a bare Debian machine it first installs the packages that it needs.
 
 Lines that the library itself writes to the Android log go to stderr. ANDROID_LOG_TAGS

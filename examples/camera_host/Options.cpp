@@ -30,7 +30,8 @@ int signalOf(std::string_view crash) {
 std::optional<int> parseOptions(int argc, char** argv, Options& options) {
     std::vector<std::string> properties;
     CLI::App app(
-            "A small camera HAL host: runs request pipelines that log, then checks the log files.");
+            "A small camera HAL host: runs request pipelines that log, then checks the log files; "
+            "or tracks camera exceptions.");
     app.add_option("--mode", options.mode, "Logging mode, for example 20 or 0x14")
             ->check(CLI::Range(0, 0xff))
             ->capture_default_str();
@@ -55,25 +56,32 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
             ->capture_default_str();
     CLI::Option* replay = app.add_option("--replay", options.replayFile,
                                          "Replay a logcat threadtime file instead, as fast as it "
-                                         "can, on one thread per "
-                                         "thread id of the file")
+                                         "can, on one thread per thread id of the file")
                                   ->check(CLI::ExistingFile);
     std::string crash;
     CLI::Option* const crashOption =
             app.add_option("--crash", crash,
                            "Let the host crash in the middle of its load, in a child process, then "
-                           "check "
-                           "that its files hold every record: segv, abort or bus")
+                           "check that its files hold every record: segv, abort or bus")
                     ->type_name("SIGNAL")
                     ->check(CLI::IsMember({"segv", "abort", "bus"}).description(""))
                     ->excludes(replay);
-    app.add_option("--storm", options.storm,
-                   "Let so many child processes crash at full load, each by a random signal, in a "
-                   "random thread and at a random moment, and check the files of each")
-            ->type_name("N")
-            ->check(CLI::Range(1, 1000000).description(""))
+    CLI::Option* const storm =
+            app.add_option("--storm", options.storm,
+                           "Let so many child processes crash at full load, each by a random "
+                           "signal, in a random thread and at a random moment, and check the "
+                           "files of each")
+                    ->type_name("N")
+                    ->check(CLI::Range(1, 1000000).description(""))
+                    ->excludes(replay)
+                    ->excludes(crashOption);
+    app.add_flag("--exceptions", options.exceptions,
+                 "Report camera exceptions instead, with the log folder as working directory, and "
+                 "show what reaches the log collector, the kernel node and the stats service, "
+                 "beside every line of the Android log")
             ->excludes(replay)
-            ->excludes(crashOption);
+            ->excludes(crashOption)
+            ->excludes(storm);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

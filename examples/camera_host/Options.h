@@ -17,10 +17,11 @@ struct Options {
     std::string folder = "./jlog-demo";
     unsigned int threads = 4;
     unsigned int seconds = 3;
-    unsigned int rate = 30;  // requests per second and thread; 0: as fast as it can
-    std::string replayFile;  // empty: run the pipeline
-    int crashSignal = 0;     // not 0: the pipeline's process ends by it half way
-    uint64_t storm = 0;      // not 0: so many processes crash
+    unsigned int rate = 30;   // requests per second and thread; 0: as fast as it can
+    std::string replayFile;   // empty: run the pipeline
+    int crashSignal = 0;      // not 0: the pipeline's process ends by it half way
+    uint64_t storm = 0;       // not 0: so many processes crash
+    bool exceptions = false;  // track camera exceptions instead
 };
 
 /// Fills `options`. A result is the exit status of a program that has nothing more to do: help was

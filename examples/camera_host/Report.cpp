@@ -9,6 +9,7 @@
 #include <string>
 
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 
 #include "jlog/JLogger.h"
 
@@ -41,6 +42,34 @@ uint64_t sumOf(const LedgerBook& ledgers, uint64_t (Ledger::*count)() const) {
     return std::accumulate(
             all.begin(), all.end(), uint64_t{0},
             [count](uint64_t sum, const Ledger& ledger) { return sum + (ledger.*count)(); });
+}
+
+/// The ids in hexadecimal, or a dash.
+std::string describeIds(const std::vector<uint32_t>& ids) {
+    std::string text;
+    for (const uint32_t id : ids) {
+        text += fmt::format("{}0x{:x}", text.empty() ? "" : " ", id);
+    }
+    return text.empty() ? "-" : text;
+}
+
+/// `node` is how far an attempt came.
+std::string describeNode(const Reached& reached, const std::string& node) {
+    return reached.node == NodeUse::ATTEMPTED   ? node
+           : reached.node == NodeUse::HELD_BACK ? "held back, 30 s"
+                                                : "-";
+}
+
+std::string describeStats(const Reached& reached) {
+    return !reached.atoms.empty() ? fmt::format("atom {}", fmt::join(reached.atoms, " "))
+           : reached.statsMissed  ? "service not running"
+                                  : "-";
+}
+
+void printStepRow(const std::string& what, const Reached& reached, const std::string& node) {
+    fmt::print("{:30} {:11} {:22} {:38} {}\n", what,
+               reached.result != 0 ? fmt::format("0x{:x}", reached.result) : "-",
+               describeIds(reached.raised), describeNode(reached, node), describeStats(reached));
 }
 
 }  // namespace
@@ -186,6 +215,25 @@ void printStormFindings(const StormFindings& found) {
     for (const std::string& note : found.notes) {
         fmt::print("    {}\n", note);
     }
+}
+
+void printExceptionStep(std::string_view what) {
+    fmt::print("-- {}\n", what);
+    static_cast<void>(std::fflush(stdout));  // the step's lines on the Android log come next
+}
+
+void printExceptionSteps(const std::vector<ExceptionStep>& steps) {
+    fmt::print("\n{:30} {:11} {:22} {:38} {}\n", "step", "result", "log collector", "kernel node",
+               "stats service");
+    size_t unexpected = 0;
+    for (const ExceptionStep& step : steps) {
+        printStepRow(step.what, step.reached, step.node);
+        if (step.reached != step.expected) {
+            unexpected++;
+            printStepRow("    expected was", step.expected, "attempted");
+        }
+    }
+    fmt::print("check          {} steps, {} not as expected\n", steps.size(), unexpected);
 }
 
 }  // namespace CameraHost

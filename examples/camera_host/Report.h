@@ -7,6 +7,7 @@
 
 #include "Crash.h"
 #include "CrashCheck.h"
+#include "ExceptionSession.h"
 #include "LedgerBook.h"
 #include "LogFiles.h"
 #include "Options.h"
@@ -33,5 +34,8 @@ void printCrashFindings(const LedgerBook& ledgers, const CrashFindings& found);
 void printCrashFiles(const std::vector<LogFile>& files);
 void printStormProgress(uint64_t children);
 void printStormFindings(const StormFindings& found);
+void printExceptionStep(std::string_view what);
+/// A table of what each step has reached.
+void printExceptionSteps(const std::vector<ExceptionStep>& steps);
 
 }  // namespace CameraHost

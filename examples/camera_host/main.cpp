@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -19,6 +20,7 @@
 
 #include "Crash.h"
 #include "CrashCheck.h"
+#include "ExceptionSession.h"
 #include "ExitStatus.h"
 #include "jlog/JLogger.h"
 #include "jlog/JLogInitializer.h"
@@ -184,6 +186,27 @@ int runCrash(const Options& options) {
     return found.isClean() && end.sig == options.crashSignal ? EXIT_FINE : EXIT_FAULT;
 }
 
+/// Tracks exceptions, with the log folder as working directory: files of the camera stack are
+/// relative to it.
+int runExceptions() {
+    const std::filesystem::path folder = getFolder();
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (!error) {
+        std::filesystem::current_path(folder, error);
+    }
+    if (error) {
+        fmt::print(stderr, "cannot work in '{}': {}\n", folder.string(), error.message());
+        return EXIT_USAGE;
+    }
+    const std::vector<ExceptionStep> steps = runExceptionSession(printExceptionStep);
+    printExceptionSteps(steps);
+    const bool asExpected = std::all_of(steps.begin(), steps.end(), [](const ExceptionStep& step) {
+        return step.reached == step.expected;
+    });
+    return asExpected ? EXIT_FINE : EXIT_FAULT;
+}
+
 int runHost(const Options& options) {
     ReplayScript script;
     if (!options.replayFile.empty()) {
@@ -200,6 +223,9 @@ int runHost(const Options& options) {
     const std::filesystem::path folder = getFolder();
     if (!makeParents(folder)) {
         return EXIT_USAGE;
+    }
+    if (options.exceptions) {
+        return runExceptions();
     }
     if (options.crashSignal != 0) {
         return runCrash(options);
