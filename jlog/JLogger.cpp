@@ -32,6 +32,18 @@ bool testsArePrinted() {
            kDebugLevelTests;
 }
 
+/// Apart, so that the test itself needs no stack frame.
+[[gnu::noinline, gnu::cold]] void printDetailsTest(bool enable, unsigned int moduleId,
+                                                   JLogLevel level) {
+    const uint64_t filter = JLogger::sFilter.load(std::memory_order_relaxed);
+    __android_log_print(ANDROID_LOG_DEBUG, kLogTag,
+                        "[isLogDetailsEnabled] enable:%d, level:%d, moduleId:0x%x, "
+                        "sFilter:0x%lX 0x%lX",
+                        enable, static_cast<int>(level), moduleId,
+                        static_cast<unsigned long>(filter),
+                        static_cast<unsigned long>(filter & moduleId));
+}
+
 const char* orEmpty(const char* text) {
     return text != nullptr ? text : "";
 }
@@ -109,16 +121,9 @@ bool JLogger::isFileModeEnabled() {
 }
 
 bool JLogger::isLogDetailsEnabled(unsigned int moduleId, JLogLevel level) {
-    const uint64_t filter = sFilter.load(std::memory_order_relaxed);
-    const uint64_t matched = filter & moduleId;
-    const bool enable = matched != 0 && isLevelEnabled(level);
+    const bool enable = wantsDetails(moduleId, level);
     if (testsArePrinted()) [[unlikely]] {
-        __android_log_print(ANDROID_LOG_DEBUG, kLogTag,
-                            "[isLogDetailsEnabled] enable:%d, level:%d, moduleId:0x%x, "
-                            "sFilter:0x%lX 0x%lX",
-                            enable, static_cast<int>(level), moduleId,
-                            static_cast<unsigned long>(filter),
-                            static_cast<unsigned long>(matched));
+        printDetailsTest(enable, moduleId, level);
     }
     return enable;
 }

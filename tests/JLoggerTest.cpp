@@ -63,6 +63,12 @@ TEST_F(JLoggerTest, DetailsPassWhenAFilterBitAndTheLevelMatch) {
     EXPECT_TRUE(JLogger::isLogDetailsEnabled(0x4, static_cast<JLogLevel>(0)));
     EXPECT_FALSE(JLogger::isLogDetailsEnabled(0x4, LEVEL_DEBUG_HIGH));
     EXPECT_FALSE(JLogger::isLogDetailsEnabled(0x1, LEVEL_ERROR));
+    for (const unsigned int module : {0x0U, 0x1U, 0x2U, 0x6U}) {
+        for (const JLogLevel level : {LEVEL_ERROR, LEVEL_INFO, LEVEL_DEBUG_HIGH}) {
+            EXPECT_EQ(JLogger::wantsDetails(module, level),
+                      JLogger::isLogDetailsEnabled(module, level));
+        }
+    }
 
     JLogger::setFilter(~0UL);
     EXPECT_FALSE(JLogger::isLogDetailsEnabled(MODULE_INVALID, LEVEL_ERROR));

@@ -100,6 +100,13 @@ class JLOG_EXPORT JLogger {
     /// Whether a message of `level` from `moduleId` is wanted: a filter bit and the level pass.
     static bool isLogDetailsEnabled(unsigned int moduleId, JLogLevel level);
 
+    /// The same for call sites that count instructions: inlined, two loads and two comparisons. It
+    /// does without the diagnostic line that sDebugLevel asks for.
+    static bool wantsDetails(unsigned int moduleId, JLogLevel level) {
+        return (sFilter.load(std::memory_order_relaxed) & moduleId) != 0 &&
+               sLevel.load(std::memory_order_relaxed) >= level;
+    }
+
     /// Hand an event to the installed logger. A null `name` or `tag` becomes "".
     static void logEnter(unsigned int moduleId, const char* name, unsigned int requestNo);
     static void logExit(unsigned int moduleId, const char* name, unsigned int requestNo);
