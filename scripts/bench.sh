@@ -1,18 +1,24 @@
 #!/usr/bin/env bash
-# Builds the benchmarks and runs them.
+# Builds the benchmarks, runs them all and compares.
 source "$(dirname "$0")/common.sh"
 
 if [ "${1:-}" = --help ] || [ "${1:-}" = -h ]; then
     cat <<'TEXT'
-usage: scripts/bench.sh [GOOGLE-BENCHMARK-OPTION]...
+usage: scripts/bench.sh [--rounds N] [--charts FOLDER]
 
-Measures what a call costs and how fast records become text, and ends with ratios of
-times of this one run. For example --benchmark_filter=render.
+Measures what a call costs, what reaches the file, and what the logger takes while it
+idles, for this library, for spdlog and glog, and for what is physically possible. Prints
+one table of ratios within this run and draws charts into build/bench. Takes about four
+minutes with the default of 4 rounds; leave the machine alone meanwhile.
+
+The programs behind it run on their own, too: build/release/bench/jlog_microbench takes
+the options of Google Benchmark, build/release/bench/jlog_loadbench has --help.
 TEXT
     exit 0
 fi
 
-need_packages cmake g++ ninja-build libgtest-dev libgmock-dev libcli11-dev libfmt-dev libbenchmark-dev
-build_preset release --target jlog_bench
-# Repetitions of all benchmarks take turns, so that what else the machine does meets all of them.
-exec build/release/bench/jlog_bench --benchmark_enable_random_interleaving=true "$@"
+need_packages cmake g++ ninja-build libgtest-dev libgmock-dev libcli11-dev libfmt-dev \
+    libbenchmark-dev nlohmann-json3-dev libspdlog-dev libgoogle-glog-dev python3-matplotlib
+build_preset release --target jlog_microbench jlog_loadbench
+# Debian's own Python, for which its packages are.
+exec /usr/bin/python3 bench/campaign.py build/release/bench "$@"

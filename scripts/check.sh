@@ -8,7 +8,7 @@ if [ "${1:-}" = --help ] || [ "${1:-}" = -h ]; then
 fi
 
 need_packages cmake clang clang-format clang-tidy ninja-build \
-    libgtest-dev libgmock-dev libcli11-dev libfmt-dev libbenchmark-dev
+    libgtest-dev libgmock-dev libcli11-dev libfmt-dev libbenchmark-dev nlohmann-json3-dev
 
 mapfile -t sources < <(git ls-files '*.h' '*.cpp')
 clang-format --dry-run -Werror "${sources[@]}"

@@ -22,8 +22,8 @@ done
 
 need_packages cmake g++ ninja-build libgtest-dev libgmock-dev libcli11-dev libfmt-dev
 case "$preset" in
-    clang) need_packages clang libbenchmark-dev ;;
-    release) need_packages libbenchmark-dev ;;
+    clang) need_packages clang libbenchmark-dev nlohmann-json3-dev ;;
+    release) need_packages libbenchmark-dev nlohmann-json3-dev ;;
 esac
 build_preset "$preset"
 exec ctest --preset "$preset" --parallel "$(nproc)" "$@"

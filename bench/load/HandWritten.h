@@ -1,0 +1,79 @@
+#pragma once
+
+#include <charconv>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include "Workload.h"
+
+namespace JCam::Bench {
+
+/// The physical limit of a text logger: prepared events become lines of our layout, and nobody
+/// calls, waits or checks. It knows all that may be known in advance: lengths, process, thread,
+/// module and date.
+class HandWrittenLines {
+  public:
+    static constexpr size_t kLongestLine = 1280;
+
+    explicit HandWrittenLines(const Workload& work) : mText(work.text), mEvents(4096) {
+        for (uint32_t i = 0; i < mEvents.size(); ++i) {
+            mEvents[i] = {i * 244 % 1000000, i, !work.messagesOnly && i % 2 == 0};
+        }
+        for (char tens = '0'; tens <= '9'; ++tens) {
+            for (char ones = '0'; ones <= '9'; ++ones) {
+                mPairs += {tens, ones};
+            }
+        }
+    }
+
+    /// Writes the line of event `i` at `out`, which has kLongestLine bytes; returns the end.
+    char* put(char* out, uint32_t i) const {
+        const Event& event = mEvents[i % mEvents.size()];
+        out = put(out, "03-15 14:25:30.");
+        out = putPair(out, event.microseconds / 10000);
+        out = putPair(out, event.microseconds / 100 % 100);
+        out = putPair(out, event.microseconds % 100);
+        out = put(out, " 16942 17061 ");
+        if (event.enter) {
+            out = put(out, "D JLog    : R AppRequest:");
+            out = std::to_chars(out, out + 10, event.number).ptr;
+            out = put(out, " M[Preview:4] +  :processFrame #");
+            out = std::to_chars(out, out + 10, i).ptr;
+        } else {
+            out = put(out, "I IspNode : ");
+            out = put(out, mText);
+        }
+        *out++ = '\n';
+        return out;
+    }
+
+  private:
+    struct Event {
+        uint32_t microseconds;
+        uint32_t number;
+        bool enter;
+    };
+
+    static char* put(char* out, std::string_view text) {
+        memcpy(out, text.data(), text.size());
+        return out + text.size();
+    }
+    char* putPair(char* out, uint32_t value) const {
+        memcpy(out, mPairs.data() + 2UL * value, 2);
+        return out + 2;
+    }
+
+    const std::string mText;
+    std::vector<Event> mEvents;
+    std::string mPairs;
+};
+
+/// Renders `lines` lines by hand and writes them, 24 KiB at a time, in one thread.
+nlohmann::json measureHandWritten(const Workload& work, unsigned int lines);
+
+}  // namespace JCam::Bench

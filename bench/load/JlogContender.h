@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include <android/log.h>
+#include <cutils/properties.h>
+
+#include "jlog/JLogger.h"
+#include "jlog/JLogInitializer.h"
+#include "Workload.h"
+
+namespace JCam::Bench {
+
+/// This library, writing its own files, as a host uses it: crash hook armed, default interval.
+class JlogContender {
+  public:
+    explicit JlogContender(const Workload& work) : mWork(work) {
+        property_set("vendor.debug.camera.ulog.folder", work.folder.c_str());
+        property_set("vendor.debug.camera.jlog.mode", "0x04");
+        // A device prints no debug lines of the logger either, unless one looks for a fault in it.
+        __android_log_set_minimum_priority(ANDROID_LOG_WARN);
+        mInitializer = std::make_unique<Utils::JLog::JLogInitializer>(0);
+    }
+
+    static void logEnter(unsigned int request) {
+        Utils::JLog::JLogger::logEnter(Utils::JLog::MODULE_PREVIEW, Workload::kName, request);
+    }
+    void logMessage() {
+        Utils::JLog::JLogger::logNormalDetails(Utils::JLog::MODULE_PREVIEW, Workload::kTag,
+                                               Utils::JLog::LEVEL_INFO, mWork.text.c_str(),
+                                               mWork.text.size());
+    }
+    /// Returns when all that was logged is in the file.
+    static void drain() { Utils::JLog::JLogger::flush(60); }
+
+    /// Lines that are nobody's event: where a file is continued.
+    static uint64_t foreignLines(uint64_t files) { return files > 0 ? files - 1 : 0; }
+
+  private:
+    const Workload& mWork;
+    /// Its destruction writes out what is left.
+    std::unique_ptr<Utils::JLog::JLogInitializer> mInitializer;
+};
+
+}  // namespace JCam::Bench

@@ -1,0 +1,264 @@
+// One call of the front end in mode "own files", against what it cannot do without: a lock and an
+// unlock, two atomic additions, a clock reading, the barrier that the crash hook asks for, and the
+// copy of its texts, whose lengths nobody knows in advance.
+//
+// Once with the flush thread on another core, which then has the cache lines of every buffer that
+// comes back; the same primitives in turn, on memory that another thread has read, are the floor of
+// that. And once with both on one core, against the sum of the primitives measured one by one.
+
+#include <sched.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+#include <numeric>
+#include <string>
+#include <thread>
+
+#include <benchmark/benchmark.h>
+
+#include <android/log.h>
+#include <cutils/properties.h>
+
+#include "jlog/JLogger.h"
+#include "jlog/JLogInitializer.h"
+#include "load/Files.h"
+
+namespace {
+
+using namespace JCam::Utils::JLog;
+using Clock = std::chrono::steady_clock;
+
+/// Calls timed together: they fit into one buffer, so that no retirement is among them.
+constexpr int kBatch = 1000;
+constexpr char kName[] = "processFrame";
+constexpr char kTag[] = "IspNode";
+constexpr char kText[] = "frame 4711: exposure 16666 us, gain 2.5, lens 0.35 dpt, (60)";
+constexpr size_t kTextBytes = sizeof(kText) - 1;
+static_assert(kTextBytes == 60);
+
+/// Keeps this thread, and those that it starts, on the core where it is.
+class OneCore {
+  public:
+    OneCore() {
+        sched_getaffinity(0, sizeof(mBefore), &mBefore);
+        cpu_set_t here;
+        CPU_ZERO(&here);
+        CPU_SET(static_cast<size_t>(sched_getcpu()), &here);
+        sched_setaffinity(0, sizeof(here), &here);
+    }
+    ~OneCore() { sched_setaffinity(0, sizeof(mBefore), &mBefore); }
+    OneCore(const OneCore&) = delete;
+    OneCore& operator=(const OneCore&) = delete;
+
+  private:
+    cpu_set_t mBefore{};
+};
+
+/// A running file logger in a folder of its own, whose thread sleeps unless it is told to flush.
+class RunningLogger {
+  public:
+    explicit RunningLogger(const char* mode) : mFolder(""), mProperties(mode, mFolder), mLog(0) {}
+
+  private:
+    struct Properties {
+        Properties(const char* mode, const JCam::Bench::ScratchFolder& folder) {
+            property_set("vendor.debug.camera.ulog.folder", folder.path().c_str());
+            property_set("vendor.debug.camera.jlog.flushms", "1000000");
+            property_set("vendor.debug.camera.jlog.mode", mode);
+            // A device logs no debug lines of the logger either, unless one looks for a fault.
+            __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
+        }
+    };
+    JCam::Bench::ScratchFolder mFolder;
+    Properties mProperties;
+    JLogInitializer mLog;
+};
+
+/// Times batches of `call`; `between` runs after each, off the clock.
+template <typename Call, typename Between>
+void timeBatches(benchmark::State& state, Call call, Between between) {
+    while (state.KeepRunning()) {
+        const Clock::time_point begin = Clock::now();
+        for (int i = 0; i < kBatch; ++i) {
+            call(static_cast<unsigned int>(i));
+        }
+        const std::chrono::duration<double> time = Clock::now() - begin;
+        state.SetIterationTime(time.count() / kBatch);
+        between();
+    }
+}
+
+void writeOut() {
+    JLogger::flush(10);
+}
+void nothing() {}
+
+void callEnter(benchmark::State& state, const char* mode) {
+    const RunningLogger logger(mode);
+    timeBatches(
+            state, [](unsigned int i) { JLogger::logEnter(MODULE_PREVIEW, kName, i); }, writeOut);
+}
+
+void callEnterOneCore(benchmark::State& state) {
+    const OneCore core;
+    callEnter(state, "0x04");
+}
+
+void callDetails(benchmark::State& state) {
+    const RunningLogger logger("0x04");
+    timeBatches(
+            state,
+            [](unsigned int /*i*/) {
+                JLogger::logNormalDetails(MODULE_PREVIEW, kTag, LEVEL_INFO, kText, kTextBytes);
+            },
+            writeOut);
+}
+
+std::mutex sMutex;
+std::atomic<uint32_t> sCounter{0};
+
+void lockAndUnlock() {
+    sMutex.lock();
+    sMutex.unlock();
+}
+void add() {
+    sCounter.fetch_add(1, std::memory_order_relaxed);
+}
+void readClock(timespec& now) {
+    clock_gettime(CLOCK_REALTIME, &now);
+    benchmark::DoNotOptimize(now);
+}
+void fence() {
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+}
+
+void callDetailsOneCore(benchmark::State& state) {
+    const OneCore core;
+    callDetails(state);
+}
+
+/// The memory that texts are copied to. Between batches another thread reads it, as the flush
+/// thread reads a buffer: the cache lines have to come back from its core.
+class SharedBlock {
+  public:
+    explicit SharedBlock(size_t recordBytes)
+            : mRecordBytes(recordBytes),
+              mBytes(kBatch * recordBytes, '\1'),
+              mReader([this](const std::stop_token& stop) { readBatches(stop); }) {}
+    ~SharedBlock() {
+        mReader.request_stop();
+        mBatches.fetch_add(1);
+        mBatches.notify_one();
+    }
+    SharedBlock(const SharedBlock&) = delete;
+    SharedBlock& operator=(const SharedBlock&) = delete;
+
+    char* record(unsigned int i) { return mBytes.data() + (i * mRecordBytes); }
+    /// Returns when the other thread has read it all.
+    void letRead() {
+        const int batch = mBatches.fetch_add(1) + 1;
+        mBatches.notify_one();
+        for (int read = mRead.load(); read != batch; read = mRead.load()) {
+            mRead.wait(read);
+        }
+    }
+
+  private:
+    void readBatches(const std::stop_token& stop) {
+        for (int batch = 0; !stop.stop_requested(); batch = mBatches.load()) {
+            benchmark::DoNotOptimize(std::accumulate(mBytes.begin(), mBytes.end(), 0));
+            mRead.store(batch);
+            mRead.notify_one();
+            mBatches.wait(batch);
+        }
+    }
+
+    const size_t mRecordBytes;
+    std::string mBytes;
+    std::atomic<int> mBatches{0};
+    std::atomic<int> mRead{0};
+    std::jthread mReader;
+};
+
+/// Copies a text of a length that the compiler does not know; returns the end.
+char* copyText(char* out, const char* text, size_t bytes) {
+    benchmark::DoNotOptimize(bytes);
+    memcpy(out, text, bytes);
+    benchmark::DoNotOptimize(out);
+    return out + bytes;
+}
+
+struct EnterTexts {
+    static constexpr size_t kRecordBytes = 56;
+    static void copy(char* out) { copyText(out, kName, sizeof(kName)); }
+};
+struct DetailsTexts {
+    static constexpr size_t kRecordBytes = 120;
+    static void copy(char* out) {
+        copyText(copyText(out, kTag, sizeof(kTag)), kText, sizeof(kText));
+    }
+};
+
+template <typename Primitive>
+void primitive(benchmark::State& state, Primitive call) {
+    timeBatches(
+            state, [&](unsigned int /*i*/) { call(); }, nothing);
+}
+
+void primitiveClock(benchmark::State& state) {
+    timespec now = {};
+    primitive(state, [&] { readClock(now); });
+}
+
+/// Into memory that nobody else reads.
+template <typename Texts>
+void primitiveCopy(benchmark::State& state) {
+    std::string block(kBatch * Texts::kRecordBytes, '\0');
+    timeBatches(
+            state, [&](unsigned int i) { Texts::copy(block.data() + i * Texts::kRecordBytes); },
+            nothing);
+}
+
+/// All of them in turn, as a call has them.
+template <typename Texts>
+void inTurn(benchmark::State& state) {
+    SharedBlock block(Texts::kRecordBytes);
+    timeBatches(
+            state,
+            [&](unsigned int i) {
+                sMutex.lock();
+                add();
+                sMutex.unlock();
+                timespec now = {};
+                readClock(now);
+                char* record = block.record(i);
+                memcpy(record, &now, sizeof(now));
+                Texts::copy(record + sizeof(now));
+                fence();
+                sCounter.fetch_sub(1, std::memory_order_release);
+            },
+            [&] { block.letRead(); });
+}
+
+void manual(benchmark::internal::Benchmark* benchmark) {
+    benchmark->UseManualTime()->Iterations(1000)->Repetitions(10);
+}
+
+BENCHMARK_CAPTURE(primitive, lock, lockAndUnlock)->Name("primitive/lock")->Apply(manual);
+BENCHMARK_CAPTURE(primitive, add, add)->Name("primitive/add")->Apply(manual);
+BENCHMARK(primitiveClock)->Name("primitive/clock")->Apply(manual);
+BENCHMARK_CAPTURE(primitive, fence, fence)->Name("primitive/fence")->Apply(manual);
+BENCHMARK(primitiveCopy<EnterTexts>)->Name("primitive/copy_enter")->Apply(manual);
+BENCHMARK(primitiveCopy<DetailsTexts>)->Name("primitive/copy_details")->Apply(manual);
+BENCHMARK(inTurn<EnterTexts>)->Name("primitives/enter")->Apply(manual);
+BENCHMARK(inTurn<DetailsTexts>)->Name("primitives/details")->Apply(manual);
+BENCHMARK_CAPTURE(callEnter, alone, "0x04")->Name("call/enter")->Apply(manual);
+BENCHMARK_CAPTURE(callEnter, traced, "0x14")->Name("call/enter_traced")->Apply(manual);
+BENCHMARK(callDetails)->Name("call/details")->Apply(manual);
+BENCHMARK(callEnterOneCore)->Name("call_one_core/enter")->Apply(manual);
+BENCHMARK(callDetailsOneCore)->Name("call_one_core/details")->Apply(manual);
+
+}  // namespace

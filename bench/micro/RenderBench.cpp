@@ -1,0 +1,175 @@
+// Text from records, as the flush thread makes it from a full buffer: the library's writer against
+// the same format by printf and strftime, and against the floor, which is to copy the same lines as
+// they stand. Nobody pays for the file: write(2) is answered here.
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "jlog/file/FileJLoggerBase.h"
+#include "jlog/file/FileJLogWriter.h"
+#include "load/Files.h"
+#include "load/HandWritten.h"
+#include "support/ReferenceWriter.h"
+
+namespace {
+
+using namespace JCam::Utils::JLog;
+using File::FileJLogWriter;
+using JCam::Bench::ScratchFolder;
+using JCam::Support::ReferenceWriter;
+
+/// Set while the benchmark's writer owns the only file that is written.
+bool sSwallowWrites = false;
+
+/// A full buffer of a camera's log: enter, message and exit in turn.
+class Scene : public File::FileJLoggerBase {
+  public:
+    Scene() {
+        constexpr char kText[] = "frame 4711: exposure 16666 us, gain 2.5, lens 0.35 dpt, (60)";
+        for (unsigned int request = 0; buffer().freeBytes > 512; ++request) {
+            onLogEnter(MODULE_PREVIEW, "processFrame", request);
+            onLogDetails(MODULE_PREVIEW, "IspNode", LEVEL_INFO, kText, sizeof(kText) - 1);
+            onLogExit(MODULE_PREVIEW, "processFrame", request);
+            mLines += 3;
+        }
+    }
+
+    uint32_t render(FileJLogWriter& writer) { return renderRecords(buffer(), writer); }
+
+    /// Calls `visit` with the header of every record.
+    template <typename Visit>
+    void forEach(Visit visit) {
+        for (const char* place = buffer().data; place < buffer().end();) {
+            const auto* header = reinterpret_cast<const File::LogHeader*>(place);
+            visit(*header);
+            place += header->size();
+        }
+    }
+    [[nodiscard]] int64_t lines() const { return mLines; }
+
+  private:
+    /// Nobody else logs.
+    Buffer& buffer() JLOG_NO_THREAD_SAFETY_ANALYSIS { return *mCurrent.get(); }
+
+    int64_t mLines{0};
+};
+
+void printRecord(ReferenceWriter& writer, const File::LogHeader& header) {
+    if (header.type() == File::RECORD_DETAILS) {
+        writer.details(reinterpret_cast<const File::LogDetails&>(header));
+    } else {
+        writer.enterExit(reinterpret_cast<const File::LogEnterExit&>(header),
+                         header.type() == File::RECORD_ENTER ? '+' : '-');
+    }
+}
+
+void renderByLibrary(benchmark::State& state) {
+    const ScratchFolder folder("");
+    Scene scene;
+    FileJLogWriter writer;
+    writer.mFolder = folder.path().string();
+    if (!writer.open(true, "BENCH_", true)) {
+        state.SkipWithError("no file");
+        return;
+    }
+    sSwallowWrites = true;
+    while (state.KeepRunning()) {
+        scene.render(writer);
+    }
+    writer.close();
+    sSwallowWrites = false;
+    state.SetItemsProcessed(state.iterations() * scene.lines());
+}
+
+void renderByPrintf(benchmark::State& state) {
+    Scene scene;
+    ReferenceWriter writer(getpid(), [](const char* text, size_t /*bytes*/) {
+        benchmark::DoNotOptimize(text);
+        benchmark::ClobberMemory();
+    });
+    while (state.KeepRunning()) {
+        scene.forEach([&](const File::LogHeader& header) { printRecord(writer, header); });
+    }
+    writer.flush();
+    state.SetItemsProcessed(state.iterations() * scene.lines());
+}
+
+/// The floor: the same lines, rendered before, are copied one by one into a text buffer.
+void copyLines(benchmark::State& state) {
+    Scene scene;
+    std::string text;
+    ReferenceWriter writer(getpid(),
+                           [&](const char* some, size_t bytes) { text.append(some, bytes); });
+    scene.forEach([&](const File::LogHeader& header) { printRecord(writer, header); });
+    writer.flush();
+    std::vector<uint32_t> lengths;
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = text.find('\n', begin) + 1;
+        lengths.push_back(static_cast<uint32_t>(end - begin));
+        begin = end;
+    }
+    char block[24576];
+    while (state.KeepRunning()) {
+        const char* from = text.data();
+        char* out = block;
+        for (const uint32_t length : lengths) {
+            if (static_cast<size_t>(block + sizeof(block) - out) < length) {
+                benchmark::DoNotOptimize(block);
+                benchmark::ClobberMemory();
+                out = block;
+            }
+            memcpy(out, from, length);
+            out += length;
+            from += length;
+        }
+        benchmark::DoNotOptimize(block);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * scene.lines());
+}
+
+/// A loop that knows everything in advance.
+void renderByHand(benchmark::State& state) {
+    constexpr unsigned int kLines = 3000;
+    const JCam::Bench::Workload work = {
+            "", JCam::Bench::Workload::makeText(JCam::Bench::Workload::kTextBytes)};
+    const JCam::Bench::HandWrittenLines source(work);
+    char block[24576];
+    while (state.KeepRunning()) {
+        char* out = block;
+        for (unsigned int i = 0; i < kLines; ++i) {
+            if (static_cast<size_t>(block + sizeof(block) - out) <
+                JCam::Bench::HandWrittenLines::kLongestLine) {
+                benchmark::DoNotOptimize(block);
+                benchmark::ClobberMemory();
+                out = block;
+            }
+            out = source.put(out, i);
+        }
+        benchmark::DoNotOptimize(block);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * int64_t{kLines});
+}
+
+BENCHMARK(copyLines)->Name("render/copy")->Repetitions(10)->MinTime(0.05);
+BENCHMARK(renderByHand)->Name("render/by_hand")->Repetitions(10)->MinTime(0.05);
+BENCHMARK(renderByLibrary)->Name("render/library")->Repetitions(10)->MinTime(0.05);
+BENCHMARK(renderByPrintf)->Name("render/printf")->Repetitions(10)->MinTime(0.05);
+
+}  // namespace
+
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): libc's are reserved names
+extern "C" __attribute__((visibility("default"))) ssize_t write(int fd, const void* bytes,
+                                                                size_t count) {
+    if (sSwallowWrites) {
+        return static_cast<ssize_t>(count);
+    }
+    return static_cast<ssize_t>(syscall(SYS_write, fd, bytes, count));
+}
