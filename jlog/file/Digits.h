@@ -29,36 +29,45 @@ char* putNumber(char* out, Integer value, int base = 10) {
     return std::to_chars(out, out + 20, value, base).ptr;
 }
 
-/// printf's "%5d". Writes up to 20 bytes at `out`, of which those behind the end mean nothing.
+/// printf's "%5d".
 inline char* putPadded5(char* out, int32_t value) {
     constexpr std::ptrdiff_t kWidth = 5;
-    char digits[16] = {};
-    const std::ptrdiff_t count = std::to_chars(digits, digits + sizeof(digits), value).ptr - digits;
-    // Copies of a fixed size are a few instructions each, others a call.
-    memset(out, ' ', kWidth);
-    char* start = count < kWidth ? out + (kWidth - count) : out;
-    memcpy(start, digits, sizeof(digits));
-    return start + count;
+    char digits[20];
+    const std::ptrdiff_t count = putNumber(digits, value) - digits;
+    for (std::ptrdiff_t i = count; i < kWidth; ++i) {
+        *out++ = ' ';
+    }
+    memcpy(out, digits, static_cast<size_t>(count));
+    return out + count;
 }
 
-/// The microseconds of `nanoseconds` as printf's "%06ld", truncated.
-inline char* putMicroseconds(char* out, long nanoseconds) {
-    constexpr long kMicrosecondsPerSecond = 1000000;
-    const long micros = nanoseconds / 1000;
-    if (micros >= 0 && micros < kMicrosecondsPerSecond) [[likely]] {
-        const auto value = static_cast<unsigned int>(micros);
-        out = putTwoDigits(out, value / 10000);
-        out = putTwoDigits(out, value / 100 % 100);
-        return putTwoDigits(out, value % 100);
+/// The two characters of `value`, which is below 100, the first in the lower byte.
+inline uint64_t twoDigits(unsigned int value) {
+    uint16_t pair = 0;
+    memcpy(&pair, kDigitPairs + (2 * static_cast<size_t>(value)), sizeof(pair));
+    return pair;
+}
+
+/// The microseconds of `nanoseconds` as printf's ".%06ld", truncated. For any reading of a clock it
+/// is a single store, of 8 bytes.
+inline char* putFraction(char* out, long nanoseconds) {
+    constexpr unsigned long kNanosecondsPerSecond = 1000000000;
+    if (static_cast<unsigned long>(nanoseconds) < kNanosecondsPerSecond) [[likely]] {
+        const unsigned int micros = static_cast<unsigned int>(nanoseconds) / 1000;
+        const uint64_t text = uint64_t{'.'} | twoDigits(micros / 10000) << 8 |
+                              twoDigits(micros / 100 % 100) << 24 | twoDigits(micros % 100) << 40;
+        memcpy(out, &text, sizeof(text));
+        return out + 7;
     }
+    *out++ = '.';
     // No clock gives this; a damaged record may.
     constexpr size_t kWidth = 6;
+    const long micros = nanoseconds / 1000;
     char digits[20];
     if (micros < 0) {
         *out++ = '-';
     }
-    const auto magnitude = micros < 0 ? 0UL - static_cast<unsigned long>(micros)
-                                      : static_cast<unsigned long>(micros);
+    const auto magnitude = static_cast<unsigned long>(micros < 0 ? -micros : micros);
     const auto count = static_cast<size_t>(putNumber(digits, magnitude) - digits);
     const size_t width = micros < 0 ? kWidth - 1 : kWidth;
     for (size_t i = count; i < width; ++i) {

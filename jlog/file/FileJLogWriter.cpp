@@ -19,7 +19,7 @@
 #include "jlog/file/CrashGate.h"
 #include "jlog/file/DateText.h"
 #include "jlog/file/FileLogTag.h"
-#include "jlog/file/LineRenderer.h"
+#include "jlog/file/LineRendererInline.h"
 #include "jlog/file/LocalTime.h"
 #include "jlog/file/StorageCleaner.h"
 #include "jlog/file/TextFormat.h"
@@ -41,9 +41,9 @@ constexpr time_t kNoLocalTime = std::numeric_limits<time_t>::min();
 FileJLogWriter::FileJLogWriter()
         : mPid(getpid()),
           mCleaner(new (std::nothrow) StorageCleaner),
-          mPidChars(static_cast<uint8_t>(renderPid(mPidText, mPid))),
+          mRenderer(mPid),
           mDateSecond(kNoLocalTime) {
-    static_assert(sizeof(mPidText) == kPidTextBytes && kDateBytes == kDateChars);
+    static_assert(kDateBytes == kDateChars);
     static_assert(kFlushMark + kDateBytes < kWriteBufferBytes);
     formatDate(mDateText, {});
 }
@@ -194,6 +194,38 @@ tm FileJLogWriter::toLocalTime(time_t seconds, clockid_t clock) const {
     return mSignalSafe ? shiftedTime(seconds, cachedUtcOffset(clock)) : localTime(seconds);
 }
 
+inline void FileJLogWriter::countUpTo(const char* end) {
+    const auto bytes = static_cast<size_t>(end - writePtr());
+    // The text before its count, for rescue().
+    std::atomic_signal_fence(std::memory_order_release);
+    mBufferedBytes += bytes;
+    mFileBytes += bytes;
+    if (mBufferedBytes >= kFlushMark) [[unlikely]] {
+        flush(false);
+    }
+}
+
+// Inlined: what a lambda captures is put together in memory where it is not, and a processor waits
+// for words that were written in parts.
+template <typename Render>
+[[gnu::always_inline]] inline void FileJLogWriter::appendLine(const timespec& timestamp,
+                                                              Render render) {
+    if (timestamp.tv_sec != mDateSecond) [[unlikely]] {
+        formatDate(mDateText, toLocalTime(timestamp.tv_sec, mRecordClock));
+        mDateSecond = timestamp.tv_sec;
+    }
+    if (room() > kDateBytes + kMaxLineBytes) [[likely]] {
+        static_assert(kWriteBufferBytes - kMaxLineBytes <
+                      kFlushMark);  // so that the date fits, too
+        memcpy(writePtr(), mDateText, kDateBytes);
+        countUpTo(render(writePtr() + kDateBytes));
+    } else {
+        char line[kMaxLineBytes];
+        appendCut(line, static_cast<size_t>(render(line) - line));
+    }
+    rotateIfLarge();
+}
+
 void FileJLogWriter::onLogEnter(const LogEnterExit* record) {
     appendEnterExit(*record, Direction::ENTER);
 }
@@ -203,15 +235,13 @@ void FileJLogWriter::onLogExit(const LogEnterExit* record) {
 }
 
 void FileJLogWriter::appendEnterExit(const LogEnterExit& record, Direction direction) {
-    char scratch[kMaxLineBytes];
-    const Line line = beginLine(record.header.timestamp, scratch);
-    endLine(line, renderEnterExit(line.rest, {mPidText, mPidChars}, record, direction));
+    appendLine(record.header.timestamp,
+               [&](char* out) { return mRenderer.renderEnterExit(out, record, direction); });
 }
 
 void FileJLogWriter::onLogDetails(const LogDetails* record) {
-    char scratch[kMaxLineBytes];
-    const Line line = beginLine(record->header.timestamp, scratch);
-    endLine(line, renderDetails(line.rest, {mPidText, mPidChars}, *record));
+    appendLine(record->header.timestamp,
+               [&](char* out) { return mRenderer.renderDetails(out, *record); });
 }
 
 void FileJLogWriter::writeString(const char* format, ...) {
@@ -223,51 +253,20 @@ void FileJLogWriter::writeString(const char* format, ...) {
     rotateIfLarge();
 }
 
-// The caller renders into the scratch area.
-// NOLINTNEXTLINE(readability-non-const-parameter)
-FileJLogWriter::Line FileJLogWriter::beginLine(const timespec& timestamp, char* scratch) {
-    if (timestamp.tv_sec != mDateSecond) {
-        formatDate(mDateText, toLocalTime(timestamp.tv_sec, mRecordClock));
-        mDateSecond = timestamp.tv_sec;
-    }
-    Line line = {writePtr(), scratch};
+void FileJLogWriter::appendCut(const char* line, size_t bytes) {
+    char* date = writePtr();
     if (mBufferedBytes + kDateBytes >= kFlushMark) {
         flush(false);
-        line.date = mText;
-    }
-    memcpy(line.date, mDateText, kDateBytes);
-    char* behindDate = line.date + kDateBytes;
-    if (static_cast<size_t>(mText + sizeof(mText) - behindDate) > kMaxLineBytes) {
-        line.rest = behindDate;
-    }
-    return line;
-}
-
-void FileJLogWriter::endLine(const Line& line, const char* end) {
-    auto bytes = static_cast<size_t>(end - line.rest);
-    char* behindDate = line.date + kDateBytes;
-    if (line.rest != behindDate) {
-        // One byte of room stays free, as it does for a formatter that terminates its text.
-        bytes = std::min(bytes, static_cast<size_t>(mText + sizeof(mText) - behindDate) - 1);
-        memcpy(behindDate, line.rest, bytes);
-    }
-    if (line.date < buffer()) {
+        date = mText;
         mTextBegin = 0;
         mFileBytes += kDateBytes;
     }
+    memcpy(date, mDateText, kDateBytes);
+    char* behindDate = date + kDateBytes;
+    // One byte of room stays free, as it does for a formatter that terminates its text.
+    bytes = std::min(bytes, static_cast<size_t>(mText + sizeof(mText) - behindDate) - 1);
+    memcpy(behindDate, line, bytes);
     countUpTo(behindDate + bytes);
-    rotateIfLarge();
-}
-
-void FileJLogWriter::countUpTo(const char* end) {
-    const auto bytes = static_cast<size_t>(end - writePtr());
-    // The text before its count, for rescue().
-    std::atomic_signal_fence(std::memory_order_release);
-    mBufferedBytes += bytes;
-    mFileBytes += bytes;
-    if (mBufferedBytes >= kFlushMark) {
-        flush(false);
-    }
 }
 
 void FileJLogWriter::rotate() {

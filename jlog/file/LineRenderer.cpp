@@ -1,91 +1,93 @@
+// Also runs after a fatal signal, by the rules of CrashHandler.cpp.
+
 #include "jlog/file/LineRenderer.h"
 
-#include <algorithm>
 #include <cstring>
-#include <string_view>
 
 #include "jlog/file/Digits.h"
+#include "jlog/file/LineRendererInline.h"
 #include "jlog/ModuleTable.h"
 
 namespace JCam::Utils::JLog::File {
 
-namespace {
-
-/// Levels beyond the table, which are those without a name, print as verbose.
-constexpr char kLevelLetters[] = {'V', 'E', 'W', 'I', 'D', 'D', 'V'};
-constexpr size_t kNameColumn = 8;
-
-char* put(char* out, std::string_view text) {
-    memcpy(out, text.data(), text.size());
-    return out + text.size();
+char* putLongText(char* out, const char* from, const char* end) {
+    while (static_cast<size_t>(end - from) >= 2 * Block::kBytes) {
+        const Block first(from);
+        const Block second(from + Block::kBytes);
+        first.store(out);
+        second.store(out + Block::kBytes);
+        if (Block::anyNul(first, second)) {
+            const size_t length = first.length();
+            return out + (length < Block::kBytes ? length : length + second.length());
+        }
+        from += 2 * Block::kBytes;
+        out += 2 * Block::kBytes;
+    }
+    while (static_cast<size_t>(end - from) >= Block::kBytes) {
+        const Block block(from);
+        block.store(out);
+        const size_t length = block.length();
+        out += length;
+        if (length < Block::kBytes) {
+            return out;
+        }
+        from += Block::kBytes;
+    }
+    uint64_t word = 0;
+    if (static_cast<size_t>(end - from) >= sizeof(word)) {
+        memcpy(&word, from, sizeof(word));
+        memcpy(out, &word, sizeof(word));
+        const size_t length = textLength(word);
+        out += length;
+        if (length < sizeof(word)) {
+            return out;
+        }
+        from += sizeof(word);
+    }
+    const auto left = static_cast<size_t>(end - from);
+    if (left == 0) {
+        return out;
+    }
+    // Read so that it ends where the text has to; what comes in from above is the NUL.
+    memcpy(&word, end - sizeof(word), sizeof(word));
+    word >>= 8 * (sizeof(word) - left);
+    memcpy(out, &word, sizeof(word));
+    return out + textLength(word);
 }
 
-/// A text of a record. The bound costs nothing and keeps a damaged record from running on.
-std::string_view boundedText(const char* text, size_t maxChars) {
-    return {text, strnlen(text, maxChars)};
+LineRenderer::LineRenderer(int32_t pid) : mPid(pid) {
+    for (ThreadText& entry : mThreads) {
+        rememberThread(entry, entry.tid);
+    }
+    for (ModuleText& entry : mModules) {
+        rememberModule(entry, entry.moduleId);
+    }
 }
 
-/// ".uuuuuu PPPPP TTTTT ".
-char* putOrigin(char* out, std::string_view pid, const LogHeader& header) {
-    *out++ = '.';
-    out = putMicroseconds(out, header.timestamp.tv_nsec);
-    memcpy(out, pid.data(), kPidTextBytes);
-    out = putPadded5(out + pid.size(), header.tid);
+void LineRenderer::rememberThread(ThreadText& entry, int32_t tid) const {
+    char* out = entry.text.text;
     *out++ = ' ';
-    return out;
+    out = putPadded5(out, mPid);
+    *out++ = ' ';
+    out = putPadded5(out, tid);
+    *out++ = ' ';
+    static_assert(1 + 11 + 1 + 11 + 1 <= ShortText::kBytes);
+    entry.text.length = static_cast<uint32_t>(out - entry.text.text);
+    entry.tid = tid;
 }
 
-// No line outgrows its room, whatever the numbers; the copies of a fixed size stay below it as
-// well.
-constexpr size_t kMaxOriginBytes = 1 + 20 + kPidTextBytes + 21;
-static_assert(kMaxOriginBytes + kMaxNameChars +
-                      sizeof("D JLog    : R AppRequest:4294967295 M[MODULE_INVALID:ffffffff] +  : "
-                             "#4294967295\n") <=
-              kMaxLineBytes);
-static_assert(kMaxOriginBytes + 2 + kMaxNameChars + 2 + kMaxMessageChars + 1 <= kMaxLineBytes);
-
-}  // namespace
-
-size_t renderPid(char (&out)[kPidTextBytes], int32_t pid) {
-    char text[2 * kPidTextBytes] = {' '};
-    char* end = putPadded5(text + 1, pid);
-    *end++ = ' ';
-    memcpy(out, text, kPidTextBytes);
-    return static_cast<size_t>(end - text);
-}
-
-char* renderEnterExit(char* out, std::string_view pid, const LogEnterExit& record,
-                      Direction direction) {
-    const ModuleRow* module = findModule(record.moduleId);
-    out = putOrigin(out, pid, record.header);
-    out = put(out, "D JLog    : R AppRequest:");
-    out = putNumber(out, record.requestNo);
-    out = put(out, " M[");
+void LineRenderer::rememberModule(ModuleText& entry, uint32_t moduleId) {
+    const ModuleRow* module = findModule(moduleId);
+    char* out = put(entry.text.text, " M[");
     out = put(out, module != nullptr ? module->name : "(null)");
     *out++ = ':';
-    out = putNumber(out, record.moduleId, 16);
+    char digits[20];
+    const auto count = static_cast<size_t>(putNumber(digits, moduleId, 16) - digits);
+    out = put(out, {digits, count});
     out = put(out, "] ");
-    *out++ = static_cast<char>(direction);
-    out = put(out, "  :");
-    out = put(out, boundedText(record.name(), kMaxNameChars));
-    out = put(out, " #");
-    out = putNumber(out, record.serial);
-    *out++ = '\n';
-    return out;
-}
-
-char* renderDetails(char* out, std::string_view pid, const LogDetails& record) {
-    const std::string_view name = boundedText(record.name(), kMaxNameChars);
-    out = putOrigin(out, pid, record.header);
-    *out++ = record.level < sizeof(kLevelLetters) ? kLevelLetters[record.level] : 'V';
-    *out++ = ' ';
-    memset(out, ' ', kNameColumn);
-    put(out, name);
-    out += std::max(name.size(), kNameColumn);
-    out = put(out, ": ");
-    out = put(out, boundedText(record.message, kMaxMessageChars));
-    *out++ = '\n';
-    return out;
+    static_assert(sizeof(" M[MODULE_INVALID:ffffffff] ") <= ShortText::kBytes);
+    entry.text.length = static_cast<uint32_t>(out - entry.text.text);
+    entry.moduleId = moduleId;
 }
 
 }  // namespace JCam::Utils::JLog::File

@@ -6,13 +6,12 @@
 #include <memory>
 
 #include "jlog/file/FixedText.h"
+#include "jlog/file/LineRenderer.h"
 #include "jlog/file/LogRecord.h"
 #include "jlog/JLogExport.h"
 
 namespace JCam::Utils::JLog::File {
 
-/// Whether a request enters a scope or leaves it.
-enum class Direction : char;
 class StorageCleaner;
 
 /// Renders records as lines of text and writes them to a series of files in the log folder.
@@ -92,14 +91,6 @@ class JLOG_EXPORT FileJLogWriter {
     /// "MM-DD hh:mm:ss".
     static constexpr size_t kDateBytes = 14;
 
-    /// The places of a line that is being appended.
-    struct Line {
-        char* date;
-        /// Where what follows the date is to be rendered: behind it, or in a scratch area when it
-        /// might not fit.
-        char* rest;
-    };
-
     void startSeries(const char* namePrefix, bool silent);
     /// Creates the next file in mFolder and leaves its path in `path`; -1 when that fails, and then
     /// the index is as before.
@@ -115,8 +106,11 @@ class JLOG_EXPORT FileJLogWriter {
     void releaseDescriptor();
     [[nodiscard]] tm toLocalTime(time_t seconds, clockid_t clock) const;
     void appendEnterExit(const LogEnterExit& record, Direction direction);
-    Line beginLine(const timespec& timestamp, char* scratch);
-    void endLine(const Line& line, const char* end);
+    /// Appends a date and what `render` puts behind it.
+    template <typename Render>
+    void appendLine(const timespec& timestamp, Render render);
+    /// The same where a line might not fit: `line` is what stands behind the date.
+    void appendCut(const char* line, size_t bytes);
     /// Counts the text up to `end` as buffered.
     void countUpTo(const char* end);
     void writeBuffered() const;
@@ -146,10 +140,8 @@ class JLOG_EXPORT FileJLogWriter {
     FixedText<30> mNamePrefix;
     /// Null without memory; then no space is freed.
     const std::unique_ptr<StorageCleaner> mCleaner;
-    /// mPid as it stands in every line, and the date part of the second rendered last: most records
-    /// repeat both.
-    char mPidText[16]{};
-    const uint8_t mPidChars;
+    LineRenderer mRenderer;
+    /// The date part of the second rendered last, which most records repeat.
     char mDateText[kDateBytes]{};
     time_t mDateSecond;
     /// The text buffer, and in front of it room for the date of a line. A date that fills the
