@@ -138,10 +138,15 @@ bool FileJLoggerBase::allocLogSpace(unsigned long size, LogHeader** header, Buff
     }
     mMutex.lock();
     Buffer* current = mCurrent.get();
+    bool retired = false;
     if (current == nullptr || current->freeBytes < bytes) [[unlikely]] {
+        retired = current != nullptr;
         if (!makeRoomLocked()) {
             const bool reported = std::exchange(mOutOfMemory, true);
             mMutex.unlock();
+            if (retired) {
+                mCond.notifyOne();
+            }
             if (!reported) {
                 __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
                                     "Out of memory: no buffer of %zu bytes, dropping records",
@@ -156,6 +161,10 @@ bool FileJLoggerBase::allocLogSpace(unsigned long size, LogHeader** header, Buff
         *serial = ++mSerial;
     }
     mMutex.unlock();
+    if (retired) [[unlikely]] {
+        // Not under the mutex: a wake-up is a system call, and the woken would first of all wait.
+        mCond.notifyOne();
+    }
     prefetchBehind(record, bytes);
 
     if (sTid < 0) [[unlikely]] {
@@ -189,7 +198,6 @@ bool FileJLoggerBase::makeRoomLocked() {
         mCurrent.replace(allocEmptyBuffer());
     } else {
         retireCurrentLocked();
-        mCond.notifyOne();
     }
     return mCurrent.get() != nullptr;
 }

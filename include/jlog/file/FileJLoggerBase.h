@@ -109,24 +109,33 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     static uint32_t renderRecords(const Buffer& buffer, FileJLogWriter& writer,
                                   size_t maxBytes = kBufferBytes);
 
+    // What every call reads and nobody changes while it logs shares a cache line with the object's
+    // head, what every call changes has one of its own: callers on several cores pass around that
+    // line and the buffer's, and no other.
+
     /// Clock of all record time stamps: CLOCK_REALTIME, or CLOCK_MONOTONIC by property.
     const clockid_t mClockId;
-    JLogMutex mMutex;
-    /// Retired buffers, oldest first.
-    BufferList mFullBuffers JLOG_GUARDED_BY(mMutex);
-    /// Buffers for the next burst: 768 KiB.
-    BufferPool mEmptyBuffers JLOG_GUARDED_BY(mMutex);
+    /// Crash-hook mode; 0 while no hook is installed. Relaxed: writers choose by it whether to
+    /// fence, and around a change either choice is right.
+    std::atomic<int32_t> mNeHook{0};
+    /// The Android log prints the line of every reservation. Kept here because asking costs a
+    /// property lookup on a device. Relaxed: around a change a line more or less is fine.
+    std::atomic<bool> mReservationLine{false};
+
+    alignas(kCacheLineBytes) JLogMutex mMutex;
     /// Receives new records. Empty only while there is no memory for a buffer.
     BufferSlot mCurrent JLOG_GUARDED_BY(mMutex);
+    /// The last serial number handed out.
+    uint32_t mSerial JLOG_GUARDED_BY(mMutex){0};
+
+    /// Retired buffers, oldest first.
+    alignas(kCacheLineBytes) BufferList mFullBuffers JLOG_GUARDED_BY(mMutex);
+    /// Buffers for the next burst: 768 KiB.
+    BufferPool mEmptyBuffers JLOG_GUARDED_BY(mMutex);
     /// Whether the consumer is to go on.
     std::atomic<bool> mRunning{false};
     /// Wakes the consumer.
     JLogCondition mCond;
-    /// The last serial number handed out.
-    uint32_t mSerial JLOG_GUARDED_BY(mMutex){0};
-    /// Crash-hook mode; 0 while no hook is installed. Relaxed: writers choose by it whether to
-    /// fence, and around a change either choice is right.
-    std::atomic<int32_t> mNeHook{0};
     /// The actions that the hook has installed, and those that it found, for SIGABRT, SIGSEGV and
     /// SIGBUS in this order. Written while none of them can fire yet, read by the handler.
     struct sigaction mNewActions[3]{};
@@ -178,9 +187,6 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// The heap has refused a buffer, and the line that says so was printed. Until the heap gives
     /// one again, records are kept as far as recycled buffers allow.
     bool mOutOfMemory JLOG_GUARDED_BY(mMutex){false};
-    /// The Android log prints the line of every reservation. Kept here because asking costs a
-    /// property lookup on a device. Relaxed: around a change a line more or less is fine.
-    std::atomic<bool> mReservationLine{false};
 };
 
 }  // namespace JCam::Utils::JLog::File
