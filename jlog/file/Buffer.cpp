@@ -1,9 +1,43 @@
 #include "jlog/file/Buffer.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 namespace JCam::Utils::JLog::File {
+
+void* Buffer::operator new(size_t bytes, const std::nothrow_t& /*tag*/) noexcept {
+    void* memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return memory != MAP_FAILED ? memory : nullptr;
+}
+
+// NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads): see the header
+void Buffer::operator delete(void* memory) noexcept {
+    munmap(memory, sizeof(Buffer));
+}
+
+void Buffer::operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
+    operator delete(memory);
+}
+
+void Buffer::prefault() {
+    const int callersErrno = errno;
+    const bool populated = madvise(this, sizeof(Buffer), MADV_POPULATE_WRITE) == 0;
+    errno = callersErrno;
+    if (populated) {
+        return;
+    }
+    // A kernel before 5.14: one by one.
+    const auto pageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    for (size_t offset = 0; offset < sizeof(data); offset += pageBytes) {
+        // Volatile: the store is wanted for its effect on the page alone.
+        *static_cast<volatile char*>(data + offset) = 0;
+    }
+    *static_cast<volatile char*>(data + sizeof(data) - 1) = 0;
+}
 
 BufferList::~BufferList() {
     for (Buffer* buffer = front(); buffer != nullptr;) {

@@ -56,6 +56,16 @@ void prefetchBehind(const LogHeader* record, size_t bytes) {
     }
 }
 
+/// A buffer of fresh memory; null without.
+std::unique_ptr<Buffer> newBuffer() {
+    const int callersErrno = errno;
+    std::unique_ptr<Buffer> buffer(new (std::nothrow) Buffer);
+    errno = callersErrno;
+    // A crash handler may come upon the buffer without the mutex: its fields before its address.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    return buffer;
+}
+
 /// Copies `count` characters to `out` and terminates them.
 void copyText(char* out, const char* text, size_t count) {
     memcpy(out, text, count);
@@ -191,6 +201,12 @@ void FileJLoggerBase::publish(LogHeader* header, Buffer* buffer, RecordType type
     if (buffer->finishWriter()) {
         mCond.notifyOne();
     }
+    // Only now that the record is safe.
+    if (mBufferWanted.load(std::memory_order_relaxed)) [[unlikely]] {
+        if (mBufferWanted.exchange(false, std::memory_order_relaxed)) {
+            prepareBuffers(1);
+        }
+    }
 }
 
 bool FileJLoggerBase::makeRoomLocked() {
@@ -198,6 +214,10 @@ bool FileJLoggerBase::makeRoomLocked() {
         mCurrent.replace(allocEmptyBuffer());
     } else {
         retireCurrentLocked();
+        // The consumer sees to it that there is a next buffer, unless a burst is ahead of it. Then
+        // one caller in some thousands makes the pages of the next buffer while the others fill
+        // this one, where otherwise every fortieth of them would have to wait for a page.
+        mBufferWanted.store(mEmptyBuffers.size() == 0, std::memory_order_relaxed);
     }
     return mCurrent.get() != nullptr;
 }
@@ -230,14 +250,10 @@ std::unique_ptr<Buffer> FileJLoggerBase::allocEmptyBuffer() {
         buffer->reset();
         return buffer;
     }
-    const int callersErrno = errno;
-    std::unique_ptr<Buffer> buffer(new (std::nothrow) Buffer);
-    errno = callersErrno;
+    std::unique_ptr<Buffer> buffer = newBuffer();
     if (buffer != nullptr) {
         mOutOfMemory = false;
     }
-    // A crash handler may come upon the buffer without the mutex: its fields before its address.
-    std::atomic_thread_fence(std::memory_order_seq_cst);
     return buffer;
 }
 
@@ -252,6 +268,29 @@ void FileJLoggerBase::recycleFront() {
         surplus = recycleLocked(mFullBuffers.front());
     }
     discard(std::move(surplus));
+}
+
+void FileJLoggerBase::prepareBuffers(size_t count) {
+    {
+        const JLogLock lock(mMutex);
+        if (mEmptyBuffers.size() > 0) {
+            return;
+        }
+    }
+    for (; count > 0; --count) {
+        std::unique_ptr<Buffer> buffer = newBuffer();
+        if (buffer == nullptr) {
+            return;
+        }
+        buffer->prefault();
+        std::unique_ptr<Buffer> surplus;
+        {
+            const JLogLock lock(mMutex);
+            mOutOfMemory = false;
+            surplus = mEmptyBuffers.put(std::move(buffer));
+        }
+        discard(std::move(surplus));
+    }
 }
 
 void FileJLoggerBase::discard(std::unique_ptr<Buffer> buffer) {

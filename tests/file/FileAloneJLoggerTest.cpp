@@ -230,7 +230,7 @@ TEST_F(FileAloneJLoggerTest, MemoryReturnsAfterABurst) {
     for (int i = 0; i < 20; ++i) {
         logger.fillBuffer();
     }
-    EXPECT_EQ(logger.owned(), 20U);
+    EXPECT_EQ(logger.owned(), 21U) << "those that are filled, and the next one";
     logger.onInit();
     logger.onFlush(60);
     EXPECT_TRUE(await([&] { return logger.owned() == 4; }))

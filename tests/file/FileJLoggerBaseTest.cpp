@@ -1,7 +1,9 @@
 #include "jlog/file/FileJLoggerBase.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 
@@ -202,6 +204,26 @@ TEST_F(FileJLoggerBaseTest, RecycledBuffersAreUsedAgainAndAtMostThreeAreKept) {
     EXPECT_EQ(logger.pooled(), 2U);
 }
 
+/// Pages of `buffer` that the kernel has made.
+size_t residentPages(Buffer& buffer) {
+    const auto pageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    std::vector<unsigned char> pages((sizeof(Buffer) + pageBytes - 1) / pageBytes);
+    EXPECT_EQ(mincore(&buffer, sizeof(Buffer), pages.data()), 0);
+    return static_cast<size_t>(std::count(pages.begin(), pages.end(), 1));
+}
+
+TEST_F(FileJLoggerBaseTest, CallersFindThePagesOfTheNextBufferMade) {
+    OpenLogger logger;
+    ASSERT_TRUE(logger.log(24));
+    EXPECT_LT(residentPages(logger.current()), 3U) << "the first buffer grows as it is used";
+    ASSERT_TRUE(logger.log(kBufferBytes));
+    EXPECT_EQ(logger.pooled(), 1U) << "the next buffer is there before it is wanted";
+    ASSERT_TRUE(logger.log(24));
+    EXPECT_GT(residentPages(logger.current()) * static_cast<size_t>(sysconf(_SC_PAGESIZE)),
+              kBufferBytes);
+    EXPECT_TRUE(logger.current().holdsRecords());
+}
+
 TEST_F(FileJLoggerBaseTest, IncompleteAndUnknownRecordsAreSteppedOver) {
     const Support::TempFolder folder;
     FileJLogWriter writer;
@@ -255,6 +277,7 @@ TEST_F(FileJLoggerBaseTest, WithoutMemoryRecordsAreDroppedWithOneLineUntilItIsBa
     Support::Interpose::refuseBuffers(false);
     EXPECT_TRUE(logger.log(kBufferBytes));
     Support::Interpose::refuseBuffers(true);
+    EXPECT_TRUE(logger.log(kBufferBytes)) << "the next buffer was there already";
     EXPECT_FALSE(logger.log(24));
     EXPECT_EQ(mLog.lines().size(), 2U) << "a new outage is news";
 }

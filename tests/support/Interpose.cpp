@@ -4,9 +4,11 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -19,7 +21,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <new>
 
 #include "jlog/file/Buffer.h"
 
@@ -31,7 +32,8 @@ namespace {
 // fast.
 std::atomic<int64_t> sFreeBytes{-1};
 std::atomic<bool> sRefuseThreads{false};
-std::atomic<bool> sRefuseBuffers{false};
+/// Atomic by the builtins, which the function that reads it can use uninstrumented.
+bool sRefuseBuffers = false;
 std::atomic<bool> sRefuseProbes{false};
 std::atomic<int> sSyncs{0};
 std::atomic<ssize_t> sWriteLimit{-1};
@@ -110,7 +112,7 @@ void refuseThreads(bool refuse) {
     sRefuseThreads = refuse;
 }
 void refuseBuffers(bool refuse) {
-    sRefuseBuffers = refuse;
+    __atomic_store_n(&sRefuseBuffers, refuse, __ATOMIC_RELAXED);
 }
 void refuseProbes(bool refuse) {
     sRefuseProbes = refuse;
@@ -270,26 +272,19 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
     return next(thread, attributes, entry, argument);
 }
 
+// Straight to the kernel, and without instrumentation: ThreadSanitizer maps memory before it is
+// there for either a next function or an instrumented one.
+__attribute__((no_sanitize("thread"))) void* mmap(void* address, size_t size, int protection,
+                                                  int flags, int fd, off_t offset) noexcept {
+    if (size == sizeof(JCam::Utils::JLog::File::Buffer) &&
+        __atomic_load_n(&sRefuseBuffers, __ATOMIC_RELAXED)) {
+        errno = ENOMEM;
+        return MAP_FAILED;
+    }
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel gives addresses as numbers
+    return reinterpret_cast<void*>(syscall(SYS_mmap, address, size, protection, flags, fd, offset));
+}
+
 }  // extern "C"
 
 #pragma GCC visibility pop
-
-void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return size >= JCam::Utils::JLog::File::kBufferBytes && sRefuseBuffers ? nullptr : malloc(size);
-}
-
-void* operator new(size_t size) {
-    void* block = malloc(size);
-    if (block == nullptr) {
-        throw std::bad_alloc();
-    }
-    return block;
-}
-
-void operator delete(void* block) noexcept {
-    free(block);
-}
-
-void operator delete(void* block, size_t /*size*/) noexcept {
-    free(block);
-}

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-// Functions of libc and operator new that a test binary puts in front of the real ones, so that the
-// library meets a full disk, no memory, a privileged folder, or another time of day. Without an
-// order from a test they only pass calls on, signal-safe once a function was called. All may be
-// called from any thread.
+// Functions of libc that a test binary puts in front of the real ones, so that the library meets a
+// full disk, no memory, a privileged folder, or another time of day. Without an order from a test
+// they only pass calls on, signal-safe once a function was called. All may be called from any
+// thread.
 namespace JCam::Support::Interpose {
 
 /// Undoes every order when a test ends.
@@ -27,7 +27,7 @@ void setFreeBytes(int64_t bytes);
 void redirect(const std::string& from, const std::string& to);
 /// pthread_create fails with EAGAIN.
 void refuseThreads(bool refuse);
-/// The heap has no room for a record buffer.
+/// There is no memory for a record buffer.
 void refuseBuffers(bool refuse);
 /// Deleting this path fails.
 void refuseUnlink(const std::string& path);

@@ -45,8 +45,19 @@ struct Buffer {
     std::atomic<Buffer*> next{nullptr};
     alignas(kRecordAlignment) char data[kBufferBytes];
 
-    // Leaves `data` as the allocator gave it, so that no page is touched before it is used.
+    // Leaves `data` as the kernel gave it, so that no page is touched before it is used.
     Buffer() noexcept {}  // NOLINT(modernize-use-equals-default)
+
+    // Pages of its own. The kernel gets them back when the buffer goes, while a heap keeps what a
+    // burst has left, and none of them is shared with something else that callers write to.
+    static void* operator new(size_t bytes, const std::nothrow_t& tag) noexcept;
+    // The counterpart of the new above, too; without memory nothing may throw.
+    // NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads)
+    static void operator delete(void* memory) noexcept;
+    static void operator delete(void* memory, const std::nothrow_t& tag) noexcept;
+
+    /// Has the kernel make all pages of a new buffer, so that no writer has to wait for one.
+    void prefault();
 
     /// Acquire: the first words of all records before it are visible, so they can be walked.
     [[nodiscard]] const char* end() const { return writePtr.load(std::memory_order_acquire); }

@@ -21,8 +21,8 @@ class FileJLogWriter;
 ///
 /// Threads: any number of callers may log at once. A call takes the one mutex to reserve its record
 /// and fills the record without it; it does no I/O of its own and allocates only when a buffer is
-/// full and the pool is empty. It formats nothing, unless the Android log prints debug lines of
-/// "FileAloneJLogger": then every reservation has one.
+/// full and the pool is or becomes empty. It formats nothing, unless the Android log prints debug
+/// lines of "FileAloneJLogger": then every reservation has one.
 ///
 /// Memory: the queue has no bound before a consumer is started and while it lags. Without memory
 /// for a new buffer events are dropped, and one ERROR line tells when that begins.
@@ -66,7 +66,7 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// Completes a record that allocLogSpace reserved. Record and buffer may not be touched after.
     void publish(LogHeader* header, Buffer* buffer, RecordType type);
 
-    /// An empty buffer from the pool or from the heap; null without memory.
+    /// An empty buffer, from the pool if there is one; null without memory.
     std::unique_ptr<Buffer> allocEmptyBuffer() JLOG_REQUIRES(mMutex);
 
     [[nodiscard]] bool currentHoldsRecordsLocked() const JLOG_REQUIRES(mMutex) {
@@ -79,6 +79,11 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
 
     /// Moves the oldest buffer of the queue to the pool.
     void recycleFront() JLOG_EXCLUDES(mMutex);
+
+    /// When the pool is empty, puts `count` new buffers into it whose pages are there already: the
+    /// kernel makes a page when it is first written to, and a caller should not wait for it. Takes
+    /// some 70 us for each.
+    void prepareBuffers(size_t count) JLOG_EXCLUDES(mMutex);
 
     /// Without a consumer the queue is bounded: it keeps the newest full buffers.
     void setQueueBounded(bool bounded) JLOG_EXCLUDES(mMutex);
@@ -121,6 +126,9 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// The Android log prints the line of every reservation. Kept here because asking costs a
     /// property lookup on a device. Relaxed: around a change a line more or less is fine.
     std::atomic<bool> mReservationLine{false};
+    /// A retirement has left the pool empty, and nobody has seen to that yet. Relaxed: whoever
+    /// takes the order looks at the pool himself.
+    std::atomic<bool> mBufferWanted{false};
 
     alignas(kCacheLineBytes) JLogMutex mMutex;
     /// Receives new records. Empty only while there is no memory for a buffer.
