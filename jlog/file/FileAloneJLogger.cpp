@@ -45,8 +45,9 @@ constexpr uint32_t kStatusPasses = 4;
 /// A batch that ends on its own is worth a status line when it comes at most this often.
 constexpr int32_t kStatusIntervalMs = 500;
 
-/// Buffers to have ready for a burst. Fewer than the pool holds: under a steady load it is never
-/// empty, and nothing is prepared that the next recycled buffer would push out again.
+/// Buffers to have ready for a burst. Fewer than the pool holds, so that a recycled one fits in
+/// beside them. A load of repeated bursts that use up the whole pool has them made, and freed
+/// again, every time.
 constexpr size_t kPreparedBuffers = 2;
 static_assert(kPreparedBuffers < BufferPool::kMaxBuffers);
 

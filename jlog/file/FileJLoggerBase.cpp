@@ -214,9 +214,9 @@ bool FileJLoggerBase::makeRoomLocked() {
         mCurrent.replace(allocEmptyBuffer());
     } else {
         retireCurrentLocked();
-        // The consumer sees to it that there is a next buffer, unless a burst is ahead of it. Then
-        // one caller in some thousands makes the pages of the next buffer while the others fill
-        // this one, where otherwise every fortieth of them would have to wait for a page.
+        // Unless the consumer comes first, one caller in some thousands makes the pages of the next
+        // buffer while the others fill this one, where otherwise every fortieth of them would have
+        // to wait for a page. It is made in vain when the burst ends here.
         mBufferWanted.store(mEmptyBuffers.size() == 0, std::memory_order_relaxed);
     }
     return mCurrent.get() != nullptr;

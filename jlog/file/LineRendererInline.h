@@ -77,7 +77,7 @@ inline size_t textLength(uint64_t word) {
 char* putLongText(char* out, const char* from, const char* end);
 
 /// Copies the text at `from`, up to its NUL or to `maxChars`, and not beyond `end`, which is at
-/// least 8 bytes behind the start of the record. Writes up to 15 bytes beyond the text.
+/// least 8 bytes behind the start of the record. Writes up to kOverrun bytes beyond the text.
 [[gnu::always_inline]] inline char* putText(char* out, const char* from, size_t maxChars,
                                             const char* end) {
     end = from + std::min(maxChars, static_cast<size_t>(end - from));

@@ -114,9 +114,9 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     static uint32_t renderRecords(const Buffer& buffer, FileJLogWriter& writer,
                                   size_t maxBytes = kBufferBytes);
 
-    // What every call reads and nobody changes while it logs shares a cache line with the object's
-    // head, what every call changes has one of its own: callers on several cores pass around that
-    // line and the buffer's, and no other.
+    // What every call reads and hardly anything changes shares a cache line with the object's head,
+    // what every call changes has one of its own: callers on several cores pass around that line
+    // and the buffer's, and mostly no other.
 
     /// Clock of all record time stamps: CLOCK_REALTIME, or CLOCK_MONOTONIC by property.
     const clockid_t mClockId;
@@ -192,8 +192,8 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     void dumpBuffer(const Buffer& buffer, size_t readable);
 
     bool mQueueBounded JLOG_GUARDED_BY(mMutex){false};
-    /// The heap has refused a buffer, and the line that says so was printed. Until the heap gives
-    /// one again, records are kept as far as recycled buffers allow.
+    /// The kernel has refused a buffer, and the line that says so was printed. Until it gives one
+    /// again, records are kept as far as recycled buffers allow.
     bool mOutOfMemory JLOG_GUARDED_BY(mMutex){false};
 };
 
