@@ -14,13 +14,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
 #include "jlog/file/Buffer.h"
 
@@ -50,8 +50,9 @@ Path sFrom;
 Path sTo;
 Path sUndeletable;
 
-std::mutex sMutex;  // guards what follows
-std::vector<int> sNiceValues;
+/// The nice values set first, also in a signal handler; a value beyond them is not kept.
+std::array<std::atomic<int>, 256> sNiceValues;
+std::atomic<size_t> sNiceValueCount{0};
 
 /// The function that `name` would be without this binary. Looked up once, which takes locks.
 template <typename Function>
@@ -101,8 +102,7 @@ Scope::~Scope() {
     onWrite(nullptr);
     redirect("", "");
     refuseUnlink("");
-    const std::lock_guard<std::mutex> lock(sMutex);
-    sNiceValues.clear();
+    sNiceValueCount = 0;
 }
 
 void setFreeBytes(int64_t bytes) {
@@ -147,8 +147,8 @@ void refuseUnlink(const std::string& path) {
 }
 
 std::vector<int> niceValues() {
-    const std::lock_guard<std::mutex> lock(sMutex);
-    return sNiceValues;
+    const size_t count = std::min(sNiceValueCount.load(), sNiceValues.size());
+    return {sNiceValues.begin(), sNiceValues.begin() + count};
 }
 
 }  // namespace JCam::Support::Interpose
@@ -254,12 +254,11 @@ int fsync(int fd) {
 }
 
 int setpriority(__priority_which_t which, id_t who, int value) noexcept {
-    static const Next<int(__priority_which_t, id_t, int)> next("setpriority");
-    {
-        const std::lock_guard<std::mutex> lock(sMutex);
-        sNiceValues.push_back(value);
+    const size_t place = sNiceValueCount++;
+    if (place < sNiceValues.size()) {
+        sNiceValues[place] = value;
     }
-    return next(which, who, value);
+    return static_cast<int>(syscall(SYS_setpriority, which, who, value));
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),

@@ -44,7 +44,7 @@ void setWallClock(int64_t sec);
 void refuseLocks(int count, int error);
 /// Calls of flock with LOCK_EX so far, the test's own included.
 int locks();
-/// Nice values set so far.
+/// The first nice values that were set.
 std::vector<int> niceValues();
 /// Calls of fsync so far.
 int syncs();
