@@ -9,6 +9,22 @@
 
 namespace JCam::Utils::JLog::File {
 
+namespace {
+
+/// Writes to every page and changes nothing: a byte is replaced by itself, unless another writer
+/// has just changed it, who then has had the page made. To a processor that is no race; to the
+/// language it is one, since the other's stores are not atomic.
+__attribute__((no_sanitize("thread"))) void touchPages(char* memory, size_t bytes) {
+    const auto pageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    for (size_t offset = 0; offset < bytes; offset += pageBytes) {
+        char* byte = memory + offset;
+        char seen = __atomic_load_n(byte, __ATOMIC_RELAXED);
+        __atomic_compare_exchange_n(byte, &seen, seen, false, __ATOMIC_RELAXED, __ATOMIC_RELAXED);
+    }
+}
+
+}  // namespace
+
 void* Buffer::operator new(size_t bytes, const std::nothrow_t& /*tag*/) noexcept {
     void* memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     return memory != MAP_FAILED ? memory : nullptr;
@@ -16,27 +32,29 @@ void* Buffer::operator new(size_t bytes, const std::nothrow_t& /*tag*/) noexcept
 
 // NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads): see the header
 void Buffer::operator delete(void* memory) noexcept {
-    munmap(memory, sizeof(Buffer));
+    if (memory == nullptr) {
+        return;
+    }
+    const int callersErrno = errno;
+    // Where the kernel has merged neighbours, it needs memory of its own to part them again.
+    if (munmap(memory, sizeof(Buffer)) != 0) {
+        madvise(memory, sizeof(Buffer), MADV_DONTNEED);
+    }
+    errno = callersErrno;
 }
 
 void Buffer::operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
     operator delete(memory);
 }
 
-void Buffer::prefault() {
+void Buffer::makePages() {
+    pagesMade = true;
     const int callersErrno = errno;
-    const bool populated = madvise(this, sizeof(Buffer), MADV_POPULATE_WRITE) == 0;
+    if (madvise(this, sizeof(Buffer), MADV_POPULATE_WRITE) != 0) {
+        // A kernel before 5.14, or one without memory.
+        touchPages(reinterpret_cast<char*>(this), sizeof(Buffer));
+    }
     errno = callersErrno;
-    if (populated) {
-        return;
-    }
-    // A kernel before 5.14: one by one.
-    const auto pageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    for (size_t offset = 0; offset < sizeof(data); offset += pageBytes) {
-        // Volatile: the store is wanted for its effect on the page alone.
-        *static_cast<volatile char*>(data + offset) = 0;
-    }
-    *static_cast<volatile char*>(data + sizeof(data) - 1) = 0;
 }
 
 BufferList::~BufferList() {

@@ -45,12 +45,6 @@ constexpr uint32_t kStatusPasses = 4;
 /// A batch that ends on its own is worth a status line when it comes at most this often.
 constexpr int32_t kStatusIntervalMs = 500;
 
-/// Buffers to have ready for a burst. Fewer than the pool holds, so that a recycled one fits in
-/// beside them. A load of repeated bursts that use up the whole pool has them made, and freed
-/// again, every time.
-constexpr size_t kPreparedBuffers = 2;
-static_assert(kPreparedBuffers < BufferPool::kMaxBuffers);
-
 /// Creates a thread that disturbs nobody: under the default policy, whatever real-time one the
 /// creator has, and deaf to the host's signals. Only what a thread does to itself still reaches it;
 /// a write beyond the file size limit then fails instead of ending the process. Returns the error.
@@ -180,9 +174,9 @@ void FileAloneJLogger::flushThreadEntry() {
                         "File ULogger is running; flushInterval = %d ms, neHook = %d",
                         state.flushIntervalMs, mNeHook.load(std::memory_order_relaxed));
     size_t remaining = 0;
-    prepareBuffers(kPreparedBuffers);
+    // Under a light load two buffers take turns: with the current one these are there now.
+    prepareBuffer();
     while (const Buffer* buffer = nextBuffer(state, &remaining)) {
-        prepareBuffers(kPreparedBuffers);
         renderBuffer(*buffer, remaining, state);
         refreshReservationLine();
         refreshLocalTime();

@@ -75,7 +75,10 @@ void copyText(char* out, const char* text, size_t count) {
 }  // namespace
 
 FileJLoggerBase::FileJLoggerBase() : mClockId(chooseClock()) {
-    mCurrent.replace(allocEmptyBuffer());
+    if (std::unique_ptr<Buffer> buffer = allocEmptyBuffer()) {
+        buffer->makePages();
+        mCurrent.replace(std::move(buffer));
+    }
     refreshReservationLine();
 }
 
@@ -198,14 +201,14 @@ void FileJLoggerBase::publish(LogHeader* header, Buffer* buffer, RecordType type
         std::atomic_thread_fence(std::memory_order_seq_cst);
     }
     header->publish(type);
+    // The first writer of a new buffer has all its pages made, while the others fill it: otherwise
+    // every fortieth record has to wait for a page. Only now that his record is safe, and before he
+    // takes himself off, so that the buffer stays.
+    if (reinterpret_cast<char*>(header) == buffer->data && !buffer->pagesMade) [[unlikely]] {
+        buffer->makePages();
+    }
     if (buffer->finishWriter()) {
         mCond.notifyOne();
-    }
-    // Only now that the record is safe.
-    if (mBufferWanted.load(std::memory_order_relaxed)) [[unlikely]] {
-        if (mBufferWanted.exchange(false, std::memory_order_relaxed)) {
-            prepareBuffers(1);
-        }
     }
 }
 
@@ -214,10 +217,6 @@ bool FileJLoggerBase::makeRoomLocked() {
         mCurrent.replace(allocEmptyBuffer());
     } else {
         retireCurrentLocked();
-        // Unless the consumer comes first, one caller in some thousands makes the pages of the next
-        // buffer while the others fill this one, where otherwise every fortieth of them would have
-        // to wait for a page. It is made in vain when the burst ends here.
-        mBufferWanted.store(mEmptyBuffers.size() == 0, std::memory_order_relaxed);
     }
     return mCurrent.get() != nullptr;
 }
@@ -270,26 +269,22 @@ void FileJLoggerBase::recycleFront() {
     discard(std::move(surplus));
 }
 
-void FileJLoggerBase::prepareBuffers(size_t count) {
+void FileJLoggerBase::prepareBuffer() {
     {
         const JLogLock lock(mMutex);
         if (mEmptyBuffers.size() > 0) {
             return;
         }
     }
-    for (; count > 0; --count) {
-        std::unique_ptr<Buffer> buffer = newBuffer();
-        if (buffer == nullptr) {
-            return;
-        }
-        buffer->prefault();
-        std::unique_ptr<Buffer> surplus;
-        {
-            const JLogLock lock(mMutex);
-            mOutOfMemory = false;
-            surplus = mEmptyBuffers.put(std::move(buffer));
-        }
-        discard(std::move(surplus));
+    std::unique_ptr<Buffer> buffer = newBuffer();
+    if (buffer == nullptr) {
+        return;
+    }
+    buffer->makePages();
+    const JLogLock lock(mMutex);
+    mOutOfMemory = false;
+    if (mEmptyBuffers.size() == 0) {
+        static_cast<void>(mEmptyBuffers.put(std::move(buffer)));  // has nothing to give up
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <map>
 #include <regex>
 #include <thread>
 
@@ -225,16 +226,58 @@ TEST_F(FileAloneJLoggerTest, ThreadTakesNoSignalsButItsOwnFaults) {
     }
 }
 
-TEST_F(FileAloneJLoggerTest, MemoryReturnsAfterABurst) {
+TEST_F(FileAloneJLoggerTest, MemoryReturnsAfterABurstAndThePoolIsEnoughForSmallOnes) {
     OpenLogger logger;
     for (int i = 0; i < 20; ++i) {
         logger.fillBuffer();
     }
-    EXPECT_EQ(logger.owned(), 21U) << "those that are filled, and the next one";
+    EXPECT_EQ(logger.owned(), 20U);
     logger.onInit();
     logger.onFlush(60);
     EXPECT_TRUE(await([&] { return logger.owned() == 4; }))
             << "the current buffer and a pool of three";
+
+    const int mapped = Support::Interpose::mappedBuffers();
+    for (int round = 0; round < 10; ++round) {
+        for (int i = 0; i < 3; ++i) {
+            logger.fillBuffer();
+        }
+        logger.onFlush(60);
+        ASSERT_TRUE(await([&] { return logger.queued() == 0; }));
+    }
+    EXPECT_EQ(Support::Interpose::mappedBuffers(), mapped);
+    EXPECT_EQ(logger.owned(), 4U);
+}
+
+TEST_F(FileAloneJLoggerTest, PagesAreMadeAmongOtherWritersByAKernelOfAnyAge) {
+    constexpr size_t kThreads = 4;
+    constexpr size_t kLines = 10000;
+    for (const bool oldKernel : {false, true}) {
+        Support::Interpose::refusePopulate(oldKernel);
+        OpenLogger logger;
+        std::vector<std::thread> threads;
+        for (size_t t = 0; t < kThreads; ++t) {
+            threads.emplace_back([&logger, text = std::string(60 + t, 'x')] {
+                for (size_t i = 0; i < kLines; ++i) {
+                    logger.log(text);
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        logger.onInit();
+        logger.onUninit();
+        std::map<std::string, size_t> texts;
+        for (const std::string& line : Support::splitLines(mFolder.logText())) {
+            ++texts[line.substr(line.rfind(' ') + 1)];
+        }
+        ASSERT_EQ(texts.size(), kThreads);
+        for (size_t t = 0; t < kThreads; ++t) {
+            EXPECT_EQ(texts[std::string(60 + t, 'x')], kLines);
+        }
+        std::filesystem::remove_all(mFolder.path());
+    }
 }
 
 TEST_F(FileAloneJLoggerTest, StatusLineComesEveryFourthBufferAndAtTheEndOfABatch) {

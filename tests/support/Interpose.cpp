@@ -34,6 +34,8 @@ std::atomic<int64_t> sFreeBytes{-1};
 std::atomic<bool> sRefuseThreads{false};
 /// Atomic by the builtins, which the function that reads it can use uninstrumented.
 bool sRefuseBuffers = false;
+int sMappedBuffers = 0;
+bool sRefusePopulate = false;
 std::atomic<bool> sRefuseProbes{false};
 std::atomic<int> sSyncs{0};
 std::atomic<ssize_t> sWriteLimit{-1};
@@ -93,6 +95,7 @@ Scope::~Scope() {
     setFreeBytes(-1);
     refuseThreads(false);
     refuseBuffers(false);
+    refusePopulate(false);
     refuseProbes(false);
     sSyncs = 0;
     limitWrites(-1);
@@ -113,6 +116,12 @@ void refuseThreads(bool refuse) {
 }
 void refuseBuffers(bool refuse) {
     __atomic_store_n(&sRefuseBuffers, refuse, __ATOMIC_RELAXED);
+}
+int mappedBuffers() {
+    return __atomic_load_n(&sMappedBuffers, __ATOMIC_RELAXED);
+}
+void refusePopulate(bool refuse) {
+    __atomic_store_n(&sRefusePopulate, refuse, __ATOMIC_RELAXED);
 }
 void refuseProbes(bool refuse) {
     sRefuseProbes = refuse;
@@ -275,13 +284,24 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
 // there for either a next function or an instrumented one.
 __attribute__((no_sanitize("thread"))) void* mmap(void* address, size_t size, int protection,
                                                   int flags, int fd, off_t offset) noexcept {
-    if (size == sizeof(JCam::Utils::JLog::File::Buffer) &&
-        __atomic_load_n(&sRefuseBuffers, __ATOMIC_RELAXED)) {
-        errno = ENOMEM;
-        return MAP_FAILED;
+    if (size == sizeof(JCam::Utils::JLog::File::Buffer)) {
+        __atomic_fetch_add(&sMappedBuffers, 1, __ATOMIC_RELAXED);
+        if (__atomic_load_n(&sRefuseBuffers, __ATOMIC_RELAXED)) {
+            errno = ENOMEM;
+            return MAP_FAILED;
+        }
     }
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel gives addresses as numbers
     return reinterpret_cast<void*>(syscall(SYS_mmap, address, size, protection, flags, fd, offset));
+}
+
+__attribute__((no_sanitize("thread"))) int madvise(void* address, size_t size,
+                                                   int advice) noexcept {
+    if (advice == MADV_POPULATE_WRITE && __atomic_load_n(&sRefusePopulate, __ATOMIC_RELAXED)) {
+        errno = EINVAL;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_madvise, address, size, advice));
 }
 
 }  // extern "C"

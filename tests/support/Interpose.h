@@ -29,6 +29,10 @@ void redirect(const std::string& from, const std::string& to);
 void refuseThreads(bool refuse);
 /// There is no memory for a record buffer.
 void refuseBuffers(bool refuse);
+/// Record buffers that the kernel has been asked for so far.
+int mappedBuffers();
+/// madvise is that of a kernel that cannot make pages in advance.
+void refusePopulate(bool refuse);
 /// Deleting this path fails.
 void refuseUnlink(const std::string& path);
 /// process_vm_readv fails with ENOSYS.

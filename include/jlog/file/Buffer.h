@@ -34,6 +34,9 @@ struct Buffer {
 
     /// Writers that have reserved a record here and not yet published it, plus kFull.
     std::atomic<uint32_t> pendingWriters{0};
+    /// Somebody has seen to the pages of the buffer. For the writer of its first record alone, and
+    /// for whoever has the buffer before that: the mutex orders them.
+    bool pagesMade{false};
     /// The next free byte of `data`. Stored under the logger's mutex; the consumer reads it once
     /// the buffer is full and it no longer moves, a crash handler at any moment.
     std::atomic<char*> writePtr{data};
@@ -56,8 +59,10 @@ struct Buffer {
     static void operator delete(void* memory) noexcept;
     static void operator delete(void* memory, const std::nothrow_t& tag) noexcept;
 
-    /// Has the kernel make all pages of a new buffer, so that no writer has to wait for one.
-    void prefault();
+    /// Has the kernel make all pages of a new buffer, which it otherwise does one by one when they
+    /// are first written to. Takes around 100 us; others may be writing records meanwhile, but the
+    /// buffer must not go. Keeps errno.
+    void makePages();
 
     /// Acquire: the first words of all records before it are visible, so they can be walked.
     [[nodiscard]] const char* end() const { return writePtr.load(std::memory_order_acquire); }

@@ -21,7 +21,7 @@ class FileJLogWriter;
 ///
 /// Threads: any number of callers may log at once. A call takes the one mutex to reserve its record
 /// and fills the record without it; it does no I/O of its own and allocates only when a buffer is
-/// full and the pool is or becomes empty. It formats nothing, unless the Android log prints debug
+/// full and the pool is empty. It formats nothing, unless the Android log prints debug
 /// lines of "FileAloneJLogger": then every reservation has one.
 ///
 /// Memory: the queue has no bound before a consumer is started and while it lags. Without memory
@@ -80,10 +80,8 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// Moves the oldest buffer of the queue to the pool.
     void recycleFront() JLOG_EXCLUDES(mMutex);
 
-    /// When the pool is empty, puts `count` new buffers into it whose pages are there already: the
-    /// kernel makes a page when it is first written to, and a caller should not wait for it. Takes
-    /// some 70 us for each.
-    void prepareBuffers(size_t count) JLOG_EXCLUDES(mMutex);
+    /// Puts a new buffer, whose pages are there already, into an empty pool.
+    void prepareBuffer() JLOG_EXCLUDES(mMutex);
 
     /// Without a consumer the queue is bounded: it keeps the newest full buffers.
     void setQueueBounded(bool bounded) JLOG_EXCLUDES(mMutex);
@@ -126,9 +124,6 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// The Android log prints the line of every reservation. Kept here because asking costs a
     /// property lookup on a device. Relaxed: around a change a line more or less is fine.
     std::atomic<bool> mReservationLine{false};
-    /// A retirement has left the pool empty, and nobody has seen to that yet. Relaxed: whoever
-    /// takes the order looks at the pool himself.
-    std::atomic<bool> mBufferWanted{false};
 
     alignas(kCacheLineBytes) JLogMutex mMutex;
     /// Receives new records. Empty only while there is no memory for a buffer.
