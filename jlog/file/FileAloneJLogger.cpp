@@ -16,6 +16,7 @@
 #include "jlog/file/FileLogTag.h"
 #include "jlog/file/LocalTime.h"
 #include "jlog/file/LogFolder.h"
+#include "jlog/Wrapping.h"
 
 namespace JCam::Utils::JLog::File {
 
@@ -189,7 +190,7 @@ void FileAloneJLogger::flushThreadEntry() {
 }
 
 const FileAloneJLogger::Buffer* FileAloneJLogger::nextBuffer(FlushState& state, size_t* remaining) {
-    ++state.passes;
+    state.passes = wrappingSum(state.passes, 1U);
     const JLogLock lock(mMutex);
     const Decision decision = decideLocked(state);
     if (decision == Decision::STOP) {
@@ -297,7 +298,7 @@ void FileAloneJLogger::renderBuffer(const Buffer& buffer, size_t remaining, Flus
         __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "%s", kNoFileText);
         return;
     }
-    state.logsWritten += renderRecords(buffer, mWriter);
+    state.logsWritten = wrappingSum(state.logsWritten, renderRecords(buffer, mWriter));
     // With its text in the file, whether or not the batch goes on, nothing is lost that leaves
     // memory now: a crash dump finds records either there or in a buffer.
     mWriter.flush(remaining == 0);

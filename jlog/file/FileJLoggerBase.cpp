@@ -16,6 +16,7 @@
 #include "jlog/file/FileJLogWriter.h"
 #include "jlog/file/FileLogTag.h"
 #include "jlog/file/LogFolder.h"
+#include "jlog/Wrapping.h"
 
 namespace JCam::Utils::JLog::File {
 
@@ -35,7 +36,7 @@ clockid_t chooseClock() {
 }
 
 constexpr size_t alignRecord(size_t size) {
-    return (size + kRecordAlignment - 1) & ~(kRecordAlignment - 1);
+    return wrappingSum(size, kRecordAlignment - 1) & ~(kRecordAlignment - 1);
 }
 
 /// The room behind the fixed part of a record must hold the largest name and message.
@@ -171,7 +172,8 @@ bool FileJLoggerBase::allocLogSpace(unsigned long size, LogHeader** header, Buff
     }
     LogHeader* record = current->reserve(bytes);
     if (serial != nullptr) {
-        *serial = ++mSerial;
+        mSerial = wrappingSum(mSerial, 1U);
+        *serial = mSerial;
     }
     mMutex.unlock();
     if (retired) [[unlikely]] {

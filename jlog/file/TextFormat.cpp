@@ -187,7 +187,7 @@ bool putDirective(Sink& sink, const Directive& directive, Arguments& arguments) 
         case 'i': {
             const int64_t value = arguments.takeSigned(directive.length);
             const auto bits = static_cast<uint64_t>(value);
-            putNumber(sink, directive, value < 0 ? "-" : "", value < 0 ? 0 - bits : bits, 10);
+            putNumber(sink, directive, value < 0 ? "-" : "", value < 0 ? ~bits + 1 : bits, 10);
             return true;
         }
         case 'u':
