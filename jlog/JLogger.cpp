@@ -32,16 +32,18 @@ bool testsArePrinted() {
            kDebugLevelTests;
 }
 
-/// Apart, so that the test itself needs no stack frame.
-[[gnu::noinline, gnu::cold]] void printDetailsTest(bool enable, unsigned int moduleId,
-                                                   JLogLevel level) {
+/// The details test that prints what it decides, and upon what. Apart, so that the usual one needs
+/// no stack frame.
+[[gnu::noinline, gnu::cold]] bool printDetailsTest(unsigned int moduleId, JLogLevel level) {
     const uint64_t filter = JLogger::sFilter.load(std::memory_order_relaxed);
+    const bool enable = (filter & moduleId) != 0 && JLogger::isLevelEnabled(level);
     __android_log_print(ANDROID_LOG_DEBUG, kLogTag,
                         "[isLogDetailsEnabled] enable:%d, level:%d, moduleId:0x%x, "
                         "sFilter:0x%lX 0x%lX",
                         enable, static_cast<int>(level), moduleId,
                         static_cast<unsigned long>(filter),
                         static_cast<unsigned long>(filter & moduleId));
+    return enable;
 }
 
 const char* orEmpty(const char* text) {
@@ -121,11 +123,10 @@ bool JLogger::isFileModeEnabled() {
 }
 
 bool JLogger::isLogDetailsEnabled(unsigned int moduleId, JLogLevel level) {
-    const bool enable = wantsDetails(moduleId, level);
     if (testsArePrinted()) [[unlikely]] {
-        printDetailsTest(enable, moduleId, level);
+        return printDetailsTest(moduleId, level);
     }
-    return enable;
+    return wantsDetails(moduleId, level);
 }
 
 void JLogger::logEnter(unsigned int moduleId, const char* name, unsigned int requestNo) {
