@@ -140,10 +140,7 @@ inline char* LineRenderer::putShort(char* out, const ShortText& text) {
     out = putShort(out, module.text);
     out = put(out, direction == Direction::ENTER ? "+  :" : "-  :");
     out = putText(out, record.name(), kMaxNameChars, endOf(record));
-    out = put(out, " #");
-    out = mSerial.put(out, record.serial);
-    *out++ = '\n';
-    return out;
+    return mSerial.put(out, record.serial);
 }
 
 [[gnu::always_inline]] inline char* LineRenderer::renderDetails(char* out,

@@ -2,27 +2,34 @@
 
 #include "jlog/file/RunningNumber.h"
 
-#include <algorithm>
-#include <bit>
-
 #include "jlog/file/Digits.h"
 
 namespace JCam::Utils::JLog::File {
 
-static_assert(std::endian::native == std::endian::little,
-              "the first character of a word is its lowest byte");
+RunningNumber::RunningNumber(const char* prefix, const char* suffix)
+        : mPrefix(prefix), mSuffix(suffix) {
+    render(0);
+}
 
 void RunningNumber::render(uint32_t value) {
-    char text[20];
-    const auto chars = static_cast<uint32_t>(putNumber(text, value) - text);
-    mValue = value;
-    mStepsLeft = 9 - value % 10;
-    mDigitChars = std::min<uint32_t>(chars, sizeof(mDigits));
-    mHeadChars = chars - mDigitChars;
-    memcpy(mHead, text, mHeadChars);
-    mDigits = 0;
-    memcpy(&mDigits, text + mHeadChars, mDigitChars);
-    mStep = uint64_t{1} << 8 * (mDigitChars - 1);
+    char text[64] = {};
+    char* digits = stpcpy(text, mPrefix);
+    char* digitsEnd = putNumber(digits, value);
+    mChars = static_cast<uint32_t>(stpcpy(digitsEnd, mSuffix) - text);
+    memcpy(&mText, text, sizeof(mText));
+    mNext = value + uint64_t{1};
+
+    const auto last = static_cast<size_t>(digitsEnd - text) - 1;
+    mStep = Text{};
+    mStep[last] = 1;
+    mLastOfTen = value - value % 10 + uint64_t{9};
+    mCarry = Text{};
+    mLastOfHundred = mLastOfTen;
+    if (digitsEnd - digits > 1) {
+        mCarry[last] = static_cast<uint8_t>(-9);
+        mCarry[last - 1] = 1;
+        mLastOfHundred = value - value % 100 + uint64_t{99};
+    }
 }
 
 }  // namespace JCam::Utils::JLog::File

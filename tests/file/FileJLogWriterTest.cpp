@@ -101,7 +101,8 @@ class RecordGenerator {
     }
     Record enterExit() {
         const unsigned int module = random() % 2 == 0 ? 1U << (random() % 32) : number();
-        return Record::enterExit(tid(), time(), number(), module, number(), text(128));
+        return Record::enterExit(tid(), time(), running(mSerial), module, running(mRequestNo),
+                                 text(128));
     }
     bool coin() { return random() % 2 == 0; }
 
@@ -109,6 +110,11 @@ class RecordGenerator {
     unsigned int number() {
         return random() % 4 == 0 ? std::numeric_limits<unsigned int>::max() - random() % 2
                                  : random() >> (random() % 32);
+    }
+    /// Mostly the same as before, or one more.
+    unsigned int running(unsigned int& last) {
+        last = random() % 128 == 0 ? number() : last + (random() % 4 == 0 ? 0 : 1);
+        return last;
     }
     int tid() { return static_cast<int>(number()); }
 
@@ -145,6 +151,8 @@ class RecordGenerator {
 
     std::mt19937 mEngine{20240315};
     time_t mSecond{0};
+    unsigned int mSerial{0};
+    unsigned int mRequestNo{0};
 };
 
 /// Renders through `writer`, which writes to `folder`, what the reference renders, too.

@@ -60,8 +60,8 @@ class LineRenderer {
     std::array<ThreadText, 8> mThreads;
     /// By the lowest bit that the id has.
     std::array<ModuleText, 8> mModules;
-    RunningNumber mRequestNo;
-    RunningNumber mSerial;
+    RunningNumber mRequestNo{"", ""};
+    RunningNumber mSerial{" #", "\n"};
 };
 
 }  // namespace JCam::Utils::JLog::File

@@ -7,51 +7,57 @@
 namespace JCam::Utils::JLog::File {
 
 /// The decimal text of a number that mostly stays as it was or grows by one, like the request
-/// numbers and serial numbers of successive lines: nine times out of ten one character is all that
-/// has to change. Signal-safe.
+/// numbers and serial numbers of successive lines, with what always stands in front of it and
+/// behind it. Of ten steps nine change a single character. Signal-safe.
 class RunningNumber {
   public:
-    /// Bytes that put() may write.
-    static constexpr size_t kTextBytes = 12;
+    /// Bytes that put() writes.
+    static constexpr size_t kTextBytes = 16;
 
-    /// Writes `value` at `out` like printf's "%u" and returns the end. What lies behind it may have
-    /// been overwritten.
+    /// With the digits of any number, `prefix` and `suffix` fit into kTextBytes. They stay.
+    RunningNumber(const char* prefix, const char* suffix);
+
+    /// Writes `value` at `out`, like printf's "%u" between prefix and suffix, and returns the end.
+    /// What lies behind it has been overwritten.
     char* put(char* out, uint32_t value) {
-        if (value != mValue) {
+        if (value + uint64_t{1} != mNext) {
             advanceTo(value);
         }
-        if (mHeadChars > 0) [[unlikely]] {
-            memcpy(out, mHead, sizeof(mHead));
-            out += mHeadChars;
-        }
-        memcpy(out, &mDigits, sizeof(mDigits));
-        return out + mDigitChars;
+        memcpy(out, &mText, sizeof(mText));
+        return out + mChars;
     }
 
   private:
+    /// In one register: a text that was written in parts is slow to read as a whole.
+    using Text = uint8_t __attribute__((vector_size(kTextBytes)));
+
     void advanceTo(uint32_t value) {
-        if (mStepsLeft > 0 && value > 0 && value - 1 == mValue) [[likely]] {
-            --mStepsLeft;
-            mValue = value;
-            // In a register, not in memory: a word that was written in parts is slow to read.
-            mDigits += mStep;
+        if (value == mNext && value <= mLastOfTen) [[likely]] {
+            mText += mStep;
+            mNext = value + uint64_t{1};
+        } else if (value == mNext && value <= mLastOfHundred) {
+            mText += mCarry;
+            mNext = value + uint64_t{1};
+            mLastOfTen += 10;
         } else {
             render(value);
         }
     }
     void render(uint32_t value);
 
-    uint32_t mValue{0};
-    /// How often the last digit can grow.
-    uint32_t mStepsLeft{9};
-    /// The last digits, at most eight, the first of them in the lowest byte.
-    uint64_t mDigits{'0'};
-    /// What adds one to the last digit.
-    uint64_t mStep{1};
-    uint32_t mDigitChars{1};
-    /// The digits in front of them, if there are more.
-    uint32_t mHeadChars{0};
-    char mHead[4]{};
+    const char* mPrefix;
+    const char* mSuffix;
+    Text mText;
+    /// What makes the next number's text of this one's: 1 at the last digit. From a 9 on: -9 there
+    /// and 1 at the digit before.
+    Text mStep;
+    Text mCarry;
+    /// The number behind the one that mText is of. Wide enough to have one behind any.
+    uint64_t mNext;
+    /// The last number that differs from it in the last digit alone, and in the last two alone.
+    uint64_t mLastOfTen;
+    uint64_t mLastOfHundred;
+    uint32_t mChars;
 };
 
 }  // namespace JCam::Utils::JLog::File
