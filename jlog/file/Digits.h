@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
@@ -41,40 +42,32 @@ inline char* putPadded5(char* out, int32_t value) {
     return out + count;
 }
 
-/// The two characters of `value`, which is below 100, the first in the lower byte.
-inline uint64_t twoDigits(unsigned int value) {
-    uint16_t pair = 0;
-    memcpy(&pair, kDigitPairs + (2 * static_cast<size_t>(value)), sizeof(pair));
-    return pair;
-}
+/// ".000.001" to ".999", and a character to be read along with the last one.
+inline constexpr auto kThousandths = [] {
+    std::array<char, 4 * 1000 + 1> text{};
+    for (size_t i = 0; i < 1000; ++i) {
+        text[4 * i] = '.';
+        text[4 * i + 1] = static_cast<char>('0' + i / 100);
+        text[4 * i + 2] = static_cast<char>('0' + i / 10 % 10);
+        text[4 * i + 3] = static_cast<char>('0' + i % 10);
+    }
+    return text;
+}();
 
-/// The microseconds of `nanoseconds` as printf's ".%06ld", truncated. For any reading of a clock it
-/// is a single store, of 8 bytes.
-inline char* putFraction(char* out, long nanoseconds) {
+/// The microseconds of `nanoseconds` as printf's ".%06ld", truncated, for what no clock reads but a
+/// damaged record may hold.
+char* putOddFraction(char* out, long nanoseconds);
+
+/// The same for any. May write one byte more.
+[[gnu::always_inline]] inline char* putFraction(char* out, long nanoseconds) {
     constexpr unsigned long kNanosecondsPerSecond = 1000000000;
-    if (static_cast<unsigned long>(nanoseconds) < kNanosecondsPerSecond) [[likely]] {
-        const unsigned int micros = static_cast<unsigned int>(nanoseconds) / 1000;
-        const uint64_t text = uint64_t{'.'} | twoDigits(micros / 10000) << 8 |
-                              twoDigits(micros / 100 % 100) << 24 | twoDigits(micros % 100) << 40;
-        memcpy(out, &text, sizeof(text));
-        return out + 7;
+    if (static_cast<unsigned long>(nanoseconds) >= kNanosecondsPerSecond) [[unlikely]] {
+        return putOddFraction(out, nanoseconds);
     }
-    *out++ = '.';
-    // No clock gives this; a damaged record may.
-    constexpr size_t kWidth = 6;
-    const long micros = nanoseconds / 1000;
-    char digits[20];
-    if (micros < 0) {
-        *out++ = '-';
-    }
-    const auto magnitude = static_cast<unsigned long>(micros < 0 ? -micros : micros);
-    const auto count = static_cast<size_t>(putNumber(digits, magnitude) - digits);
-    const size_t width = micros < 0 ? kWidth - 1 : kWidth;
-    for (size_t i = count; i < width; ++i) {
-        *out++ = '0';
-    }
-    memcpy(out, digits, count);
-    return out + count;
+    const uint32_t micros = static_cast<uint32_t>(nanoseconds) / 1000;
+    memcpy(out, kThousandths.data() + 4 * size_t{micros / 1000}, 4);
+    memcpy(out + 4, kThousandths.data() + 4 * size_t{micros % 1000} + 1, 4);
+    return out + 7;
 }
 
 }  // namespace JCam::Utils::JLog::File

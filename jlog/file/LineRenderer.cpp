@@ -55,6 +55,24 @@ char* putLongText(char* out, const char* from, const char* end) {
     return out + textLength(word);
 }
 
+char* putOddFraction(char* out, long nanoseconds) {
+    constexpr size_t kWidth = 6;
+    *out++ = '.';
+    const long micros = nanoseconds / 1000;
+    char digits[20];
+    if (micros < 0) {
+        *out++ = '-';
+    }
+    const auto magnitude = static_cast<unsigned long>(micros < 0 ? -micros : micros);
+    const auto count = static_cast<size_t>(putNumber(digits, magnitude) - digits);
+    const size_t width = micros < 0 ? kWidth - 1 : kWidth;
+    for (size_t i = count; i < width; ++i) {
+        *out++ = '0';
+    }
+    memcpy(out, digits, count);
+    return out + count;
+}
+
 LineRenderer::LineRenderer(int32_t pid) : mPid(pid) {
     for (ThreadText& entry : mThreads) {
         rememberThread(entry, entry.tid);
