@@ -47,13 +47,12 @@ static_assert(sizeof(LogDetails) + kMaxNameChars + kMaxMessageChars + 2 < kBuffe
 /// the first of them does so with the mutex in hand, since the unlock waits for the stores before
 /// it.
 void prefetchBehind(const LogHeader* record, size_t bytes) {
-    constexpr uintptr_t kCacheLine = 64;
     constexpr uintptr_t kLines = 3;  // a record of some 120 bytes, and the head of the one behind
     // As a number: behind the buffer's end there is nothing to point at, and no harm in asking.
     const uintptr_t end = reinterpret_cast<uintptr_t>(record) + bytes;
     for (uintptr_t line = 1; line <= kLines; ++line) {
         // NOLINTNEXTLINE(performance-no-int-to-ptr): never dereferenced
-        __builtin_prefetch(reinterpret_cast<const void*>(end + line * kCacheLine), 1);
+        __builtin_prefetch(reinterpret_cast<const void*>(end + line * kCacheLineBytes), 1);
     }
 }
 

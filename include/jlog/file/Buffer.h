@@ -14,7 +14,7 @@ namespace JCam::Utils::JLog::File {
 /// Bytes of records in one buffer: 256 KiB.
 inline constexpr size_t kBufferBytes = 262144;
 
-/// What two cores pass to each other as one: of the processors this runs on.
+/// The unit in which cores pass memory to each other, on the processors that this runs on.
 inline constexpr size_t kCacheLineBytes = 64;
 
 /// One block of records, packed back to back from the start of `data` to `writePtr`. It is owned by
