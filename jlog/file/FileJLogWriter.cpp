@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
@@ -19,7 +18,6 @@
 #include "jlog/file/CrashGate.h"
 #include "jlog/file/DateText.h"
 #include "jlog/file/FileLogTag.h"
-#include "jlog/file/LineRendererInline.h"
 #include "jlog/file/LocalTime.h"
 #include "jlog/file/StorageCleaner.h"
 #include "jlog/file/TextFormat.h"
@@ -43,9 +41,8 @@ FileJLogWriter::FileJLogWriter()
           mCleaner(new (std::nothrow) StorageCleaner),
           mRenderer(mPid),
           mDateSecond(kNoLocalTime) {
-    static_assert(kDateBytes == kDateChars);
-    static_assert(kFlushMark + kDateBytes < kWriteBufferBytes);
-    formatDate(mDateText, {});
+    emptyBuffer();
+    setDateText({});
 }
 
 FileJLogWriter::~FileJLogWriter() {
@@ -99,9 +96,8 @@ bool FileJLogWriter::open(bool newSeries, const char* namePrefix, bool silent) {
     if (!mSilent) {
         __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "Write ulog to %s", path.c_str());
     }
-    mBufferedBytes = 0;
-    mTextBegin = kDateBytes;
     mFileBytes = 0;
+    emptyBuffer();
     ++mFileIndex;
     return true;
 }
@@ -152,22 +148,33 @@ void FileJLogWriter::close() {
 }
 
 void FileJLogWriter::flush(bool sync) {
-    if (mBufferedBytes > 0 && mFd >= 0) {
+    if (mEnd > buffer() && mFd >= 0) {
         writeBuffered();
         if (sync) {
             fsync(mFd);
         }
     }
-    mBufferedBytes = 0;
-    mTextBegin = kDateBytes;
+    mFileBytes += bufferedBytes();
+    emptyBuffer();
+}
+
+void FileJLogWriter::emptyBuffer() {
+    mEnd = buffer();
+    mBegin = buffer();
+    setLimit();
+}
+
+void FileJLogWriter::setLimit() {
+    const uint64_t untilFull = kMaxFileBytes + 1 - std::min(mFileBytes, kMaxFileBytes + 1);
+    mLimit = buffer() + std::min<uint64_t>(kFlushMark, untilFull);
 }
 
 void FileJLogWriter::writeBuffered() const {
-    writeOut(mText + mTextBegin, kDateBytes + mBufferedBytes - mTextBegin);
+    writeOut(mBegin, static_cast<size_t>(mEnd - mBegin));
 }
 
 void FileJLogWriter::rescue() const {
-    if (mBufferedBytes > 0 && mFd >= 0) {
+    if (bufferedBytes() > 0 && mFd >= 0) {
         writeBuffered();
     }
 }
@@ -194,79 +201,23 @@ tm FileJLogWriter::toLocalTime(time_t seconds, clockid_t clock) const {
     return mSignalSafe ? shiftedTime(seconds, cachedUtcOffset(clock)) : localTime(seconds);
 }
 
-inline void FileJLogWriter::countUpTo(const char* end) {
-    const auto bytes = static_cast<size_t>(end - writePtr());
-    // The text before its count, for rescue().
-    std::atomic_signal_fence(std::memory_order_release);
-    mBufferedBytes += bytes;
-    mFileBytes += bytes;
-    if (mBufferedBytes >= kFlushMark) [[unlikely]] {
-        flush(false);
-    }
-}
-
-// Inlined: what a lambda captures is put together in memory where it is not, and a processor waits
-// for words that were written in parts.
-template <typename Render>
-[[gnu::always_inline]] inline void FileJLogWriter::appendLine(const timespec& timestamp,
-                                                              Render render) {
-    if (timestamp.tv_sec != mDateSecond) [[unlikely]] {
-        formatDate(mDateText, toLocalTime(timestamp.tv_sec, mRecordClock));
-        mDateSecond = timestamp.tv_sec;
-    }
-    if (room() > kDateBytes + kMaxLineBytes) [[likely]] {
-        static_assert(kWriteBufferBytes - kMaxLineBytes <
-                      kFlushMark);  // so that the date fits, too
-        memcpy(writePtr(), mDateText, kDateBytes);
-        countUpTo(render(writePtr() + kDateBytes));
-    } else {
-        char line[kMaxLineBytes];
-        appendCut(line, static_cast<size_t>(render(line) - line));
-    }
-    rotateIfLarge();
-}
-
-void FileJLogWriter::onLogEnter(const LogEnterExit* record) {
-    appendEnterExit(*record, Direction::ENTER);
-}
-
-void FileJLogWriter::onLogExit(const LogEnterExit* record) {
-    appendEnterExit(*record, Direction::EXIT);
-}
-
-void FileJLogWriter::appendEnterExit(const LogEnterExit& record, Direction direction) {
-    appendLine(record.header.timestamp,
-               [&](char* out) { return mRenderer.renderEnterExit(out, record, direction); });
-}
-
-void FileJLogWriter::onLogDetails(const LogDetails* record) {
-    appendLine(record->header.timestamp,
-               [&](char* out) { return mRenderer.renderDetails(out, *record); });
-}
-
 void FileJLogWriter::writeString(const char* format, ...) {
+    const size_t room = kWriteBufferBytes - bufferedBytes();
     va_list arguments;
     va_start(arguments, format);
-    const size_t length = vformatText(writePtr(), room(), format, arguments);
+    const size_t length = vformatText(mEnd, room, format, arguments);
     va_end(arguments);
-    countUpTo(writePtr() + std::min(length, room() - 1));
-    rotateIfLarge();
+    advanceTo(mEnd + std::min(length, room - 1));
+    heedLimit();
 }
 
-void FileJLogWriter::appendCut(const char* line, size_t bytes) {
-    char* date = writePtr();
-    if (mBufferedBytes + kDateBytes >= kFlushMark) {
+void FileJLogWriter::heedLimit() {
+    if (bufferedBytes() >= kFlushMark) {
         flush(false);
-        date = mText;
-        mTextBegin = 0;
-        mFileBytes += kDateBytes;
     }
-    memcpy(date, mDateText, kDateBytes);
-    char* behindDate = date + kDateBytes;
-    // One byte of room stays free, as it does for a formatter that terminates its text.
-    bytes = std::min(bytes, static_cast<size_t>(mText + sizeof(mText) - behindDate) - 1);
-    memcpy(behindDate, line, bytes);
-    countUpTo(behindDate + bytes);
+    if (mFileBytes + bufferedBytes() > kMaxFileBytes) {
+        rotate();
+    }
 }
 
 void FileJLogWriter::rotate() {

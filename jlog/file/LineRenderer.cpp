@@ -2,6 +2,7 @@
 
 #include "jlog/file/LineRenderer.h"
 
+#include <bit>
 #include <cstring>
 
 #include "jlog/file/Digits.h"
@@ -10,29 +11,27 @@
 
 namespace JCam::Utils::JLog::File {
 
-char* putLongText(char* out, const char* from, const char* end) {
-    while (static_cast<size_t>(end - from) >= 2 * Block::kBytes) {
-        const Block first(from);
-        const Block second(from + Block::kBytes);
-        first.store(out);
-        second.store(out + Block::kBytes);
-        if (Block::anyNul(first, second)) {
-            const size_t length = first.length();
-            return out + (length < Block::kBytes ? length : length + second.length());
-        }
-        from += 2 * Block::kBytes;
-        out += 2 * Block::kBytes;
-    }
-    while (static_cast<size_t>(end - from) >= Block::kBytes) {
-        const Block block(from);
-        block.store(out);
-        const size_t length = block.length();
-        out += length;
-        if (length < Block::kBytes) {
-            return out;
-        }
-        from += Block::kBytes;
-    }
+namespace {
+
+static_assert(std::endian::native == std::endian::little,
+              "the first character of a word is its lowest byte");
+
+/// Characters in front of the first NUL of `word`; 8 if there is none. The usual trick without its
+/// unsigned wrap, which a device's build may trap on: the sum carries into a byte's top bit unless
+/// its lower seven bits are 0.
+size_t textLength(uint64_t word) {
+    constexpr uint64_t kLowBits = 0x7F7F7F7F7F7F7F7F;
+    const uint64_t isNul = ~(((word & kLowBits) + kLowBits) | word | kLowBits);
+    return static_cast<size_t>(std::countr_zero(isNul)) / 8;
+}
+
+}  // namespace
+
+char* putMoreBlocks(char* out, const char* from, const char* end) {
+    return putBlocks(out, from, end);
+}
+
+char* putShortText(char* out, const char* from, const char* end) {
     uint64_t word = 0;
     if (static_cast<size_t>(end - from) >= sizeof(word)) {
         memcpy(&word, from, sizeof(word));
@@ -77,8 +76,10 @@ LineRenderer::LineRenderer(int32_t pid) : mPid(pid) {
     for (ThreadText& entry : mThreads) {
         rememberThread(entry, entry.tid);
     }
-    for (ModuleText& entry : mModules) {
-        rememberModule(entry, entry.moduleId);
+    for (const Direction direction : {Direction::ENTER, Direction::EXIT}) {
+        for (ModuleText& entry : mModules[static_cast<size_t>(direction)]) {
+            rememberModule(entry, entry.moduleId, direction);
+        }
     }
 }
 
@@ -94,7 +95,7 @@ void LineRenderer::rememberThread(ThreadText& entry, int32_t tid) const {
     entry.tid = tid;
 }
 
-void LineRenderer::rememberModule(ModuleText& entry, uint32_t moduleId) {
+void LineRenderer::rememberModule(ModuleText& entry, uint32_t moduleId, Direction direction) {
     const ModuleRow* module = findModule(moduleId);
     char* out = put(entry.text.text, " M[");
     out = put(out, module != nullptr ? module->name : "(null)");
@@ -102,8 +103,8 @@ void LineRenderer::rememberModule(ModuleText& entry, uint32_t moduleId) {
     char digits[20];
     const auto count = static_cast<size_t>(putNumber(digits, moduleId, 16) - digits);
     out = put(out, {digits, count});
-    out = put(out, "] ");
-    static_assert(sizeof(" M[MODULE_INVALID:ffffffff] ") <= ShortText::kBytes);
+    out = put(out, direction == Direction::ENTER ? "] +  :" : "] -  :");
+    static_assert(sizeof(" M[MODULE_INVALID:ffffffff] +  :") - 1 <= ShortText::kBytes);
     entry.text.length = static_cast<uint32_t>(out - entry.text.text);
     entry.moduleId = moduleId;
 }

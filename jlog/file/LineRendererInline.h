@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstddef>
 #include <cstring>
 #include <string_view>
 
+#include "jlog/file/CharBlock.h"
 #include "jlog/file/Digits.h"
 #include "jlog/file/LineRenderer.h"
 
@@ -25,75 +27,59 @@ inline char* put(char* out, std::string_view text) {
     return out + text.size();
 }
 
-/// 16 characters that are looked at together.
-class Block {
-  public:
-    static constexpr size_t kBytes = 16;
+// Texts are copied up to their NUL or to `end`, where their room in the record ends, and up to
+// kOverrun bytes more are written.
 
-    explicit Block(const char* text) { memcpy(&mBytes, text, kBytes); }
-    void store(char* out) const { memcpy(out, &mBytes, kBytes); }
+/// Where the room is less than a block. It ends at least 8 bytes behind the start of the record.
+char* putShortText(char* out, const char* from, const char* end);
 
-    /// Characters in front of the first NUL; kBytes if there is none.
-    [[nodiscard]] size_t length() const {
-        uint64_t halves[2];
-        if (!split(mBytes == Bytes{}, halves)) {
-            return kBytes;
+/// Where the room is a block or more, or where a block of the same text has been copied already.
+[[gnu::always_inline]] inline char* putBlocks(char* out, const char* from, const char* end) {
+    constexpr size_t kBytes = CharBlock::kBytes;
+    for (; static_cast<size_t>(end - from) >= kBytes; from += kBytes, out += kBytes) {
+        const CharBlock block(from);
+        block.store(out);
+        const NulMask nuls = block.nuls();
+        if (nuls.any()) {
+            return out + nuls.first();
         }
-        return static_cast<size_t>(halves[0] != 0 ? std::countr_zero(halves[0])
-                                                  : 64 + std::countr_zero(halves[1])) /
-               8;
     }
-
-    /// Whether there is a NUL in one of the two.
-    static bool anyNul(const Block& first, const Block& second) {
-        uint64_t halves[2];
-        return split((first.mBytes == Bytes{}) | (second.mBytes == Bytes{}), halves);
+    const auto left = static_cast<size_t>(end - from);
+    if (left == 0) {
+        return out;
     }
-
-  private:
-    /// A vector register on every processor that this runs on.
-    using Bytes = uint8_t __attribute__((vector_size(kBytes)));
-    /// All bits of a byte, or none.
-    using Mask = int8_t __attribute__((vector_size(kBytes)));
-
-    static bool split(Mask mask, uint64_t (&halves)[2]) {
-        memcpy(halves, &mask, kBytes);
-        return (halves[0] | halves[1]) != 0;
-    }
-
-    Bytes mBytes;
-};
-
-/// Characters in front of the first NUL of `word`; 8 if there is none. The usual trick without its
-/// unsigned wrap, which a device's build may trap on: the sum carries into a byte's top bit unless
-/// its lower seven bits are 0.
-inline size_t textLength(uint64_t word) {
-    constexpr uint64_t kLowBits = 0x7F7F7F7F7F7F7F7F;
-    const uint64_t isNul = ~(((word & kLowBits) + kLowBits) | word | kLowBits);
-    return static_cast<size_t>(std::countr_zero(isNul)) / 8;
+    // The last block ends where the text has to; some of it is there already.
+    const size_t again = kBytes - left;
+    const CharBlock block(end - kBytes);
+    block.store(out - again);
+    const NulMask nuls = block.nuls().behind(again);
+    return out + (nuls.any() ? nuls.first() : left);
 }
 
-/// putText() where the first block is not all.
-char* putLongText(char* out, const char* from, const char* end);
+/// putBlocks() out of line, for what most names do not need.
+char* putMoreBlocks(char* out, const char* from, const char* end);
 
-/// Copies the text at `from`, up to its NUL or to `maxChars`, and not beyond `end`, which is at
-/// least 8 bytes behind the start of the record. Writes up to kOverrun bytes beyond the text.
-[[gnu::always_inline]] inline char* putText(char* out, const char* from, size_t maxChars,
-                                            const char* end) {
-    end = from + std::min(maxChars, static_cast<size_t>(end - from));
-    if (static_cast<size_t>(end - from) < Block::kBytes) {
-        return putLongText(out, from, end);
+/// `end`, or where a text at `from` ends that is cut to `maxChars`.
+inline const char* cutTo(size_t maxChars, const char* from, const char* end) {
+    return from + std::min(maxChars, static_cast<size_t>(end - from));
+}
+
+[[gnu::always_inline]] inline char* putName(char* out, const char* from, const char* end) {
+    end = cutTo(kMaxNameChars, from, end);
+    if (static_cast<size_t>(end - from) < CharBlock::kBytes) {
+        return putShortText(out, from, end);
     }
-    const Block block(from);
+    const CharBlock block(from);
     block.store(out);
-    const size_t length = block.length();
-    return length < Block::kBytes ? out + length
-                                  : putLongText(out + Block::kBytes, from + Block::kBytes, end);
+    const NulMask nuls = block.nuls();
+    return nuls.any() ? out + nuls.first()
+                      : putMoreBlocks(out + CharBlock::kBytes, from + CharBlock::kBytes, end);
 }
 
-template <typename Record>
-const char* endOf(const Record& record) {
-    return reinterpret_cast<const char*>(&record) + record.header.size();
+[[gnu::always_inline]] inline char* putMessage(char* out, const char* from, const char* end) {
+    end = cutTo(kMaxMessageChars, from, end);
+    return static_cast<size_t>(end - from) < CharBlock::kBytes ? putShortText(out, from, end)
+                                                               : putBlocks(out, from, end);
 }
 
 // No line outgrows its room, whatever the numbers, and neither does what is written behind it.
@@ -108,11 +94,7 @@ static_assert(kMaxOriginBytes + 2 + kMaxNameChars + 2 + kMaxMessageChars + 1 + k
               kMaxLineBytes);
 
 inline char* LineRenderer::putShort(char* out, const ShortText& text) {
-    constexpr size_t kHalf = ShortText::kBytes / 2;
-    memcpy(out, text.text, kHalf);
-    if (text.length > kHalf) {
-        memcpy(out + kHalf, text.text + kHalf, kHalf);
-    }
+    memcpy(out, text.text, ShortText::kBytes);
     return out + text.length;
 }
 
@@ -128,31 +110,32 @@ inline char* LineRenderer::putShort(char* out, const ShortText& text) {
 
 [[gnu::always_inline]] inline char* LineRenderer::renderEnterExit(char* out,
                                                                   const LogEnterExit& record,
+                                                                  const char* recordEnd,
                                                                   Direction direction) {
-    ModuleText& module =
-            mModules[static_cast<size_t>(std::countr_zero(record.moduleId)) % mModules.size()];
+    constexpr uint32_t kTopBit = 0x80000000;  // so that any id has a bit
+    auto& modules = mModules[static_cast<size_t>(direction)];
+    ModuleText& module = modules[static_cast<size_t>(std::countr_zero(record.moduleId | kTopBit)) %
+                                 modules.size()];
     if (module.moduleId != record.moduleId) [[unlikely]] {
-        rememberModule(module, record.moduleId);
+        rememberModule(module, record.moduleId, direction);
     }
     out = putOrigin(out, record.header);
     out = put(out, "D JLog    : R AppRequest:");
     out = mRequestNo.put(out, record.requestNo);
     out = putShort(out, module.text);
-    out = put(out, direction == Direction::ENTER ? "+  :" : "-  :");
-    out = putText(out, record.name(), kMaxNameChars, endOf(record));
+    out = putName(out, record.name(), recordEnd);
     return mSerial.put(out, record.serial);
 }
 
-[[gnu::always_inline]] inline char* LineRenderer::renderDetails(char* out,
-                                                                const LogDetails& record) {
-    const char* end = endOf(record);
+[[gnu::always_inline]] inline char* LineRenderer::renderDetails(char* out, const LogDetails& record,
+                                                                const char* recordEnd) {
     out = putOrigin(out, record.header);
     out = put(out, {record.level < kLevels ? kLevelTexts[record.level] : "V ", 2});
     char* column = out + kNameColumn;
-    out = putText(out, record.name(), kMaxNameChars, end);
+    out = putName(out, record.name(), recordEnd);
     memcpy(out, kEightBlanks, kNameColumn);
     out = put(std::max(out, column), ": ");
-    out = putText(out, record.message, kMaxMessageChars, end);
+    out = putMessage(out, record.message, recordEnd);
     *out++ = '\n';
     return out;
 }

@@ -1,78 +1,128 @@
-// Runs on the flush thread, and after a fatal signal by the rules of CrashHandler.cpp.
+// Records become lines: the text half of FileJLogWriter. Runs on the flush thread, and after a
+// fatal signal by the rules of CrashHandler.cpp.
 
 #include <algorithm>
+#include <atomic>
+#include <cstring>
 #include <functional>
 
+#include "jlog/file/DateText.h"
 #include "jlog/file/FileJLoggerBase.h"
 #include "jlog/file/FileJLogWriter.h"
+#include "jlog/file/LineRendererInline.h"
 
 namespace JCam::Utils::JLog::File {
 
-namespace {
-
-// Memory that something has written over is no reason to read beyond the buffer, or for ever.
-
-/// Whether the record can be of a size that a logging call has reserved; `left` bytes of records
-/// are there from it on.
-bool isSound(const LogHeader& header, size_t left) {
-    const size_t size = header.size();
-    return size >= sizeof(LogHeader) && size <= left && size % kRecordAlignment == 0;
-}
-
-/// Whether `record` holds a name. The renderer reads no text beyond the record's end.
-template <typename Record>
-bool holdsName(const Record& record) {
-    return record.header.size() > Record::kNameOffset;
-}
-
-/// Whether `record` holds its message.
-bool holdsMessage(const LogDetails& record) {
-    const char* recordEnd = reinterpret_cast<const char*>(&record) + record.header.size();
-    const std::less<> before;
-    return !before(record.message, record.name()) && before(record.message, recordEnd);
-}
-
-void renderRecord(const LogHeader* header, FileJLogWriter& writer) {
-    const auto* enterExit = reinterpret_cast<const LogEnterExit*>(header);
-    const auto* details = reinterpret_cast<const LogDetails*>(header);
-    switch (header->type()) {
-        case RECORD_ENTER:
-            if (holdsName(*enterExit)) {
-                writer.onLogEnter(enterExit);
-            }
-            break;
-        case RECORD_EXIT:
-            if (holdsName(*enterExit)) {
-                writer.onLogExit(enterExit);
-            }
-            break;
-        case RECORD_DETAILS:
-            if (holdsName(*details) && holdsMessage(*details)) {
-                writer.onLogDetails(details);
-            }
-            break;
-        case RECORD_INCOMPLETE:
-        default:
-            break;
-    }
-}
-
-}  // namespace
+// Memory that something has written over is no reason to read beyond the buffer, or for ever: ends,
+// sizes and the address of a message are looked at before they are used.
 
 uint32_t FileJLoggerBase::renderRecords(const Buffer& buffer, FileJLogWriter& writer,
                                         size_t maxBytes) {
+    return writer.appendRecords(buffer.data,
+                                std::min(buffer.end(), buffer.data + maxBytes, std::less<>()));
+}
+
+uint32_t FileJLogWriter::appendRecords(const char* begin, const char* end) {
     uint32_t records = 0;
-    const char* end = std::min(buffer.end(), buffer.data + maxBytes, std::less<>());
-    for (const char* place = buffer.data; place < end; ++records) {
-        const auto* header = reinterpret_cast<const LogHeader*>(place);
-        const auto left = static_cast<size_t>(end - place);
-        if (left < sizeof(LogHeader) || !isSound(*header, left)) {
+    auto left = std::less<>()(begin, end) ? static_cast<size_t>(end - begin) : 0;
+    for (const char* place = begin; left >= sizeof(LogHeader); ++records) {
+        const auto& header = *reinterpret_cast<const LogHeader*>(place);
+        const RecordType type = header.type();
+        const size_t size = header.size();
+        if (size > left || size % kRecordAlignment != 0) {
             break;
         }
-        renderRecord(header, writer);
-        place += header->size();
+        // One that has a line is large enough to be stepped over.
+        if (!appendRecord(header, type, size) && size < sizeof(LogHeader)) {
+            break;
+        }
+        place += size;
+        left -= size;
     }
     return records;
+}
+
+[[gnu::always_inline]] inline bool FileJLogWriter::appendRecord(const LogHeader& header,
+                                                                RecordType type, size_t size) {
+    const char* end = reinterpret_cast<const char*>(&header) + size;
+    static_assert(RECORD_EXIT == RECORD_ENTER + 1);
+    const auto direction = static_cast<Direction>(type - RECORD_ENTER);
+    if (direction <= Direction::EXIT && size > LogEnterExit::kNameOffset) {
+        endLine(mRenderer.renderEnterExit(beginLine(header.timestamp),
+                                          reinterpret_cast<const LogEnterExit&>(header), end,
+                                          direction));
+        return true;
+    }
+    const auto& details = reinterpret_cast<const LogDetails&>(header);
+    const std::less<> before;
+    if (type == RECORD_DETAILS && size > LogDetails::kNameOffset &&
+        !before(details.message, details.name()) && before(details.message, end)) {
+        endLine(mRenderer.renderDetails(beginLine(header.timestamp), details, end));
+        return true;
+    }
+    return false;
+}
+
+void FileJLogWriter::onLogEnter(const LogEnterExit* record) {
+    appendRecord(record->header, RECORD_ENTER, record->header.size());
+}
+
+void FileJLogWriter::onLogExit(const LogEnterExit* record) {
+    appendRecord(record->header, RECORD_EXIT, record->header.size());
+}
+
+void FileJLogWriter::onLogDetails(const LogDetails* record) {
+    appendRecord(record->header, RECORD_DETAILS, record->header.size());
+}
+
+[[gnu::always_inline]] inline char* FileJLogWriter::beginLine(const timespec& timestamp) {
+    if (timestamp.tv_sec != mDateSecond) [[unlikely]] {
+        setDate(timestamp.tv_sec);
+    }
+    char* line = mEnd;
+    memcpy(line, mDateText, sizeof(mDateText));
+    return line + kDateBytes;
+}
+
+[[gnu::always_inline]] inline void FileJLogWriter::endLine(char* end) {
+    if (end >= mLimit) [[unlikely]] {
+        endLineBehindLimit(end);
+    } else {
+        advanceTo(end);
+    }
+}
+
+void FileJLogWriter::advanceTo(char* end) {
+    // The text before its end, for rescue().
+    std::atomic_signal_fence(std::memory_order_release);
+    mEnd = end;
+}
+
+void FileJLogWriter::endLineBehindLimit(char* end) {
+    if (bufferedBytes() + kDateBytes >= kFlushMark) {
+        const char* line = mEnd;
+        flush(false);
+        memmove(mText, line, static_cast<size_t>(end - line));
+        end = mText + (end - line);
+        mBegin = mText;
+        mFileBytes += kDateBytes;
+        setLimit();
+    }
+    // One byte of room stays free, as it does for a formatter that terminates its text.
+    advanceTo(std::min(end, buffer() + kWriteBufferBytes - 1));
+    heedLimit();
+}
+
+[[gnu::noinline]] void FileJLogWriter::setDate(time_t second) {
+    setDateText(toLocalTime(second, mRecordClock));
+    mDateSecond = second;
+}
+
+void FileJLogWriter::setDateText(const tm& local) {
+    static_assert(kDateBytes == kDateChars && kDateBytes <= sizeof(mDateText));
+    char date[kDateChars];
+    formatDate(date, local);
+    memcpy(mDateText, date, sizeof(date));
 }
 
 }  // namespace JCam::Utils::JLog::File

@@ -24,6 +24,7 @@ namespace {
 
 using Support::LogLine;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 
@@ -236,7 +237,7 @@ TEST_F(FileJLoggerBaseTest, TheFirstWriterOfANewBufferHasItsPagesMade) {
     }
 }
 
-TEST_F(FileJLoggerBaseTest, IncompleteAndUnknownRecordsAreSteppedOver) {
+TEST_F(FileJLoggerBaseTest, IncompleteAndUnknownRecordsAreSteppedOverAndDamagedSizesEndTheWalk) {
     const Support::TempFolder folder;
     FileJLogWriter writer;
     writer.mFolder = folder.path();
@@ -252,9 +253,26 @@ TEST_F(FileJLoggerBaseTest, IncompleteAndUnknownRecordsAreSteppedOver) {
     ASSERT_TRUE(logger.log(200));
     logger.onLogDetails(1, "Tag", LEVEL_INFO, "behind", 6);
     EXPECT_EQ(OpenLogger::renderRecords(*buffer, writer), 4U);
+    ASSERT_TRUE(logger.allocLogSpace(48, &header, &buffer, nullptr));
+    for (const RecordType type : {RECORD_INCOMPLETE, RECORD_ENTER, RECORD_EXIT, RECORD_DETAILS}) {
+        // The first three are no sizes, the last leads out of what is there.
+        for (const uint32_t size : {0U, 16U, 44U, 56U}) {
+            header->reserve(size);
+            header->publish(type);
+            EXPECT_EQ(OpenLogger::renderRecords(*buffer, writer), 4U) << +type << ' ' << size;
+        }
+    }
+    header->reserve(32);  // too small for its fields
+    header->publish(RECORD_DETAILS);
+    EXPECT_EQ(OpenLogger::renderRecords(*buffer, writer), 5U);
+    EXPECT_EQ(writer.appendRecords(buffer->end(), buffer->data), 0U) << "an end that was damaged";
     writer.close();
     const auto lines = Support::splitLines(folder.logText());
-    EXPECT_THAT(lines, ElementsAre(::testing::EndsWith("before"), ::testing::EndsWith("behind")));
+    ASSERT_EQ(lines.size(), 36U);
+    for (size_t i = 0; i < lines.size(); i += 2) {
+        EXPECT_THAT(lines[i], EndsWith(": before"));
+        EXPECT_THAT(lines[i + 1], EndsWith(": behind"));
+    }
 }
 
 TEST_F(FileJLoggerBaseTest, MonotonicClockIsChosenByProperty) {

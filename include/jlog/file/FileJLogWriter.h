@@ -64,15 +64,21 @@ class JLOG_EXPORT FileJLogWriter {
     /// /data/vendor, by whatever name, which holds the files of others, only log files are deleted.
     void reserveSpace(bool silent) const;
 
-    /// Each appends one line.
+    /// Each appends one line, unless the contents of the record, which stands there as in a buffer,
+    /// are impossible.
     void onLogEnter(const LogEnterExit* record);
     void onLogExit(const LogEnterExit* record);
     void onLogDetails(const LogDetails* record);
+    /// Appends the lines of all complete records in [begin, end), which stand there as in a buffer.
+    /// Returns how many records there are, incomplete ones included. A record of an impossible
+    /// size, which only damaged memory holds, ends the walk; one with impossible contents is
+    /// stepped over.
+    uint32_t appendRecords(const char* begin, const char* end);
     /// Appends free text, printf-style; conversions are those of integers, characters, strings and
     /// pointers.
     void writeString(const char* format, ...) __attribute__((format(printf, 2, 3)));
-    /// Writes the buffered text and changes nothing: for a signal that has interrupted this very
-    /// writer, whose work may go on afterwards and then writes that text once more. Signal-safe.
+    /// Writes the buffered text and changes nothing: for a fault in this very writer, whose work
+    /// may go on afterwards and then writes that text once more. Signal-safe.
     void rescue() const;
 
     /// The open file, or -1. For the owner to read.
@@ -95,35 +101,42 @@ class JLOG_EXPORT FileJLogWriter {
     /// Creates the next file in mFolder and leaves its path in `path`; -1 when that fails, and then
     /// the index is as before.
     int createFile(PathText& path);
-    /// Goes on to the next file when this one is full.
-    void rotateIfLarge() {
-        if (mFileBytes > kMaxFileBytes) [[unlikely]] {
-            rotate();
-        }
-    }
+    /// Goes on to the next file.
     void rotate();
     void reserveDescriptor();
     void releaseDescriptor();
     [[nodiscard]] tm toLocalTime(time_t seconds, clockid_t clock) const;
-    void appendEnterExit(const LogEnterExit& record, Direction direction);
-    /// Appends a date and what `render` puts behind it.
-    template <typename Render>
-    void appendLine(const timespec& timestamp, Render render);
-    /// The same where a line might not fit: `line` is what stands behind the date.
-    void appendCut(const char* line, size_t bytes);
-    /// Counts the text up to `end` as buffered.
-    void countUpTo(const char* end);
+    /// Appends the line of a record of `size` bytes; false if it has none.
+    bool appendRecord(const LogHeader& header, RecordType type, size_t size);
+    /// Puts the date at mEnd and returns where the rest of its line is to stand.
+    char* beginLine(const timespec& timestamp);
+    /// Takes in the line that ends at `end`.
+    void endLine(char* end);
+    /// The same where it ends at mLimit or behind: it may have to be cut.
+    void endLineBehindLimit(char* end);
+    void setDate(time_t second);
+    void setDateText(const tm& local);
+    /// Takes in the text up to `end`.
+    void advanceTo(char* end);
+    /// Writes the text out, and goes on to the next file, where that is due.
+    void heedLimit();
+    /// To be called when mFileBytes has changed.
+    void setLimit();
+    void emptyBuffer();
     void writeBuffered() const;
     void writeOut(const char* bytes, size_t count) const;
     [[nodiscard]] char* buffer() { return mText + kDateBytes; }
-    [[nodiscard]] char* writePtr() { return buffer() + mBufferedBytes; }
-    [[nodiscard]] size_t room() const { return kWriteBufferBytes - mBufferedBytes; }
+    [[nodiscard]] size_t bufferedBytes() const {
+        return static_cast<size_t>(mEnd - (mText + kDateBytes));
+    }
 
-    /// Bytes of text behind buffer() that are not written yet.
-    uint64_t mBufferedBytes{0};
-    /// Where the text to write starts in mText: at buffer(), or at a date that is held over.
-    size_t mTextBegin{kDateBytes};
-    /// Bytes counted against the current file; drives the rotation.
+    /// The text that is not written yet. It begins at buffer(), or at a date that is held over.
+    const char* mBegin{nullptr};
+    char* mEnd{nullptr};
+    /// From here on there is more to do than to append: the text is to be written, or the file is
+    /// full.
+    const char* mLimit{nullptr};
+    /// Bytes counted against the current file but for those behind buffer(); drives the rotation.
     uint64_t mFileBytes{0};
     const int32_t mPid;
     /// Index of the next file of the series.
@@ -141,13 +154,15 @@ class JLOG_EXPORT FileJLogWriter {
     /// Null without memory; then no space is freed.
     const std::unique_ptr<StorageCleaner> mCleaner;
     LineRenderer mRenderer;
-    /// The date part of the second rendered last, which most records repeat.
-    char mDateText[kDateBytes]{};
+    /// The date part of the second rendered last, which most records repeat; copied as a whole.
+    char mDateText[16]{};
     time_t mDateSecond;
     /// The text buffer, and in front of it room for the date of a line. A date that fills the
     /// buffer up to the mark is to be written out; it is held over there instead, to be written
-    /// with the rest of its line.
-    char mText[kDateBytes + kWriteBufferBytes];
+    /// with the rest of its line. Behind the buffer is room for the end of a line that is to be
+    /// cut.
+    char mText[kDateBytes + kFlushMark + kDateBytes + kMaxLineBytes];
+    static_assert(sizeof(mText) > kDateBytes + kWriteBufferBytes);
 };
 
 }  // namespace JCam::Utils::JLog::File
