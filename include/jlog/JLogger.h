@@ -5,46 +5,47 @@
 
 #include "jlog/JLogExport.h"
 
+/// The front end of logging, its back ends but those that write files, and the start-up policy.
 namespace JCam::Utils::JLog {
 
 /// Level of a details message; larger is more verbose. A message passes when the threshold
 /// JLogger::sLevel is at least its level. 0 (no level) passes always; the Android log prints
 /// neither 0 nor a value above 6.
 enum JLogLevel : uint32_t {
-    LEVEL_ERROR = 1,
-    LEVEL_WARN = 2,
-    LEVEL_INFO = 3,
-    LEVEL_DEBUG_HIGH = 4,  // printed like LEVEL_DEBUG, passes already at threshold 4
-    LEVEL_DEBUG = 5,
-    LEVEL_VERBOSE = 6,
+    LEVEL_ERROR = 1,       ///< printed as E
+    LEVEL_WARN = 2,        ///< printed as W
+    LEVEL_INFO = 3,        ///< printed as I
+    LEVEL_DEBUG_HIGH = 4,  ///< printed like LEVEL_DEBUG, passes already at threshold 4
+    LEVEL_DEBUG = 5,       ///< printed as D
+    LEVEL_VERBOSE = 6,     ///< printed as V
 };
 
 /// One bit per calling module. Bits 0x40 to bit 31 are free for modules without a name.
 enum ModuleId : uint64_t {
-    MODULE_INVALID = 0x0,
-    MODULE_DEFAULT = 0x1,
-    MODULE_COMMON = 0x2,
-    MODULE_PREVIEW = 0x4,
-    MODULE_CAPTURE = 0x8,
-    MODULE_VIDEO = 0x10,
-    MODULE_FEATURE_SAT = 0x20,
-    MODULE_MAX = 0x8000000000000000,  // closes the id space; no caller's 32-bit id equals it
+    MODULE_INVALID = 0x0,             ///< no module: never passes the filter
+    MODULE_DEFAULT = 0x1,             ///< printed as "DEFAULT"
+    MODULE_COMMON = 0x2,              ///< "Common"
+    MODULE_PREVIEW = 0x4,             ///< "Preview"
+    MODULE_CAPTURE = 0x8,             ///< "Capture"
+    MODULE_VIDEO = 0x10,              ///< "Video"
+    MODULE_FEATURE_SAT = 0x20,        ///< "FeatureSAT"
+    MODULE_MAX = 0x8000000000000000,  ///< closes the id space; no caller's 32-bit id equals it
 };
 
 /// Bits of JLogger::sMode: the back ends that the installed logger drives.
 enum JLogMode : uint32_t {
-    MODE_DEFAULT = 0x01,     // Android log
-    MODE_FILE_MERGE = 0x02,  // the vendor's ULog file logger
-    MODE_FILE_ALONE = 0x04,  // own file logger with its flush thread
-    MODE_TRACE = 0x10,       // trace markers
+    MODE_DEFAULT = 0x01,     ///< Android log
+    MODE_FILE_MERGE = 0x02,  ///< the vendor's ULog file logger
+    MODE_FILE_ALONE = 0x04,  ///< own file logger with its flush thread
+    MODE_TRACE = 0x10,       ///< trace back end
 };
 
 /// The front end of the process, and the interface of every back end.
 ///
 /// A call site asks a test (isLogDetailsEnabled, isModeEnabled ...) and then calls an entry point;
 /// the entry points filter nothing and hand the event to the one installed logger. JLogInitializer
-/// installs that logger and sets level, mode and filter. Until it has run, every level and mode
-/// test on a filter or mode bit answers false and the entry points reach the Android log.
+/// installs that logger and sets level, mode and filter. Until it has run, every test of a mode, a
+/// module or a level with a name answers false, and the entry points reach the Android log.
 ///
 /// Threads: all static functions may be called on any thread at any time, also before
 /// initialisation, after shut-down and during static destruction, but not in a signal handler: a
@@ -58,7 +59,7 @@ class JLOG_EXPORT JLogger {
     // What a back end implements. Strings are NUL-terminated and the caller's: a back end copies
     // what it keeps. Every function may run on several threads at once, onInit and onUninit apart.
 
-    /// A request enters a scope. `name` is never null; `requestNo` is printed as R[...].
+    /// A request enters a scope. `name` is never null; any `requestNo` is printed as it is.
     virtual void onLogEnter(unsigned int moduleId, const char* name, unsigned int requestNo) = 0;
     /// The request leaves it again.
     virtual void onLogExit(unsigned int moduleId, const char* name, unsigned int requestNo) = 0;
@@ -66,13 +67,15 @@ class JLOG_EXPORT JLogger {
     /// `text` without its NUL.
     virtual void onLogDetails(unsigned int moduleId, const char* tag, JLogLevel level,
                               const char* text, unsigned long length) = 0;
-    /// The logger has been installed.
+    /// The logger has been installed. The default does nothing.
     virtual void onInit();
-    /// The logger is about to be removed.
+    /// The logger is about to be removed. The default does nothing.
     virtual void onUninit();
-    /// Push out what is buffered; the file logger waits up to `timeoutSec` seconds for it.
+    /// Push out what is buffered; the file logger waits up to `timeoutSec` seconds for it. The
+    /// default does nothing.
     virtual void onFlush(int timeoutSec);
 
+    /// Not while the logger is installed.
     virtual ~JLogger();
 
     /// The installed logger; never null.
@@ -98,6 +101,7 @@ class JLOG_EXPORT JLogger {
     /// Whether a file logger is among the back ends.
     static bool isFileModeEnabled();
     /// Whether a message of `level` from `moduleId` is wanted: a filter bit and the level pass.
+    /// Without a bit, as in MODULE_INVALID, none is.
     static bool isLogDetailsEnabled(unsigned int moduleId, JLogLevel level);
 
     /// The same for call sites that count instructions: inlined, two loads and two comparisons. It
@@ -107,9 +111,12 @@ class JLOG_EXPORT JLogger {
                sLevel.load(std::memory_order_relaxed) >= level;
     }
 
-    /// Hand an event to the installed logger. A null `name` or `tag` becomes "".
+    /// Hands an enter event to the installed logger, as onLogEnter() has it. A null `name` becomes
+    /// "". Whether it blocks or allocates is up to that logger.
     static void logEnter(unsigned int moduleId, const char* name, unsigned int requestNo);
+    /// The same for an exit event, as onLogExit() has it.
     static void logExit(unsigned int moduleId, const char* name, unsigned int requestNo);
+    /// The same for a message, as onLogDetails() has it; a null `tag` becomes "".
     static void logNormalDetails(unsigned int moduleId, const char* tag, JLogLevel level,
                                  const char* text, unsigned long length);
     /// Asks the installed logger to push out what it buffers, waiting up to `timeoutSec` seconds.
@@ -134,6 +141,7 @@ class JLOG_EXPORT JLogger {
     static std::atomic<uint64_t> sFilter;
 
   protected:
+    /// For back ends. Constant, for those that are there before any code runs.
     constexpr JLogger() = default;
 };
 

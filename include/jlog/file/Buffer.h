@@ -42,21 +42,26 @@ struct Buffer {
     std::atomic<char*> writePtr{data};
     /// Bytes behind writePtr. Guarded by the logger's mutex.
     size_t freeBytes{kBufferBytes};
-    /// Neighbours in a BufferList. They stay as they are when the buffer leaves the list, for a
-    /// crash dump that is on its way through.
+    /// The older neighbour in a BufferList. Both stay as they are when the buffer leaves the list,
+    /// for a crash dump that is on its way through.
     std::atomic<Buffer*> prev{nullptr};
+    /// The newer one.
     std::atomic<Buffer*> next{nullptr};
+    /// The records, and behind them what is free.
     alignas(kRecordAlignment) char data[kBufferBytes];
 
-    // Leaves `data` as the kernel gave it, so that no page is touched before it is used.
+    /// Leaves `data` as the kernel gave it, so that no page is touched before it is used.
     Buffer() noexcept {}  // NOLINT(modernize-use-equals-default)
 
-    // Pages of its own. The kernel gets them back when the buffer goes, while a heap keeps what a
-    // burst has left, and none of them is shared with something else that callers write to.
+    /// Pages of its own, by one mmap(2); null without memory. The kernel gets them back when the
+    /// buffer goes, while a heap keeps what a burst has left, and none of them is shared with
+    /// something else that callers write to.
     static void* operator new(size_t bytes, const std::nothrow_t& tag) noexcept;
-    // The counterpart of the new above, too; without memory nothing may throw.
+    /// Gives the pages back. The counterpart of the new above, too: there is none that throws, as
+    /// without memory nothing may. Keeps errno.
     // NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads)
     static void operator delete(void* memory) noexcept;
+    /// The same; the language wants it beside that new.
     static void operator delete(void* memory, const std::nothrow_t& tag) noexcept;
 
     /// Has the kernel make all pages of a new buffer, which it otherwise does one by one when they
@@ -66,6 +71,7 @@ struct Buffer {
 
     /// Acquire: the first words of all records before it are visible, so they can be walked.
     [[nodiscard]] const char* end() const { return writePtr.load(std::memory_order_acquire); }
+    /// Whether a record was reserved here, complete or not.
     [[nodiscard]] bool holdsRecords() const { return end() != data; }
 
     /// Reserves `bytes`, which are free, for a record and adds its writer, whom finishWriter()
@@ -112,15 +118,17 @@ static_assert(kBufferBytes % kRecordAlignment == 0);
 /// everything else happens under the logger's mutex.
 class BufferSlot {
   public:
+    /// Empty.
     BufferSlot() = default;
+    /// Frees the buffer, and the records in it are lost.
     ~BufferSlot() { delete get(); }
     BufferSlot(const BufferSlot&) = delete;
     BufferSlot& operator=(const BufferSlot&) = delete;
 
-    /// Relaxed: under the mutex.
+    /// The buffer, or null. Relaxed: under the mutex.
     [[nodiscard]] Buffer* get() const { return mBuffer.load(std::memory_order_relaxed); }
-    /// For a crash dump. Signal-safe. Sequentially consistent, see CrashGate; and as an acquire it
-    /// shows the whole buffer, and in the queue all buffers that were here before.
+    /// The same for a crash dump. Signal-safe. Sequentially consistent, see CrashGate; and as an
+    /// acquire it shows the whole buffer, and in the queue all buffers that were here before.
     [[nodiscard]] Buffer* peek() const { return mBuffer.load(std::memory_order_seq_cst); }
 
     /// Puts `buffer`, which may be null, into the slot and gives back what was there.
@@ -139,23 +147,28 @@ class BufferSlot {
 /// link ends its way, from peekBack() along `prev`.
 class BufferList {
   public:
+    /// Empty.
     BufferList() = default;
+    /// Frees the buffers, and the records in them are lost.
     ~BufferList();
     BufferList(const BufferList&) = delete;
     BufferList& operator=(const BufferList&) = delete;
 
+    /// As exact as size().
     [[nodiscard]] bool empty() const { return size() == 0; }
-    /// Exact under the mutex. Signal-safe: a crash dump that has peeked at the slot before learns
-    /// how many buffers from the front it has to look for. Acquire: of a buffer that is not counted
-    /// any more the front knows nothing either.
+    /// Buffers in the list. Exact under the mutex. Signal-safe: a crash dump that has peeked at the
+    /// slot before learns how many buffers from the front it has to look for. Acquire: of a buffer
+    /// that is not counted any more the front knows nothing either.
     [[nodiscard]] size_t size() const { return mSize.load(std::memory_order_acquire); }
+    /// The oldest buffer, or null. Relaxed: under the mutex.
     [[nodiscard]] Buffer* front() const { return mFront.load(std::memory_order_relaxed); }
-    /// For a crash dump. Signal-safe. Sequentially consistent, see CrashGate.
+    /// The same for a crash dump. Signal-safe. Sequentially consistent, see CrashGate.
     [[nodiscard]] Buffer* peekFront() const { return mFront.load(std::memory_order_seq_cst); }
+    /// The newest buffer, or null, likewise.
     [[nodiscard]] Buffer* peekBack() const { return mBack.load(std::memory_order_seq_cst); }
 
-    /// Appends the buffer of `slot`, which is not empty, and puts `successor` in its place. At no
-    /// moment is the buffer in neither of the two.
+    /// Appends the buffer of `slot`, which is not empty, and puts `successor`, which may be null,
+    /// in its place. At no moment is the buffer in neither of the two.
     void pushBackFrom(BufferSlot& slot, std::unique_ptr<Buffer> successor);
     /// Takes `buffer`, which is in this list, out of it.
     std::unique_ptr<Buffer> remove(Buffer* buffer);
@@ -170,8 +183,10 @@ class BufferList {
 /// used again, for a crash dump that may have them in hand still. Under the logger's mutex.
 class BufferPool {
   public:
+    /// How many it keeps: 768 KiB.
     static constexpr size_t kMaxBuffers = 3;
 
+    /// How many there are.
     [[nodiscard]] size_t size() const { return mSize; }
     /// The buffer that was put back last; null when there is none.
     std::unique_ptr<Buffer> take();

@@ -23,22 +23,28 @@ namespace JCam::Utils::JLog::File {
 /// stays in memory and goes with the object.
 ///
 /// Failures: without a file, records are dropped with an ERROR line per buffer, and memory does not
-/// grow. Without a flush thread, one ERROR line says so, and the newest buffers stay in memory.
+/// grow. Without a flush thread, one ERROR line says so, and the newest buffers stay in memory. The
+/// Android log has all this under the tag "FileAloneJLogger".
+///
+/// Threads: any, but onInit() and onUninit() not at once. The flush thread blocks all signals but
+/// those that a thread brings upon itself. Nothing is signal-safe but what FileJLoggerBase says is.
 class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
   public:
+    /// Makes a logger that takes records and does not run. Allocates.
     FileAloneJLogger();
+    /// onUninit(). What was logged after that, or on a logger that never ran, is lost.
     ~FileAloneJLogger() override;
 
     /// Creates the folder and the first file, starts the flush thread and arms the crash hook. Not
-    /// again before onUninit().
+    /// again before onUninit(). Blocks for the file, and for the clean-up where storage is full.
     void onInit() override;
     /// Disarms the crash hook, writes everything that is buffered, stops the thread and closes the
     /// file. Blocks for as long as that takes. Without effect on a logger that does not run.
     void onUninit() override;
     /// Retires the current buffer and wakes the flush thread. Waits until everything logged before
-    /// the call is in the file, at most `timeoutSec` seconds; below 1 it does not wait. The batch
-    /// ends with an fsync, unless all its text had gone out already because the text buffer was
-    /// full.
+    /// the call is in the file, at most `timeoutSec` seconds; below 1, and on a logger that does
+    /// not run, it does not wait. The batch ends with an fsync, unless all its text had gone out
+    /// already because the text buffer was full.
     void onFlush(int timeoutSec) override;
 
   private:

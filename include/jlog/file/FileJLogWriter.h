@@ -28,7 +28,9 @@ class StorageCleaner;
 /// Every write ends with a whole line, so that the end of the process between two writes leaves no
 /// torn one. (A text that was cut, or that writeString() was given so, has no end.)
 ///
-/// Threads: one at a time; the writer has no lock. Its own messages go to the Android log.
+/// Threads: one at a time; the writer has no lock. Its own messages go to the Android log. A write
+/// takes as long as the file system does, and does not begin while a crash dump runs, unless that
+/// has made no progress for seconds. By itself it allocates nothing after construction.
 ///
 /// Signals: a silent writer on which makeSignalSafe() was called may be used in a signal handler.
 /// It neither allocates nor locks nor waits: all memory that it needs is in it since its
@@ -40,34 +42,44 @@ class JLOG_EXPORT FileJLogWriter {
     /// The clean-up works towards more free bytes than this: 280 MiB.
     static constexpr int64_t kMinFreeBytes = 0x11800000;
 
+    /// Makes the writer of this process, without a file. Allocates the memory of the clean-up,
+    /// without which no space is ever freed.
     FileJLogWriter();
-    /// Closes the file, if one is open.
+    /// Writes the buffered text and closes the file, if one is open.
     ~FileJLogWriter();
     FileJLogWriter(const FileJLogWriter&) = delete;
     FileJLogWriter& operator=(const FileJLogWriter&) = delete;
 
     /// Makes this the writer of a crash dump: it takes local time from the UTC offsets that the
     /// process has cached, heeds no crash gate, and keeps a descriptor in reserve for its file,
-    /// since a process may die of having none left. `recordClock` is the clock of the records.
+    /// since a process may die of having none left. `recordClock` is the clock of the records. To
+    /// be called before the first open(), and not in a signal handler.
     void makeSignalSafe(clockid_t recordClock);
 
-    /// Opens the next file; none may be open. True when a file is open afterwards. A new series
-    /// takes a new time stamp, starts at index 1, takes at most 29 characters of `namePrefix`
-    /// unless that is null, and is from then on `silent` or not; otherwise both are ignored. A file
-    /// that is there already is left alone: the index moves on to the next free one.
+    /// Opens the next file; none may be open. True when a file is open afterwards; text that was
+    /// buffered without one is then gone. A new series takes a new time stamp, starts at index 1,
+    /// takes at most 29 characters of `namePrefix` unless that is null, and is from then on
+    /// `silent` or not; otherwise both are ignored. A file that is there already is left alone: the
+    /// index moves on to the next free one.
     bool open(bool newSeries, const char* namePrefix, bool silent);
-    /// Writes the buffered text and closes the file, without fsync.
+    /// Writes the buffered text and closes the file, without fsync. Without effect when none is
+    /// open.
     void close();
     /// Writes the buffered text; with `sync` and if there was any, waits until the disk has it.
+    /// Without a file the text is dropped.
     void flush(bool sync);
-    /// Deletes the oldest files of the folder while too little space is free. If it is
+    /// Deletes the oldest files of the folder while kMinFreeBytes or less are free. If it is
     /// /data/vendor, by whatever name, which holds the files of others, only log files are deleted.
+    /// `silent` suppresses the messages. What cannot be read or deleted is left alone.
     void reserveSpace(bool silent) const;
 
-    /// Each appends one line, unless the contents of the record, which stands there as in a buffer,
-    /// are impossible.
+    /// Appends the line of an enter record, which stands there as in a buffer, unless its contents
+    /// are impossible. Writes, and goes on to the next file, where that is due; so does all that
+    /// appends. Whether the record is complete is not asked.
     void onLogEnter(const LogEnterExit* record);
+    /// The same for an exit record.
     void onLogExit(const LogEnterExit* record);
+    /// The same for a details record.
     void onLogDetails(const LogDetails* record);
     /// Appends the lines of all complete records in [begin, end), which stand there as in a buffer.
     /// Returns how many records there are, incomplete ones included. A record of an impossible
@@ -75,10 +87,11 @@ class JLOG_EXPORT FileJLogWriter {
     /// stepped over.
     uint32_t appendRecords(const char* begin, const char* end);
     /// Appends free text, printf-style; conversions are those of integers, characters, strings and
-    /// pointers.
+    /// pointers, and any other one ends the formatting. It brings its own newline. What goes beyond
+    /// the room left in the buffer, at least 1124 characters, is cut.
     void writeString(const char* format, ...) __attribute__((format(printf, 2, 3)));
     /// Writes the buffered text and changes nothing: for a fault in this very writer, whose work
-    /// may go on afterwards and then writes that text once more. Signal-safe.
+    /// may go on afterwards and then writes that text once more.
     void rescue() const;
 
     /// The open file, or -1. For the owner to read.

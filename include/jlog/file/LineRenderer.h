@@ -14,7 +14,10 @@ namespace JCam::Utils::JLog::File {
 inline constexpr size_t kMaxLineBytes = 1280;
 
 /// Whether a request enters a scope or leaves it.
-enum class Direction : uint8_t { ENTER, EXIT };
+enum class Direction : uint8_t {
+    ENTER,  ///< printed as '+'
+    EXIT,   ///< printed as '-'
+};
 
 /// The text of records, behind the date part of their lines. It is the whole work of the flush
 /// thread and of a crash dump: no printf, no allocation, no lock, nothing of the locale,
@@ -22,15 +25,19 @@ enum class Direction : uint8_t { ENTER, EXIT };
 ///
 /// Texts are copied in blocks, and a copy may run beyond the end of what it copies; `out` has room
 /// for that. Nothing beyond the end of a record is read, and a text that has no end there is cut.
+///
+/// Threads: one at a time.
 class LineRenderer {
   public:
+    /// `pid` stands in every line.
     explicit LineRenderer(int32_t pid);
 
-    /// Each writes the text of `record`, which ends at `recordEnd`, at `out`, which has
-    /// kMaxLineBytes, and returns the end; the line ends in a newline. What lies behind it may have
-    /// been overwritten.
+    /// Writes the text of `record`, which ends at `recordEnd`, at `out`, which has kMaxLineBytes,
+    /// and returns the end; the line ends in a newline. What lies behind it may have been
+    /// overwritten.
     char* renderEnterExit(char* out, const LogEnterExit& record, const char* recordEnd,
                           Direction direction);
+    /// The same for a message, which stands in its record.
     char* renderDetails(char* out, const LogDetails& record, const char* recordEnd);
 
   private:

@@ -7,19 +7,22 @@
 
 #include "jlog/JLogger.h"
 
-namespace JCam::Utils::JLog::File {
+/// \file
+/// The packed records of the file logger. Records stand back to back in a buffer, each a multiple
+/// of 8 bytes long and so aligned to 8:
+///
+///     0        4        8                       24                37 / 41
+///     +--------+--------+-----------------------+-----------------+------------------+
+///     |type,   | tid    | timestamp             | fixed fields of | name NUL         |
+///     |size<<8 |        | seconds   nanoseconds | the record type | [message NUL]    |
+///     +--------+--------+-----------------------+-----------------+------------------+
+///
+/// A record belongs to the thread that reserved it until that thread publishes its type; from then
+/// on it never changes. Nothing here allocates, locks or waits.
 
-// The packed records of the file logger. Records stand back to back in a buffer, each a multiple of
-// 8 bytes long and so aligned to 8:
-//
-//     0        4        8                       24                37 / 41
-//     +--------+--------+-----------------------+-----------------+------------------+
-//     |type,   | tid    | timestamp             | fixed fields of | name NUL         |
-//     |size<<8 |        | seconds   nanoseconds | the record type | [message NUL]    |
-//     +--------+--------+-----------------------+-----------------+------------------+
-//
-// A record belongs to the thread that reserved it until that thread publishes its type; from then
-// on it never changes.
+/// File logging: records and their buffers, the flush thread, the writer of the files, the crash
+/// hook, and the way to the vendor's file logger.
+namespace JCam::Utils::JLog::File {
 
 /// Characters of a name or tag that a record keeps.
 inline constexpr size_t kMaxNameChars = 128;
@@ -28,13 +31,15 @@ inline constexpr size_t kMaxMessageChars = 1023;
 /// Every record's size, and so every record's place, is a multiple of this.
 inline constexpr size_t kRecordAlignment = 8;
 
+/// What a record is. Readers step over any other value.
 enum RecordType : uint8_t {
-    RECORD_INCOMPLETE = 0,  // reserved, still being filled: readers step over it
-    RECORD_ENTER = 1,
-    RECORD_EXIT = 2,
-    RECORD_DETAILS = 7,
+    RECORD_INCOMPLETE = 0,  ///< reserved, still being filled: readers step over it
+    RECORD_ENTER = 1,       ///< a LogEnterExit
+    RECORD_EXIT = 2,        ///< a LogEnterExit
+    RECORD_DETAILS = 7,     ///< a LogDetails
 };
 
+/// The head of every record.
 struct LogHeader {
     /// The type in the low 8 bits, the size of the whole record in the high 24: one word, so that a
     /// reader that races with the writer sees a size that is always valid, with either type 0 or a
@@ -75,15 +80,20 @@ struct LogHeader {
 
 /// An enter or an exit event. The name runs on behind the structure.
 struct LogEnterExit {
+    /// Where the name begins, in bytes from the start of the record.
     static constexpr size_t kNameOffset = 37;
 
+    /// Its type is RECORD_ENTER or RECORD_EXIT.
     LogHeader header;
     /// Running number of the logger's enter and exit records, from 1; wraps.
     uint32_t serial;
+    /// As the caller gave it.
     uint32_t moduleId;
+    /// As the caller gave it.
     uint32_t requestNo;
     /// Always 1, an application request.
     uint8_t requestType;
+    /// Where the name begins; name() has all of it.
     char nameHead[3];
 
     /// NUL-terminated, at most kMaxNameChars characters.
@@ -94,14 +104,18 @@ struct LogEnterExit {
 
 /// A message. Name and text run on behind the structure.
 struct LogDetails {
+    /// Where the tag begins, in bytes from the start of the record.
     static constexpr size_t kNameOffset = 41;
 
+    /// Its type is RECORD_DETAILS.
     LogHeader header;
+    /// As the caller gave it. No line shows it.
     uint32_t moduleId;
     /// The text, inside this same record; NUL-terminated, at most kMaxMessageChars characters.
     const char* message;
-    /// A JLogLevel.
+    /// A JLogLevel; 255 for all that is above.
     uint8_t level;
+    /// Where the tag begins; name() has all of it.
     char nameHead[7];
 
     /// The caller's tag: NUL-terminated, at most kMaxNameChars characters.

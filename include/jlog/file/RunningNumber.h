@@ -8,10 +8,10 @@ namespace JCam::Utils::JLog::File {
 
 /// The decimal text of a number that mostly stays as it was or grows by one, like the request
 /// numbers and serial numbers of successive lines, with what always stands in front of it and
-/// behind it. Of ten steps nine change a single character. Signal-safe.
+/// behind it. Of ten steps nine change a single character. One thread at a time; signal-safe.
 class RunningNumber {
   public:
-    /// Bytes that put() writes.
+    /// Bytes that put() writes, whatever the number.
     static constexpr size_t kTextBytes = 16;
 
     /// With the digits of any number, `prefix` and `suffix` fit into kTextBytes. They stay.

@@ -13,6 +13,7 @@ namespace aidl::android::frameworks::stats {
 class IStats;
 }  // namespace aidl::android::frameworks::stats
 
+/// Camera exceptions: their codes, and who is told of them.
 namespace JCam::Utils::JLog::Track {
 
 /// The one object of a process through which the camera HAL reports camera exceptions. It has
@@ -52,26 +53,31 @@ class JLOG_EXPORT EventTrackJLogger {
     /// either of the two for that line waits for itself.
     static void releaseInstance() JLOG_EXCLUDES(sETLoggerMutex);
 
+    /// For getInstance(): what the HAL reports belongs to the instance. Logs a line.
     EventTrackJLogger();
+    /// For releaseInstance(). Logs a line; the codes that are still kept are lost.
     virtual ~EventTrackJLogger();
     EventTrackJLogger(const EventTrackJLogger&) = delete;
     EventTrackJLogger& operator=(const EventTrackJLogger&) = delete;
 
-    /// Both do nothing, and return 0.
+    /// Does nothing, and returns 0.
     int init();
+    /// Does nothing, and returns 0.
     int unInit();
 
     /// Allows readExceptionErrCode() to read the files again, and readPersistentErrCode() to hand a
     /// code out at once. Forgets no code, no feedback time and no track information.
     void clearData() JLOG_EXCLUDES(mMutex);
 
-    /// Sets the open camera, whose id goes into every payload from now on, and the operation mode
-    /// of its session. -1 and 0xFFFF leave the one or the other as it is. Takes no lock.
+    /// Sets the open camera and the operation mode of its session, which go into the payloads of
+    /// sendHalExcepFbData() and the reports of dark screens from now on. -1 and 0xFFFF, which are
+    /// also what there is at first, leave the one or the other as it is. Takes no lock.
     void setTrackInfo(int openId, unsigned int opMode);
 
-    /// The row of `code` in the table of feedback codes, or -1.
+    /// The row of `code` in the table of feedback codes, from 0, or -1. Takes no lock.
     int findEventId(int code);
-    /// The name of `code` in that table, or null after an error message. Never to be freed.
+    /// The name of `code` in that table, or null after an error message. Never to be freed. Takes
+    /// no lock.
     const char* acquireErrorCodeDesc(int code);
 
     /// Reports an exception to the log collector and to the feedback node, and blocks for as long
@@ -84,32 +90,37 @@ class JLOG_EXPORT EventTrackJLogger {
     /// blocks. A code that is kept already becomes the newest. Refuses the numbers that
     /// writeExceptionErrCode() refuses.
     void caughtPersistentErrCode(int type, int subCode) JLOG_EXCLUDES(mMutex, mFbMutex);
-    /// Hands out the oldest kept code; 0 if there is none, or if fewer than 4 seconds have passed
-    /// since the last one.
+    /// Hands out the oldest kept code, which is then kept no more; 0 if there is none, or if fewer
+    /// than 4 seconds of the wall clock have passed since the last one. A clock that was set back
+    /// holds nothing back.
     int readPersistentErrCode() JLOG_EXCLUDES(mMutex);
 
     /// The exception code that the kernel has left behind in
     /// /sys/class/jovix_cam/cam_event/hardware_exception or, if there is none, the one of the
     /// vendor camera stack in data/vendor/camera_dump/mtkExceptionErrCode.txt below the working
-    /// directory; 0 without either. Only the first call of an instance, or since clearData(),
-    /// reads the files; every other one returns 0. Blocks while someone else holds the lock of a
-    /// file, which no signal ends.
+    /// directory; 0 without either. The latter file is deleted in any case. Only the first call of
+    /// an instance, or since clearData(), reads the files; every other one returns 0. Blocks while
+    /// someone else holds the lock of a file, which no signal ends.
     int readExceptionErrCode() JLOG_EXCLUDES(mMutex, mFbMutex);
-    /// The kernel's alone, as often as it is called; 0 if there is none. Blocks likewise.
+    /// The kernel's alone, as often as it is called; 0 if there is none, or if the kernel's event
+    /// stands for none. Blocks likewise.
     int readKernelExceptionErrCode() JLOG_EXCLUDES(mMutex, mFbMutex);
     /// The one of the vendor camera stack alone, whose file is deleted; 0 if there is none. Blocks
     /// likewise.
     int readHalExceptionErrCode() JLOG_EXCLUDES(mMutex, mFbMutex);
 
     /// Raises one exception with the log collector, and blocks for as long as that takes. An id
-    /// without all bits of 0x10025000 is refused with an error message.
+    /// without all bits of 0x10025000 is refused with an error message, and another one tells when
+    /// the collector is missing or refuses.
     void camJlcRaiseException(unsigned int exceptionId) JLOG_EXCLUDES(mMutex, mFbMutex);
-    /// Writes a payload about a code of the table to the kernel's feedback node, at most once in 30
-    /// seconds of the wall clock, and blocks for as long as the node does. `detail` may be null;
-    /// the payload is cut at 1023 bytes.
+    /// Writes a payload about a code of the table to the kernel's feedback node, and blocks for as
+    /// long as the node does. Each code is tried at most once in 30 seconds of the wall clock, and
+    /// for longer if that is set back; it is skipped with an error message meanwhile, as is one
+    /// without a row. `detail` may be null; the payload is cut at 1023 bytes.
     void sendHalExcepFbData(int code, const char* detail) JLOG_EXCLUDES(mMutex, mFbMutex);
     /// After a sensor probe has failed: reads the sensor's name from the feedback node and answers
-    /// with a payload about it. Blocks for as long as the node does.
+    /// with a payload about it, as often as it is called; without a name there is no payload.
+    /// Blocks for as long as the node does.
     void sensorProbeFailedFb() JLOG_EXCLUDES(mMutex, mFbMutex);
 
     /// Reports a dark screen to the stats service as a vendor atom. `moduleId` is 0 to 3; other
