@@ -50,9 +50,10 @@ struct Options {
     unsigned int seconds{10};
 };
 
-/// Calls `measure` with the contender of that name as its template argument.
+/// Calls `measure` with the contender of that name as its template argument: ours if the peers are
+/// not compiled in.
 template <typename Measure>
-json withLogger(const std::string& name, Measure measure) {
+json withLogger([[maybe_unused]] const std::string& name, Measure measure) {
 #ifdef JCAM_BENCH_SPDLOG
     if (name == "spdlog") {
         return measure.template operator()<SpdlogContender>();
