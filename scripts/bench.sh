@@ -17,8 +17,7 @@ TEXT
     exit 0
 fi
 
-need_packages cmake g++ ninja-build libgtest-dev libgmock-dev libcli11-dev libfmt-dev \
-    libbenchmark-dev nlohmann-json3-dev libspdlog-dev libgoogle-glog-dev python3-matplotlib
+need_packages libspdlog-dev libgoogle-glog-dev python3-matplotlib
 build_preset release --target jlog_microbench jlog_loadbench
 # Debian's own Python, for which its packages are.
 exec /usr/bin/python3 bench/campaign.py build/release/bench "$@"

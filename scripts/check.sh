@@ -7,15 +7,15 @@ if [ "${1:-}" = --help ] || [ "${1:-}" = -h ]; then
     exit 0
 fi
 
-need_packages cmake clang clang-format clang-tidy ninja-build \
-    libgtest-dev libgmock-dev libcli11-dev libfmt-dev libbenchmark-dev nlohmann-json3-dev
+need_packages clang-format clang-tidy
 
 mapfile -t sources < <(git ls-files '*.h' '*.cpp')
 clang-format --dry-run -Werror "${sources[@]}"
 echo "clang-format: ${#sources[@]} files are as they should be"
 
 # The clang preset knows every target. Headers are checked with the sources that include them.
-[ -f build/clang/build.ninja ] || cmake --preset clang >&2
+need_preset clang
+cmake --preset clang >&2
 mapfile -t units < <(git ls-files '*.cpp')
 # One unit a process: with several, clang-tidy 14 mistakes the va_list of one for another's.
 printf '%s\0' "${units[@]}" |

@@ -28,10 +28,25 @@ need_packages() {
     "${run[@]}" env DEBIAN_FRONTEND=noninteractive "${install[@]}" >&2
 }
 
-# Configures a preset once and builds what has changed.
+# Installs what a preset is built with.
+need_preset() {
+    local examples=(libcli11-dev libfmt-dev) tests=(libgmock-dev libgtest-dev)
+    local benchmarks=(libbenchmark-dev nlohmann-json3-dev)
+    need_packages cmake ninja-build
+    case "$1" in
+        demo) need_packages g++ "${examples[@]}" ;;
+        debug | asan-ubsan | tsan) need_packages g++ "${examples[@]}" "${tests[@]}" ;;
+        release) need_packages g++ "${examples[@]}" "${tests[@]}" "${benchmarks[@]}" ;;
+        clang) need_packages clang "${examples[@]}" "${tests[@]}" "${benchmarks[@]}" ;;
+        *) die "there is no preset $1" ;;
+    esac
+}
+
+# Configures a preset and builds what has changed.
 build_preset() {
     local preset=$1
     shift
-    [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" >&2
+    need_preset "$preset"
+    cmake --preset "$preset" >&2
     cmake --build "build/$preset" "$@" >&2
 }

@@ -21,7 +21,6 @@ if [[ "${1:-}" =~ ^[0-9]+$ ]]; then
     children=$1
     shift
 fi
-need_packages cmake g++ ninja-build libcli11-dev libfmt-dev
 build_preset demo
 # Thousands of starts would fill the screen.
 export ANDROID_LOG_TAGS="${ANDROID_LOG_TAGS:-*:F}"

@@ -2,11 +2,6 @@
 # Builds the camera host and lets it log into rotating text files, crash, or track exceptions.
 source "$(dirname "$0")/common.sh"
 
-build() {
-    need_packages cmake g++ ninja-build libcli11-dev libfmt-dev
-    build_preset demo
-}
-
 if [ "${1:-}" = --help ] || [ "${1:-}" = -h ]; then
     cat <<'TEXT'
 usage: scripts/demo.sh [OPTION]...
@@ -21,10 +16,10 @@ Lines that the library itself writes to the Android log go to stderr. ANDROID_LO
 chooses among them, for example ANDROID_LOG_TAGS="*:V" for all (a line for every record).
 
 TEXT
-    build
+    build_preset demo
     exec build/demo/examples/camera_host --help
 fi
 
-build
+build_preset demo
 export ANDROID_LOG_TAGS="${ANDROID_LOG_TAGS:-FileAloneJLogger:I JLogInit:W *:I}"
 exec build/demo/examples/camera_host --mode 0x14 --folder build/demo/logs "$@"

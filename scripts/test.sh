@@ -20,10 +20,5 @@ TEXT
     esac
 done
 
-need_packages cmake g++ ninja-build libgtest-dev libgmock-dev libcli11-dev libfmt-dev
-case "$preset" in
-    clang) need_packages clang libbenchmark-dev nlohmann-json3-dev ;;
-    release) need_packages libbenchmark-dev nlohmann-json3-dev ;;
-esac
 build_preset "$preset"
 exec ctest --preset "$preset" --parallel "$(nproc)" "$@"
