@@ -38,6 +38,7 @@ need_preset() {
         debug | asan-ubsan | tsan) need_packages g++ "${examples[@]}" "${tests[@]}" ;;
         release) need_packages g++ "${examples[@]}" "${tests[@]}" "${benchmarks[@]}" ;;
         clang) need_packages clang "${examples[@]}" "${tests[@]}" "${benchmarks[@]}" ;;
+        libcxx) need_packages clang googletest libc++-dev libc++abi-dev ;;
         *) die "there is no preset $1" ;;
     esac
 }

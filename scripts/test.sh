@@ -11,7 +11,7 @@ while [ $# -gt 0 ]; do
 usage: scripts/test.sh [--preset NAME] [CTEST-OPTION]...
 
 Builds the library with its tests and runs them. The presets are debug (the default),
-release, asan-ubsan, tsan and clang. On a bare Debian machine it first installs the
+release, asan-ubsan, tsan, clang and libcxx (clang with libc++). On a bare Debian machine it first installs the
 packages that it needs. Further options go to ctest, for example -R Writer.
 TEXT
             exit 0

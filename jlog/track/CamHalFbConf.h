@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 
 #include "jlog/track/ErrorCode.h"
 
@@ -70,7 +71,7 @@ constexpr bool hasReportableCode(const CamHalFbRow& row) {
     const int subCode = row.errCode & 0xFF;
     return isReportable(type, subCode) && makeErrorCode(type, subCode) == row.errCode;
 }
-static_assert(std::ranges::all_of(gCamHalFbConf, hasReportableCode));
+static_assert(std::all_of(std::begin(gCamHalFbConf), std::end(gCamHalFbConf), hasReportableCode));
 static_assert(kProbeFailureRow.errCode == makeErrorCode(0, 5));
 
 }  // namespace JCam::Utils::JLog::Track

@@ -1,7 +1,9 @@
 #include "PropertyFile.h"
 
 #include <unistd.h>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 #include <string_view>
 
@@ -42,15 +44,30 @@ const char* readLine(std::string_view line, const PropertySink& sink) {
 
 }  // namespace
 
-bool readPropertyFile(std::istream& input, const char* name, const PropertySink& sink) {
-    std::string line;
-    for (size_t number = 1; std::getline(input, line); ++number) {
+bool readPropertyFile(const char* path, const PropertySink& sink) {
+    FILE* const file = std::fopen(path, "re");
+    if (file == nullptr) {
+        return false;
+    }
+    char* text = nullptr;
+    size_t room = 0;
+    size_t number = 1;
+    // Of C: the standard libraries of C++ differ on whether a folder is an empty file.
+    for (ssize_t length = 0; (length = getline(&text, &room, file)) >= 0; ++number) {
+        std::string_view line(text, static_cast<size_t>(length));
+        if (line.ends_with('\n')) {
+            line.remove_suffix(1);
+        }
         if (const char* fault = readLine(line, sink)) {
             // The text itself is not printed: it may be long, or binary.
-            dprintf(STDERR_FILENO, "%s:%zu: line ignored: %s\n", name, number, fault);
+            dprintf(STDERR_FILENO, "%s:%zu: line ignored: %s\n", path, number, fault);
         }
     }
-    return !input.bad();
+    const int error = std::ferror(file) != 0 ? errno : 0;
+    std::free(text);
+    static_cast<void>(std::fclose(file));  // it was only read
+    errno = error;
+    return error == 0;
 }
 
 }  // namespace JCam::Platform

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <shared_mutex>
@@ -58,14 +57,10 @@ class PropertyStore {
 };
 
 void loadFile(const char* path, PropertyStore& store) {
-    errno = 0;
-    std::ifstream file(path);
-    const bool complete =
-            file.is_open() &&
-            JCam::Platform::readPropertyFile(
-                    file, path, [&store](const std::string& key, const std::string& value) {
-                        return store.set(key, value);
-                    });
+    const bool complete = JCam::Platform::readPropertyFile(
+            path, [&store](const std::string& key, const std::string& value) {
+                return store.set(key, value);
+            });
     if (!complete) {
         dprintf(STDERR_FILENO, "JCAM_PROPERTIES: cannot read %s: %s\n", path, std::strerror(errno));
     }

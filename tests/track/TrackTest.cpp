@@ -12,12 +12,15 @@ TrackTest* sTest = nullptr;  // the one that runs
 
 void runThreads(int count, const std::function<void(int)>& body) {
     std::barrier gate(count);
-    std::vector<std::jthread> threads;
+    std::vector<std::thread> threads;
     for (int i = 0; i < count; i++) {
         threads.emplace_back([&, i] {
             gate.arrive_and_wait();
             body(i);
         });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
     }
 }
 
