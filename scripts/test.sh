@@ -11,7 +11,8 @@ while [ $# -gt 0 ]; do
 usage: scripts/test.sh [--preset NAME] [CTEST-OPTION]...
 
 Builds the library with its tests and runs them. The presets are debug (the default),
-release, asan-ubsan, tsan, clang and libcxx (clang with libc++). On a bare Debian machine it first installs the
+release, asan-ubsan, tsan, clang, libcxx (clang with libc++) and real-liblog (Android's own
+liblog, and the tests that run on it). On a bare Debian machine it first installs the
 packages that it needs. Further options go to ctest, for example -R Writer.
 TEXT
             exit 0
