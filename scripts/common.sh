@@ -39,6 +39,7 @@ need_preset() {
         release) need_packages g++ "${examples[@]}" "${tests[@]}" "${benchmarks[@]}" ;;
         clang) need_packages clang "${examples[@]}" "${tests[@]}" "${benchmarks[@]}" ;;
         libcxx) need_packages clang googletest libc++-dev libc++abi-dev ;;
+        aarch64) need_packages g++-aarch64-linux-gnu googletest qemu-user ;;
         real-liblog) need_packages android-liblog-dev g++ "${tests[@]}" ;;
         *) die "there is no preset $1" ;;
     esac
