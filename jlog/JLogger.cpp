@@ -1,5 +1,12 @@
 #include "jlog/JLogger.h"
 
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include <algorithm>
+
 #include <android/log.h>
 #include <cutils/properties.h>
 
@@ -36,7 +43,7 @@ bool testsArePrinted() {
 /// no stack frame.
 [[gnu::noinline, gnu::cold]] bool printDetailsTest(unsigned int moduleId, JLogLevel level) {
     const uint64_t filter = JLogger::sFilter.load(std::memory_order_relaxed);
-    const bool enable = (filter & moduleId) != 0 && JLogger::isLevelEnabled(level);
+    const bool enable = JLogger::isLevelEnabled(level) && (filter & moduleId) != 0;
     __android_log_print(ANDROID_LOG_DEBUG, kLogTag,
                         "[isLogDetailsEnabled] enable:%d, level:%d, moduleId:0x%x, "
                         "sFilter:0x%lX 0x%lX",
@@ -129,17 +136,36 @@ bool JLogger::isLogDetailsEnabled(unsigned int moduleId, JLogLevel level) {
     return wantsDetails(moduleId, level);
 }
 
-void JLogger::logEnter(unsigned int moduleId, const char* name, unsigned int requestNo) {
+void JLogger::logEnter(unsigned int moduleId, const char* name, unsigned int requestNo) noexcept {
     getLogger()->onLogEnter(moduleId, orEmpty(name), requestNo);
 }
 
-void JLogger::logExit(unsigned int moduleId, const char* name, unsigned int requestNo) {
+void JLogger::logExit(unsigned int moduleId, const char* name, unsigned int requestNo) noexcept {
     getLogger()->onLogExit(moduleId, orEmpty(name), requestNo);
 }
 
 void JLogger::logNormalDetails(unsigned int moduleId, const char* tag, JLogLevel level,
-                               const char* text, unsigned long length) {
+                               const char* text, unsigned long length) noexcept {
     getLogger()->onLogDetails(moduleId, orEmpty(tag), level, text, length);
+}
+
+void JLogger::logFormatted(unsigned int moduleId, const char* tag, JLogLevel level,
+                           const char* format, ...) noexcept {
+    const int callersErrno = errno;
+    char text[kMaxTextChars + 1];
+    va_list arguments;
+    va_start(arguments, format);
+    const int chars = vsnprintf(text, sizeof(text), format, arguments);
+    va_end(arguments);
+    if (chars >= 0) {
+        logNormalDetails(moduleId, tag, level, text,
+                         std::min(static_cast<unsigned long>(chars), kMaxTextChars));
+    } else {
+        // An argument that cannot be converted, like a wide character without a multibyte form: the
+        // format still tells which message it was.
+        logNormalDetails(moduleId, tag, level, format, strlen(format));
+    }
+    errno = callersErrno;
 }
 
 void JLogger::flush(int timeoutSec) {

@@ -53,6 +53,10 @@ enum JLogMode : uint32_t {
 /// outlive the calls that go through it: stop logging before the last JLogInitializer is destroyed.
 class JLOG_EXPORT JLogger {
   public:
+    /// The longest text that logFormatted() makes, in bytes: no back end of this library's own
+    /// keeps more.
+    static constexpr unsigned long kMaxTextChars = 1023;
+
     JLogger(const JLogger&) = delete;
     JLogger& operator=(const JLogger&) = delete;
 
@@ -104,21 +108,36 @@ class JLOG_EXPORT JLogger {
     /// Without a bit, as in MODULE_INVALID, none is.
     static bool isLogDetailsEnabled(unsigned int moduleId, JLogLevel level);
 
-    /// The same for call sites that count instructions: inlined, two loads and two comparisons. It
-    /// does without the diagnostic line that sDebugLevel asks for.
+    /// The same for call sites that count instructions: inlined, two loads and two comparisons (in
+    /// a shared library also the loads of the two addresses). It
+    /// does without the diagnostic line that sDebugLevel asks for. The level comes first: it is
+    /// known when the call site is compiled, and is what mostly says no.
     static bool wantsDetails(unsigned int moduleId, JLogLevel level) {
-        return (sFilter.load(std::memory_order_relaxed) & moduleId) != 0 &&
-               sLevel.load(std::memory_order_relaxed) >= level;
+        return sLevel.load(std::memory_order_relaxed) >= level && isModuleEnabled(moduleId);
     }
+    /// Whether the filter has any bit of `moduleId`. Inlined.
+    static bool isModuleEnabled(unsigned int moduleId) {
+        return (sFilter.load(std::memory_order_relaxed) & moduleId) != 0;
+    }
+
+    // The entry points. A back end must not throw: nothing here is built for it, and call sites are
+    // smaller for knowing.
 
     /// Hands an enter event to the installed logger, as onLogEnter() has it. A null `name` becomes
     /// "". Whether it blocks or allocates is up to that logger.
-    static void logEnter(unsigned int moduleId, const char* name, unsigned int requestNo);
+    static void logEnter(unsigned int moduleId, const char* name, unsigned int requestNo) noexcept;
     /// The same for an exit event, as onLogExit() has it.
-    static void logExit(unsigned int moduleId, const char* name, unsigned int requestNo);
+    static void logExit(unsigned int moduleId, const char* name, unsigned int requestNo) noexcept;
     /// The same for a message, as onLogDetails() has it; a null `tag` becomes "".
     static void logNormalDetails(unsigned int moduleId, const char* tag, JLogLevel level,
-                                 const char* text, unsigned long length);
+                                 const char* text, unsigned long length) noexcept;
+    /// Formats a text like printf, on the stack, and hands it to the installed logger as details.
+    /// Keeps the first kMaxTextChars bytes of it. A text that cannot be formatted becomes `format`
+    /// itself; `format` is not null. Keeps errno, which "%m" may print. What the macros of
+    /// JLogMacros.h call.
+    static void logFormatted(unsigned int moduleId, const char* tag, JLogLevel level,
+                             const char* format, ...) noexcept
+            __attribute__((format(printf, 4, 5), cold));
     /// Asks the installed logger to push out what it buffers, waiting up to `timeoutSec` seconds.
     static void flush(int timeoutSec);
 

@@ -1,0 +1,128 @@
+#define JLOG_TAG tagOfThisFile()
+#include "jlog/JLogMacros.h"
+
+#include <cerrno>
+#include <climits>
+
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "jlog/DefaultJLogger.h"
+#include "support/RecordingLogger.h"
+
+namespace JCam::Utils::JLog {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const char* tagOfThisFile() {
+    return "IspNode";
+}
+
+// "%m" is not ISO C++; Android has it like every other libc that this runs on.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat"
+void logErrno() {
+    JLOGI(MODULE_PREVIEW, "%d %m", errno);
+}
+#pragma GCC diagnostic pop
+
+class JLogMacrosTest : public ::testing::Test {
+  protected:
+    JLogMacrosTest() {
+        JLogger::sJLogger = &mLogger;
+        JLogger::setFilter(MODULE_PREVIEW | MODULE_VIDEO);
+        JLogger::setLevel(LEVEL_INFO);
+    }
+    ~JLogMacrosTest() override {
+        JLogger::sJLogger = getDefaultJLogger();
+        JLogger::setLevel(0);
+        JLogger::setFilter(0);
+    }
+
+    /// Counts its calls.
+    int evaluate() { return ++mEvaluated; }
+
+    std::vector<std::string> mCalls;
+    Support::RecordingLogger mLogger{"log", mCalls};
+    int mEvaluated{0};
+};
+
+TEST_F(JLogMacrosTest, WantedCallsAreFormattedAtTheirLevelUnderTheTagOfTheFile) {
+    JLogger::setLevel(LEVEL_VERBOSE);
+    JLOGE(MODULE_PREVIEW, "plain, 100%%");
+    JLOGW(MODULE_PREVIEW, "gain %.2f of %s", 2.5, "sensor");
+    JLOGI(MODULE_VIDEO, "%s", "");
+    JLOGD(MODULE_VIDEO | 0x40U, "d");
+    JLOGV(4, "v");
+    JLOG_DETAILS(MODULE_PREVIEW, LEVEL_DEBUG_HIGH, "%d", 4);
+    JLOG_DETAILS(MODULE_PREVIEW, JLogLevel{}, "no level");
+    EXPECT_THAT(mCalls,
+                ElementsAre("log: details 4 'IspNode' 1 'plain, 100%' 11",
+                            "log: details 4 'IspNode' 2 'gain 2.50 of sensor' 19",
+                            "log: details 16 'IspNode' 3 '' 0", "log: details 80 'IspNode' 5 'd' 1",
+                            "log: details 4 'IspNode' 6 'v' 1", "log: details 4 'IspNode' 4 '4' 1",
+                            "log: details 4 'IspNode' 0 'no level' 8"));
+}
+
+TEST_F(JLogMacrosTest, ArgumentsOfAnUnwantedCallAreNotEvaluated) {
+    JLOGD(MODULE_PREVIEW, "%d", evaluate());
+    JLOGE(MODULE_CAPTURE, "%d", evaluate());
+    JLOGE(MODULE_INVALID, "%d", evaluate());
+    // Not one bit of it is a module's.
+    JLOGE(MODULE_MAX, "%d", evaluate());
+    EXPECT_EQ(mEvaluated, 0);
+    EXPECT_THAT(mCalls, IsEmpty());
+    // Module and level are, once.
+    JLOG_DETAILS((evaluate(), MODULE_PREVIEW), (evaluate(), LEVEL_INFO), "%d", evaluate());
+    EXPECT_THAT(mCalls, ElementsAre("log: details 4 'IspNode' 3 '3' 1"));
+}
+
+TEST_F(JLogMacrosTest, AnArgumentMayHaveACallInIt) {
+    const auto inner = [](int value) {
+        JLOGI(MODULE_PREVIEW, "inner");
+        return value;
+    };
+    JLOGI(MODULE_PREVIEW, "%d %d", inner(1), [] {
+        JLOGE(MODULE_VIDEO, "innermost");
+        return 2;
+    }());
+    EXPECT_THAT(mCalls, ::testing::UnorderedElementsAre("log: details 4 'IspNode' 3 'inner' 5",
+                                                        "log: details 16 'IspNode' 1 'innermost' 9",
+                                                        "log: details 4 'IspNode' 3 '1 2' 3"));
+}
+
+TEST_F(JLogMacrosTest, IsOneStatement) {
+    // NOLINTBEGIN(readability-braces-around-statements): that is what is tested
+    for (const bool wanted : {true, false}) {
+        if (wanted)
+            JLOGI(MODULE_PREVIEW, "first branch");
+        else
+            JLOGI(MODULE_PREVIEW, "second branch");
+    }
+    // NOLINTEND(readability-braces-around-statements)
+    EXPECT_THAT(mCalls, ElementsAre("log: details 4 'IspNode' 3 'first branch' 12",
+                                    "log: details 4 'IspNode' 3 'second branch' 13"));
+}
+
+TEST_F(JLogMacrosTest, TextIsCutAfter1023BytesAndErrnoIsTheCallers) {
+    const std::string longest(1023, 'x');
+    errno = ENOENT;
+    JLOGI(MODULE_PREVIEW, "%s", longest.c_str());
+    JLOGI(MODULE_PREVIEW, "%sy", longest.c_str());
+    logErrno();
+    // No multibyte character: the text cannot be made, and errno says so.
+    JLOGI(MODULE_PREVIEW, "wide %lc", wint_t{INT_MAX});
+    EXPECT_EQ(errno, ENOENT);
+    const std::string whole = "log: details 4 'IspNode' 3 '" + longest + "' 1023";
+    EXPECT_THAT(mCalls, ElementsAre(whole, whole,
+                                    "log: details 4 'IspNode' 3 '2 No such file or directory' 27",
+                                    "log: details 4 'IspNode' 3 'wide %lc' 8"));
+}
+
+}  // namespace
+}  // namespace JCam::Utils::JLog
