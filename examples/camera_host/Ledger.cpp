@@ -19,6 +19,9 @@ uint64_t mix(uint64_t seed, uint64_t value) {
     return seed ^ (value + kGoldenRatio + (seed << 6U) + (seed >> 2U));
 }
 
+/// The ledger of the calling thread, if it has adopted one.
+constinit thread_local Ledger* tLedger = nullptr;
+
 uint64_t hashOf(std::string_view text) {
     return std::hash<std::string_view>{}(text);
 }
@@ -42,7 +45,12 @@ uint64_t scopeHash(char sign, uint32_t moduleId, std::string_view name, uint32_t
 }
 
 void Ledger::adoptThread() {
+    tLedger = this;
     mTid.store(static_cast<int>(syscall(SYS_gettid)), std::memory_order_relaxed);
+}
+
+Ledger* Ledger::ofThisThread() {
+    return tLedger;
 }
 
 void Ledger::addTiming(uint64_t calls, uint64_t ns) {

@@ -21,21 +21,24 @@ namespace CameraHost {
 
 /// What one thread has logged: the truth that the files are checked against.
 ///
-/// Only the thread that owns it writes; the progress line reads the counts meanwhile. All loads and
-/// stores are relaxed: a reader needs each count alone, and the check runs after the join, or when
-/// the process is dead. Each count is of calls that have returned. Aligned to a cache line, so that
-/// two threads never share one.
+/// Only the thread that owns it writes; the progress line reads the counts meanwhile. A count is of
+/// calls from which the logger has returned, and is stored with release order: mark() acquires it,
+/// so that the records of all that it has counted are in memory before the signal is sent. All else
+/// is relaxed: a reader needs each number alone, and the check runs after the join, or when the
+/// process is dead. Aligned to a cache line, so that two threads never share one.
 class alignas(64) Ledger {
   public:
     explicit Ledger(uint32_t number) : mNumber(number) {}
 
-    /// Makes the calling thread the owner.
+    /// Makes the calling thread the owner. The ledger must outlive what the thread logs.
     void adoptThread();
+    /// The ledger that the calling thread owns; null if there is none.
+    [[nodiscard]] static Ledger* ofThisThread();
 
     /// To be called right after the logging call...
-    void countEnter() { add(mEnters, 1); }
-    void countExit() { add(mExits, 1); }
-    void countDetails() { add(mDetails, 1); }
+    void countEnter() { count(mEnters); }
+    void countExit() { count(mExits); }
+    void countDetails() { count(mDetails); }
     /// ... and then, with the hash of what was logged, at leisure.
     void addContent(uint64_t hash) { add(mContentSum, hash); }
     /// Adds `calls` library calls that together took `ns`.
@@ -51,9 +54,9 @@ class alignas(64) Ledger {
     [[nodiscard]] uint64_t events() const { return enters() + exits() + details(); }
     /// Remembers the counts as they are now. Any thread, once: just before the process is to crash.
     void mark() {
-        mMarked.enters.store(enters(), std::memory_order_relaxed);
-        mMarked.exits.store(exits(), std::memory_order_relaxed);
-        mMarked.details.store(details(), std::memory_order_relaxed);
+        mMarked.enters.store(mEnters.load(std::memory_order_acquire), std::memory_order_relaxed);
+        mMarked.exits.store(mExits.load(std::memory_order_acquire), std::memory_order_relaxed);
+        mMarked.details.store(mDetails.load(std::memory_order_acquire), std::memory_order_relaxed);
     }
     [[nodiscard]] uint64_t markedEnters() const {
         return mMarked.enters.load(std::memory_order_relaxed);
@@ -77,9 +80,13 @@ class alignas(64) Ledger {
     [[nodiscard]] uint64_t timedNs() const { return mTimedNs.load(std::memory_order_relaxed); }
 
   private:
-    static void add(std::atomic<uint64_t>& count, uint64_t n) {
-        // One writer: a load and a store do, and cost less than a read-modify-write.
-        count.store(count.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
+    // One writer: a load and a store do, and cost less than a read-modify-write.
+    static void count(std::atomic<uint64_t>& events) {
+        // Release: publishes the record that the call has made; meets the acquire in mark().
+        events.store(events.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    }
+    static void add(std::atomic<uint64_t>& sum, uint64_t n) {
+        sum.store(sum.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
     }
 
     const uint32_t mNumber;

@@ -1,10 +1,12 @@
+#define JLOG_TAG "CameraHost"
 #include "Pipeline.h"
 
 #include <array>
 #include <chrono>
 
-#include "CallSite.h"
 #include "jlog/JLogInitializer.h"
+#include "jlog/JLogMacros.h"
+#include "Metadata.h"
 
 namespace CameraHost {
 
@@ -25,74 +27,33 @@ constexpr std::array kStreams{Stream{"Preview", MODULE_PREVIEW, 1, kPreviewNodes
                               Stream{"Capture", MODULE_CAPTURE, 5, kCaptureNodes},
                               Stream{"Video", MODULE_VIDEO, 1, kVideoNodes}};
 
-// How often, in requests, the rarer messages come: often enough to be seen in a short run.
-constexpr uint32_t kInfoEvery = 30;
-constexpr uint32_t kWarnEvery = 45;
-constexpr uint32_t kErrorEvery = 60;
-
 /// Longest wait for a flush while the camera runs: the camera matters more than its log.
 constexpr int kFlushTimeoutSec = 1;
 
-void runNode(Ledger& ledger, const Stream& stream, const Node& node, uint32_t request) {
-    const NodeScope scope(ledger, node.moduleId, node.name, request);
-    details(ledger, node.moduleId, node.name, LEVEL_VERBOSE, "request {}: input is here", request);
-    if (stream.moduleId == MODULE_CAPTURE) {
-        details(ledger, node.moduleId, node.name, LEVEL_DEBUG_HIGH,
-                "request {}: one of a burst of {}", request, stream.burst);
-        details(ledger, node.moduleId, node.name, LEVEL_DEBUG,
-                "request {}: full-size buffer taken from the pool", request);
+/// Between the clock readings is nothing but calls that log, if they do.
+void timeMetadata(Ledger& ledger, unsigned int moduleId, const Request& request) {
+    const uint64_t eventsBefore = ledger.events();
+    const Clock::time_point begin = Clock::now();
+    dumpMetadata(moduleId, request);
+    const std::chrono::nanoseconds duration = Clock::now() - begin;
+    if (const uint64_t calls = ledger.events() - eventsBefore; calls > 0) {
+        ledger.addTiming(calls, static_cast<uint64_t>(duration.count()));
     }
-    if (request % kErrorEvery == 0) {
-        details(ledger, node.moduleId, node.name, LEVEL_ERROR,
-                "request {}: statistics are damaged, those of request {} are used", request,
-                request - 1);
-    } else if (request % kWarnEvery == 0) {
-        details(ledger, node.moduleId, node.name, LEVEL_WARN, "request {}: statistics are late",
-                request);
-    } else if (request % kInfoEvery == 0) {
-        details(ledger, node.moduleId, node.name, LEVEL_INFO, "{} stream at request {}",
-                stream.name, request);
-    }
-    details(ledger, node.moduleId, node.name, LEVEL_DEBUG, "request {}: done", request);
 }
 
-/// Logs the metadata of a request as a block of lines: one test for all of them, then the calls in
-/// a row. With nothing but library calls between two clock readings it is also what is timed.
-void dumpMetadata(Ledger& ledger, const Stream& stream, uint32_t request) {
-    static constexpr std::array kEntries{
-            "ae.state = converged",  "af.state = focused",  "awb.state = converged",
-            "ae.antibanding = auto", "flash.state = ready", "lens.state = stationary",
-            "tonemap.mode = fast",   "noise.mode = fast",
-    };
-    constexpr char kName[] = "Metadata";
-    if (!areScopesEnabled() || !JLogger::isLogDetailsEnabled(stream.moduleId, LEVEL_VERBOSE)) {
-        return;
-    }
-    std::array<LogText, kEntries.size()> texts;
-    uint64_t number = ledger.details();
-    for (size_t i = 0; i < kEntries.size(); i++) {
-        formatText(texts[i], ledger.number(), ++number, "request {}: {}",
-                   fmt::make_format_args(request, kEntries[i]));
-    }
+bool wantsMetadata(const Stream& stream) {
+    return JLogger::wantsDetails(stream.moduleId, LEVEL_VERBOSE);
+}
 
-    const Clock::time_point begin = Clock::now();
-    JLogger::logEnter(stream.moduleId, kName, request);
-    ledger.countEnter();
-    for (const LogText& text : texts) {
-        JLogger::logNormalDetails(stream.moduleId, kName, LEVEL_VERBOSE, text.chars.data(),
-                                  text.length);
-        ledger.countDetails();
+/// Scopes that a request enters on its way, those of modules that are off left out.
+uint64_t wantedScopes(const Stream& stream) {
+    uint64_t scopes = 0;
+    for (const Node& node : stream.nodes) {
+        scopes += JLogger::isModuleEnabled(node.moduleId()) ? 1U : 0U;
     }
-    JLogger::logExit(stream.moduleId, kName, request);
-    ledger.countExit();
-    const std::chrono::nanoseconds duration = Clock::now() - begin;
-
-    ledger.addContent(scopeHash('+', stream.moduleId, kName, request));
-    for (const LogText& text : texts) {
-        ledger.addContent(detailsHash(levelLetter(LEVEL_VERBOSE), kName, text.view()));
-    }
-    ledger.addContent(scopeHash('-', stream.moduleId, kName, request));
-    ledger.addTiming(texts.size() + 2, static_cast<uint64_t>(duration.count()));
+    scopes += JLogger::isModuleEnabled(stream.moduleId) ? 1U : 0U;
+    scopes += wantsMetadata(stream) ? 1U : 0U;
+    return scopes;
 }
 
 }  // namespace
@@ -110,8 +71,7 @@ void Pipeline::start() {
 }
 
 void Pipeline::tick(unsigned int second) {
-    details(mHostLedger, MODULE_COMMON, "CameraHost", LEVEL_INFO, "{} s, {} requests", second,
-            mRequests.load(std::memory_order_relaxed));
+    JLOGI(MODULE_COMMON, "%u s, %u requests", second, mRequests.load(std::memory_order_relaxed));
     JLogInitializer::updateLogLevel();
     JLogger::flush(kFlushTimeoutSec);
 }
@@ -142,12 +102,22 @@ void Pipeline::runStream(const std::stop_token& stop, Ledger& ledger, const Stre
 
 void Pipeline::runRequest(Ledger& ledger, const Stream& stream) {
     // Relaxed: the number is only a name, nothing is published with it.
-    const uint32_t request = mRequests.fetch_add(1, std::memory_order_relaxed) + 1;
-    const NodeScope scope(ledger, stream.moduleId, stream.name, request);
-    for (const Node& node : stream.nodes) {
-        runNode(ledger, stream, node, request);
+    const uint32_t number = mRequests.fetch_add(1, std::memory_order_relaxed) + 1;
+    const uint64_t enters = ledger.enters() + wantedScopes(stream);
+    const uint64_t exits = ledger.exits() + wantedScopes(stream);
+    const uint64_t details = ledger.details() + (wantsMetadata(stream) ? 1U : 0U);
+    takeThrough(ledger, stream, {number, stream.burst, stream.name});
+    if (ledger.enters() != enters || ledger.exits() != exits || ledger.details() < details) {
+        mUnheard.fetch_add(1, std::memory_order_relaxed);
     }
-    dumpMetadata(ledger, stream, request);
+}
+
+void Pipeline::takeThrough(Ledger& ledger, const Stream& stream, const Request& request) {
+    JLOG_SCOPE(stream.moduleId, stream.name, request.number);
+    for (const Node& node : stream.nodes) {
+        node.process(request);
+    }
+    timeMetadata(ledger, stream.moduleId, request);
 }
 
 }  // namespace CameraHost

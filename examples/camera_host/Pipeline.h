@@ -10,14 +10,9 @@
 #include <vector>
 
 #include "LedgerBook.h"
+#include "Node.h"
 
 namespace CameraHost {
-
-/// One station of a stream. Its name is also its Android log tag.
-struct Node {
-    unsigned int moduleId;
-    const char* name;
-};
 
 /// A kind of camera work: the nodes that each request passes, and how many requests come at once.
 struct Stream {
@@ -47,14 +42,19 @@ class Pipeline {
     void tick(unsigned int second);
     /// Blocks until every thread has ended.
     void stop();
+    /// Requests so far of which less has reached the back end than their call sites have logged.
+    [[nodiscard]] uint32_t unheard() const { return mUnheard.load(std::memory_order_relaxed); }
 
   private:
     void runStream(const std::stop_token& stop, Ledger& ledger, const Stream& stream);
+    /// Also looks whether the ledger, which is kept behind the front end, has heard of it.
     void runRequest(Ledger& ledger, const Stream& stream);
+    static void takeThrough(Ledger& ledger, const Stream& stream, const Request& request);
 
     const unsigned int mRate;
     const unsigned int mThreadCount;
     std::atomic<uint32_t> mRequests{0};
+    std::atomic<uint32_t> mUnheard{0};
     LedgerBook& mLedgers;
     Ledger& mHostLedger;
     std::mutex mMutex;  // for the timed wait alone

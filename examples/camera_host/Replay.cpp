@@ -41,6 +41,10 @@ JLogLevel levelOf(char letter) {
 }
 
 /// Logs up to kGroup messages and appends their hashes to `logged`.
+///
+/// Through test and entry point, which the macros are made of, and without a Witness. The texts are
+/// finished: "%s" would only copy them, and cut the long ones before the back end could. And they
+/// are to be found without a number, so that the caller must know himself which were wanted.
 void replayGroup(Ledger& ledger, std::span<const Message> messages, std::vector<uint64_t>& logged) {
     std::array<bool, kGroup> wanted{};
     uint64_t calls = 0;

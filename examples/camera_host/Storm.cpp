@@ -17,6 +17,7 @@
 #include "Pipeline.h"
 #include "Report.h"
 #include "SharedMapping.h"
+#include "Witness.h"
 
 namespace CameraHost {
 
@@ -39,6 +40,7 @@ struct Attack {
 int logAndCrash(const Options& options, const Attack& attack, LedgerBook& ledgers,
                 std::atomic<int64_t>& signalledNs) {
     const JCam::Utils::JLog::JLogInitializer initializer(options.mask);
+    const Witness witness;
     Pipeline pipeline(ledgers, options.threads, 0);
     pipeline.start();
     std::this_thread::sleep_for(attack.delay);

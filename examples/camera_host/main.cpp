@@ -33,6 +33,7 @@
 #include "Report.h"
 #include "SharedMapping.h"
 #include "Storm.h"
+#include "Witness.h"
 
 namespace CameraHost {
 
@@ -54,6 +55,7 @@ struct Run {
     unsigned int mode = 0;  // the one that the library has chosen
     LedgerBook ledgers;
     std::vector<uint64_t> replayed;  // of a replay: the hashes of its messages
+    uint32_t unheard = 0;            // of a pipeline: requests of which something did not arrive
     std::string_view timedWhat;
 };
 
@@ -98,9 +100,12 @@ bool makeParents(const std::filesystem::path& folder) {
 void runPipeline(const Options& options, Run& run) {
     // An initializer comes first and goes last: nothing may log through it when it goes.
     const JLogInitializer initializer(options.mask);
+    const Witness witness;
     run.mode = JLogger::sMode.load(std::memory_order_relaxed);
     printStart(options, run.mode);
-    run.timedWhat = "front end and back end, in groups of an enter, 8 details and an exit";
+    run.timedWhat =
+            "macros with their formatting, back end, and this host's own number, count and hash; "
+            "in groups of an enter, 8 details and an exit";
 
     Pipeline pipeline(run.ledgers, options.threads, options.rate);
     const Clock::time_point begin = Clock::now();
@@ -110,6 +115,8 @@ void runPipeline(const Options& options, Run& run) {
         printProgress(Clock::now() - begin, run.ledgers);
         pipeline.tick(second);
     }
+    pipeline.stop();
+    run.unheard = pipeline.unheard();
 }
 
 void runReplay(const Options& options, const ReplayScript& script, Run& run) {
@@ -136,6 +143,13 @@ void runReplay(const Options& options, const ReplayScript& script, Run& run) {
 int conclude(const Options& options, const Run& run, const std::vector<LogFile>& files) {
     using namespace JCam::Utils::JLog;
     printLogged(run.ledgers, run.timedWhat);
+    if (run.unheard > 0) {
+        fmt::print(
+                "call sites     failed: of {} requests less has reached the back end than was "
+                "logged\n",
+                run.unheard);
+        return EXIT_FAULT;
+    }
     if ((run.mode & MODE_FILE_ALONE) == 0) {
         fmt::print("check          skipped: this mode has no files of our own\n");
         const int asked = property_get_int32(kModeProperty, 0);
@@ -168,6 +182,7 @@ int runCrash(const Options& options) {
     const ChildEnd end = runInChild(
             [&]() -> int {
                 const JLogInitializer initializer(options.mask);
+                const Witness witness;
                 printStart(options, JLogger::sMode.load(std::memory_order_relaxed));
                 Pipeline pipeline(ledgers, options.threads, options.rate);
                 pipeline.start();

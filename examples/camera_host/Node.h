@@ -1,0 +1,23 @@
+#pragma once
+
+#include "Request.h"
+
+namespace CameraHost {
+
+/// One station of a stream, and an example of a camera module: it logs a request's way through it,
+/// and now and then that something is odd.
+class Node {
+  public:
+    /// `name` must outlive the node. It is also its log tag.
+    constexpr Node(unsigned int moduleId, const char* name) : mModuleId(moduleId), mName(name) {}
+
+    void process(const Request& request) const;
+
+    [[nodiscard]] unsigned int moduleId() const { return mModuleId; }
+
+  private:
+    unsigned int mModuleId;
+    const char* mName;
+};
+
+}  // namespace CameraHost
