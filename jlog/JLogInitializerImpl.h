@@ -80,10 +80,10 @@ class JLOG_EXPORT JLogInitializerImpl {
     static std::atomic<bool> sAgingVer;
 
   private:
-    static uint32_t requestedMode(int mask);
-    static uint32_t adjustModeToBuild(uint32_t mode, int mask);
-    static uint32_t chooseLevel(uint32_t mode);
-    void install(uint32_t mode, uint32_t level);
+    JLOG_INTERNAL static uint32_t requestedMode(int mask);
+    JLOG_INTERNAL static uint32_t adjustModeToBuild(uint32_t mode, int mask);
+    JLOG_INTERNAL static uint32_t chooseLevel(uint32_t mode);
+    JLOG_INTERNAL void install(uint32_t mode, uint32_t level);
 
     /// The logger that this instance created, or null.
     std::unique_ptr<JLogger> mLogger;

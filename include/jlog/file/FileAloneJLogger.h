@@ -64,27 +64,28 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
         RENDER_QUEUED,    // buffers are queued; the first may have pending writers
     };
 
-    static void* threadMain(void* logger);
-    void flushThreadEntry();
-    bool startThread();
+    JLOG_INTERNAL static void* threadMain(void* logger);
+    JLOG_INTERNAL void flushThreadEntry();
+    JLOG_INTERNAL bool startThread();
 
     /// Waits for the next buffer to render, with `remaining` more behind it; null when the thread
     /// is to stop. The buffer stays in the queue while it is rendered, for a crash dump to find.
-    const Buffer* nextBuffer(FlushState& state, size_t* remaining) JLOG_EXCLUDES(mMutex);
-    Decision decideLocked(FlushState& state) JLOG_REQUIRES(mMutex);
-    void idleStepLocked(FlushState& state) JLOG_REQUIRES(mMutex);
-    void pauseLocked(const FlushState& state) JLOG_REQUIRES(mMutex);
+    JLOG_INTERNAL const Buffer* nextBuffer(FlushState& state, size_t* remaining)
+            JLOG_EXCLUDES(mMutex);
+    JLOG_INTERNAL Decision decideLocked(FlushState& state) JLOG_REQUIRES(mMutex);
+    JLOG_INTERNAL void idleStepLocked(FlushState& state) JLOG_REQUIRES(mMutex);
+    JLOG_INTERNAL void pauseLocked(const FlushState& state) JLOG_REQUIRES(mMutex);
     /// Keeps the UTC offset fresh for the crash hook.
-    void refreshLocalTime() JLOG_EXCLUDES(mMutex);
-    void raiseBoostLocked(FlushState& state) JLOG_REQUIRES(mMutex);
-    void awaitFrontWritersLocked() JLOG_REQUIRES(mMutex);
-    void finishFlushLocked() JLOG_REQUIRES(mMutex);
-    [[nodiscard]] bool stopDueLocked() const JLOG_REQUIRES(mMutex);
+    JLOG_INTERNAL void refreshLocalTime() JLOG_EXCLUDES(mMutex);
+    JLOG_INTERNAL void raiseBoostLocked(FlushState& state) JLOG_REQUIRES(mMutex);
+    JLOG_INTERNAL void awaitFrontWritersLocked() JLOG_REQUIRES(mMutex);
+    JLOG_INTERNAL void finishFlushLocked() JLOG_REQUIRES(mMutex);
+    [[nodiscard]] JLOG_INTERNAL bool stopDueLocked() const JLOG_REQUIRES(mMutex);
 
     /// Renders `buffer`, behind which `remaining` more are queued. Runs without the mutex.
-    void renderBuffer(const Buffer& buffer, size_t remaining, FlushState& state);
-    void logStatus(const FlushState& state, size_t remaining) const;
-    static void setBoost(FlushState& state, int level);
+    JLOG_INTERNAL void renderBuffer(const Buffer& buffer, size_t remaining, FlushState& state);
+    JLOG_INTERNAL void logStatus(const FlushState& state, size_t remaining) const;
+    JLOG_INTERNAL static void setBoost(FlushState& state, int level);
 
     /// The flush thread, from onInit() to onUninit().
     std::optional<pthread_t> mThread JLOG_GUARDED_BY(mMutex);

@@ -110,34 +110,34 @@ class JLOG_EXPORT FileJLogWriter {
     /// "MM-DD hh:mm:ss".
     static constexpr size_t kDateBytes = 14;
 
-    void startSeries(const char* namePrefix, bool silent);
+    JLOG_INTERNAL void startSeries(const char* namePrefix, bool silent);
     /// Creates the next file in mFolder and leaves its path in `path`; -1 when that fails, and then
     /// the index is as before.
-    int createFile(PathText& path);
+    JLOG_INTERNAL int createFile(PathText& path);
     /// Goes on to the next file.
-    void rotate();
-    void reserveDescriptor();
-    void releaseDescriptor();
-    [[nodiscard]] tm toLocalTime(time_t seconds, clockid_t clock) const;
+    JLOG_INTERNAL void rotate();
+    JLOG_INTERNAL void reserveDescriptor();
+    JLOG_INTERNAL void releaseDescriptor();
+    [[nodiscard]] JLOG_INTERNAL tm toLocalTime(time_t seconds, clockid_t clock) const;
     /// Appends the line of a record of `size` bytes; false if it has none.
-    bool appendRecord(const LogHeader& header, RecordType type, size_t size);
+    JLOG_INTERNAL bool appendRecord(const LogHeader& header, RecordType type, size_t size);
     /// Puts the date at mEnd and returns where the rest of its line is to stand.
-    char* beginLine(const timespec& timestamp);
+    JLOG_INTERNAL char* beginLine(const timespec& timestamp);
     /// Takes in the line that ends at `end`.
-    void endLine(char* end);
+    JLOG_INTERNAL void endLine(char* end);
     /// The same where it ends at mLimit or behind: it may have to be cut.
-    void endLineBehindLimit(char* end);
-    void setDate(time_t second);
-    void setDateText(const tm& local);
+    JLOG_INTERNAL void endLineBehindLimit(char* end);
+    JLOG_INTERNAL void setDate(time_t second);
+    JLOG_INTERNAL void setDateText(const tm& local);
     /// Takes in the text up to `end`.
-    void advanceTo(char* end);
+    JLOG_INTERNAL void advanceTo(char* end);
     /// Writes the text out, and goes on to the next file, where that is due.
-    void heedLimit();
+    JLOG_INTERNAL void heedLimit();
     /// To be called when mFileBytes has changed.
-    void setLimit();
-    void emptyBuffer();
-    void writeBuffered() const;
-    void writeOut(const char* bytes, size_t count) const;
+    JLOG_INTERNAL void setLimit();
+    JLOG_INTERNAL void emptyBuffer();
+    JLOG_INTERNAL void writeBuffered() const;
+    JLOG_INTERNAL void writeOut(const char* bytes, size_t count) const;
     [[nodiscard]] char* buffer() { return mText + kDateBytes; }
     [[nodiscard]] size_t bufferedBytes() const {
         return static_cast<size_t>(mEnd - (mText + kDateBytes));

@@ -182,28 +182,28 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
 
   private:
     /// Writes what enter and exit records share.
-    void logEnterExit(RecordType type, unsigned int moduleId, const char* name,
-                      unsigned int requestNo);
+    JLOG_INTERNAL void logEnterExit(RecordType type, unsigned int moduleId, const char* name,
+                                    unsigned int requestNo);
     /// Replaces a current buffer that has no room, or none at all; false without memory.
-    bool makeRoomLocked() JLOG_REQUIRES(mMutex);
+    JLOG_INTERNAL bool makeRoomLocked() JLOG_REQUIRES(mMutex);
     /// Frees a buffer that has left queue and slot, unless a crash dump may have it in hand.
-    static void discard(std::unique_ptr<Buffer> buffer);
+    JLOG_INTERNAL static void discard(std::unique_ptr<Buffer> buffer);
     /// Moves `buffer`, which is in the queue, to the pool. Returns what the pool has to give up for
     /// it, or null; that is to be discarded, best without the mutex.
-    std::unique_ptr<Buffer> recycleLocked(Buffer* buffer) JLOG_REQUIRES(mMutex);
+    JLOG_INTERNAL std::unique_ptr<Buffer> recycleLocked(Buffer* buffer) JLOG_REQUIRES(mMutex);
     /// Gives up the oldest complete buffers of a bounded queue, which is to take one more.
-    void trimQueueLocked() JLOG_REQUIRES(mMutex);
+    JLOG_INTERNAL void trimQueueLocked() JLOG_REQUIRES(mMutex);
 
     /// The action that was found for `sig`; null for a signal that is none of the three.
     /// Signal-safe.
-    [[nodiscard]] const struct sigaction* previousAction(int sig) const;
+    [[nodiscard]] JLOG_INTERNAL const struct sigaction* previousAction(int sig) const;
     /// Installs the action of `sig` to which the signal is to be handed on, and returns it:
     /// `found`, which may be null, or the default action. Signal-safe.
-    static struct sigaction restoreAction(int sig, const struct sigaction* found);
+    JLOG_INTERNAL static struct sigaction restoreAction(int sig, const struct sigaction* found);
     /// Writes a crash file; `address` is the fault's. Signal-safe.
-    void dump(const char* signalName, const void* address);
+    JLOG_INTERNAL void dump(const char* signalName, const void* address);
     /// Renders what is buffered into the crash file. Signal-safe.
-    void dumpRecords() JLOG_NO_THREAD_SAFETY_ANALYSIS;
+    JLOG_INTERNAL void dumpRecords() JLOG_NO_THREAD_SAFETY_ANALYSIS;
     /// How far a dump has got with the queue.
     struct QueueWalk {
         const Buffer* next;
@@ -211,9 +211,9 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
         size_t left;         // buffers to come, at most
     };
     /// Renders the queue up to `end`, or to where its links lead nowhere. Signal-safe.
-    void dumpQueue(QueueWalk& walk, const Buffer* end);
+    JLOG_INTERNAL void dumpQueue(QueueWalk& walk, const Buffer* end);
     /// Renders a buffer of whose memory the first `readable` bytes can be read. Signal-safe.
-    void dumpBuffer(const Buffer& buffer, size_t readable);
+    JLOG_INTERNAL void dumpBuffer(const Buffer& buffer, size_t readable);
 
     bool mQueueBounded JLOG_GUARDED_BY(mMutex){false};
     /// The kernel has refused a buffer, and the line that says so was printed. Until it gives one

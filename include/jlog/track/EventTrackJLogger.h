@@ -130,7 +130,7 @@ class JLOG_EXPORT EventTrackJLogger {
 
   private:
     /// Destroys the instance when the static objects of the library are destroyed.
-    class Destroyer {
+    class JLOG_INTERNAL Destroyer {
       public:
         ~Destroyer();
     };
@@ -143,16 +143,17 @@ class JLOG_EXPORT EventTrackJLogger {
     static constexpr size_t kFeedbackRowCount = 30;
 
     /// Makes `code` the newest of the kept ones.
-    void keepPersistentCode(int32_t code) JLOG_EXCLUDES(mMutex);
+    JLOG_INTERNAL void keepPersistentCode(int32_t code) JLOG_EXCLUDES(mMutex);
     /// Notes feedback about a row of the table at `nowSec`, unless the last one is too recent.
     /// Returns whether it did; `lastSec` becomes the time of the last one, 0 if there was none.
-    bool recordFeedback(size_t row, int64_t nowSec, int64_t& lastSec) JLOG_EXCLUDES(mFbMutex);
+    JLOG_INTERNAL bool recordFeedback(size_t row, int64_t nowSec, int64_t& lastSec)
+            JLOG_EXCLUDES(mFbMutex);
 
     /// Released once the instance is complete, acquired by getInstance().
-    static std::atomic<EventTrackJLogger*> sETLogger;
+    JLOG_INTERNAL static std::atomic<EventTrackJLogger*> sETLogger;
     /// Serialises creation and destruction of the instance.
-    static JLogMutex sETLoggerMutex;
-    static Destroyer sDestroyer;
+    JLOG_INTERNAL static JLogMutex sETLoggerMutex;
+    JLOG_INTERNAL static Destroyer sDestroyer;
 
     /// The first mPersistentCount are kept codes, oldest first, each once.
     std::array<int32_t, kMaxErrorCodes> mPersistentErrCodes JLOG_GUARDED_BY(mMutex){};
