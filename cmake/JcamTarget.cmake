@@ -3,6 +3,8 @@
 
 set(JCAM_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, for example address,undefined")
 
+option(JCAM_WERROR "Take warnings for errors" ${PROJECT_IS_TOP_LEVEL})
+
 function(jcam_target_defaults target)
     target_compile_features(${target} PUBLIC cxx_std_20)
     set_target_properties(${target} PROPERTIES
@@ -12,7 +14,7 @@ function(jcam_target_defaults target)
         POSITION_INDEPENDENT_CODE ON)
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
-        -Wold-style-cast -Woverloaded-virtual -Wformat=2 -Wundef -Werror
+        -Wold-style-cast -Woverloaded-virtual -Wformat=2 -Wundef $<$<BOOL:${JCAM_WERROR}>:-Werror>
         # A member call inside one library is that library's: it may be inlined.
         -fno-semantic-interposition)
     if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")

@@ -1,0 +1,84 @@
+# What `cmake --install` and CPack put where: the library, its headers, and the two ways by which a
+# project finds them. A host build brings the stand-ins along, without which it would not load.
+
+include(CMakePackageConfigHelpers)
+
+set(targets jcam_jlog)
+if(NOT ANDROID)
+    list(APPEND targets jcam_platform jcam_liblog jlc_vnd)
+    # The libraries lie side by side, wherever that is.
+    set_target_properties(jcam_jlog jcam_platform jlc_vnd PROPERTIES INSTALL_RPATH "$ORIGIN")
+    install(DIRECTORY
+            ${PROJECT_SOURCE_DIR}/platform/include/
+            ${PROJECT_SOURCE_DIR}/platform/liblog/include/
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/jcam_platform COMPONENT development)
+endif()
+install(TARGETS ${targets} EXPORT jcam_jlog
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+    NAMELINK_COMPONENT development)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+
+# CMake: find_package(jcam_jlog), target jcam::jlog; on a host also jcam::platform and jcam::jlc_vnd.
+set(configFolder ${CMAKE_INSTALL_LIBDIR}/cmake/jcam_jlog)
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/jcam_jlogConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/jcam_jlogConfig.cmake INSTALL_DESTINATION ${configFolder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/jcam_jlogConfigVersion.cmake
+    # Before 1.0 a minor version may change everything.
+    COMPATIBILITY SameMinorVersion)
+install(EXPORT jcam_jlog NAMESPACE jcam:: DESTINATION ${configFolder} COMPONENT development
+    FILE jcam_jlogTargets.cmake)
+install(FILES
+        ${PROJECT_BINARY_DIR}/jcam_jlogConfig.cmake
+        ${PROJECT_BINARY_DIR}/jcam_jlogConfigVersion.cmake
+    DESTINATION ${configFolder} COMPONENT development)
+
+# pkg-config: jcam_jlog, and on a host jcam_platform for programs that call the stand-ins themselves.
+# The paths are relative to the file, so that an installed tree may be moved, unless they were given
+# as absolute ones.
+file(RELATIVE_PATH JCAM_PC_PREFIX
+    ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" JCAM_PC_PREFIX "${JCAM_PC_PREFIX}")
+foreach(folder IN ITEMS LIBDIR INCLUDEDIR)
+    set(JCAM_PC_${folder} "\${prefix}/${CMAKE_INSTALL_${folder}}")
+    if(IS_ABSOLUTE "${CMAKE_INSTALL_${folder}}")
+        set(JCAM_PC_${folder} "${CMAKE_INSTALL_${folder}}")
+    endif()
+endforeach()
+foreach(module IN ITEMS jcam_jlog jcam_platform)
+    if(module STREQUAL jcam_jlog OR NOT ANDROID)
+        configure_file(${CMAKE_CURRENT_LIST_DIR}/${module}.pc.in ${PROJECT_BINARY_DIR}/${module}.pc
+            @ONLY)
+        install(FILES ${PROJECT_BINARY_DIR}/${module}.pc
+            DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+    endif()
+endforeach()
+
+if(ANDROID)
+    return()
+endif()
+# Debian packages of a host build, by `cpack`: the libraries, and what it takes to build with them.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "The jcam_jlog maintainers")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libjcam-jlog${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
+    "The shared library, and the stand-ins for Android's interfaces that it runs on here.")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libjcam-jlog-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+    "libjcam-jlog${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
+    "What it takes to build a program with libjcam_jlog: headers, CMake package, pkg-config files.")
+# The stand-ins' libraries lie with the others.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
+    ${PROJECT_BINARY_DIR}/platform ${PROJECT_BINARY_DIR}/jlog)
+include(CPack)

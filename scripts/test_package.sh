@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# Installs the library and builds a program against it, as a project that uses it does.
+source "$(dirname "$0")/common.sh"
+
+if [ "${1:-}" = --help ] || [ "${1:-}" = -h ]; then
+    cat <<'TEXT'
+usage: scripts/test_package.sh
+
+Installs the release build, moves the tree elsewhere, and builds and runs examples/consumer
+against it, by find_package and by pkg-config; then the same with what the Debian packages
+contain. Everything stays under build/package, the packages too.
+TEXT
+    exit 0
+fi
+
+# Builds a program from source $2 to $1 with what pkg-config says of the modules behind.
+build_by_pkg_config() {
+    local flags
+    # In the words of a shell: a path may have blanks.
+    eval "flags=($(pkg-config --cflags --libs "${@:3}"))"
+    g++ -std=c++20 "$2" "${flags[@]}" -o "$1"
+}
+
+# Runs program $1 with its libraries in folder $2. Of what it logs the rest of the arguments are part.
+run_program() {
+    local output
+    output=$(LD_LIBRARY_PATH="$2" "$1" 2>&1) || die "$1 ends with status $?: $output"
+    for line in "${@:3}"; do
+        grep -qF -- "$line" <<<"$output" || die "$1 did not log '$line' but: $output"
+    done
+    echo "built and ran $1"
+}
+
+# Builds the consumer by both ways against the tree whose prefix is $1, into folder $2.
+test_tree() {
+    local prefix=$1 folder=$2 library
+    library=$(dirname "$(find "$prefix" -name libjcam_jlog.so)")
+    local consumer=(' E Consumer: 10 lines are enough' 'D JLOG    : main R[1] M[Common : 2] -')
+    cmake -S examples/consumer -B "$folder/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+    cmake --build "$folder/cmake" >/dev/null
+    run_program "$folder/cmake/consumer" "" "${consumer[@]}"
+
+    export PKG_CONFIG_PATH="$library/pkgconfig"
+    mkdir -p "$folder/pkg-config"
+    build_by_pkg_config "$folder/pkg-config/consumer" examples/consumer/main.cpp jcam_jlog
+    run_program "$folder/pkg-config/consumer" "$library" "${consumer[@]}"
+    # A program that sets properties, for which a host has the stand-ins.
+    build_by_pkg_config "$folder/pkg-config/quickstart" examples/quickstart/main.cpp \
+        jcam_jlog jcam_platform
+    run_program "$folder/pkg-config/quickstart" "$library" ' D IspNode : gain 2.50'
+}
+
+need_packages dpkg-dev file pkg-config
+build_preset release
+unset ANDROID_LOG_TAGS JCAM_PROPERTIES
+package=$PWD/build/package
+rm -rf "$package"
+mkdir -p "$package"
+
+cmake --install build/release --prefix "$package/installed" --strip >/dev/null
+mv "$package/installed" "$package/moved"
+test_tree "$package/moved" "$package/from-tree"
+
+(cd "$package" && cpack --config ../release/CPackConfig.cmake >/dev/null)
+rm -rf "$package/_CPack_Packages"
+for deb in "$package"/*.deb; do
+    echo "made $(basename "$deb"): $(dpkg-deb --field "$deb" Package Version Depends | paste -sd ' ')"
+    dpkg-deb --extract "$deb" "$package/debian"
+done
+test_tree "$package/debian/usr" "$package/from-debian"
+
+soname=$(readelf -d "$package/moved/lib/libjcam_jlog.so" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')
+echo "soname $soname, stripped $(stat -L -c %s "$package/moved/lib/libjcam_jlog.so") bytes"
