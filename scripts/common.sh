@@ -53,3 +53,10 @@ build_preset() {
     cmake --preset "$preset" >&2
     cmake --build "build/$preset" "$@" >&2
 }
+
+# What the library $1 exports, by demangled names: the three symbols of a destructor, and the two of a
+# constructor, have one.
+list_exports() {
+    nm --dynamic --defined-only --demangle "$1" | cut -d' ' -f2- |
+        sed -E 's/^[TW] /function /; s/^[BDRV] /object /' | LC_ALL=C sort -u
+}
