@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -56,5 +57,16 @@ constexpr bool isModuleTableSorted() {
     return true;
 }
 static_assert(isModuleTableSorted(), "findModule searches by halves");
+
+constexpr size_t longestModuleName() {
+    size_t longest = 0;
+    for (const ModuleRow& row : gModuleTable) {
+        longest = row.name.size() > longest ? row.name.size() : longest;
+    }
+    return longest;
+}
+
+/// Of the longest name in the table.
+inline constexpr size_t kMaxModuleNameChars = longestModuleName();
 
 }  // namespace JCam::Utils::JLog

@@ -26,8 +26,8 @@ using std::chrono::milliseconds;
 
 constexpr char kThreadName[] = "FileAloneJLogger";
 
-/// Nice value of each boost level. Going back up from 19 needs a capability, like going below 0; a
-/// thread without it stays where it is, which is no error.
+/// Nice value of each boost level. Going back up from 19 needs a capability, like going below 0, or
+/// a resource limit that allows it; a thread without either stays where it is, which is no error.
 constexpr int kNiceByBoost[] = {19, 10, 0, -4};
 constexpr int kMaxBoost = 3;
 constexpr int kBusyBoost = 2;

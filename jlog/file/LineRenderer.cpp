@@ -104,7 +104,7 @@ void LineRenderer::rememberModule(ModuleText& entry, uint32_t moduleId, Directio
     const auto count = static_cast<size_t>(putNumber(digits, moduleId, 16) - digits);
     out = put(out, {digits, count});
     out = put(out, direction == Direction::ENTER ? "] +  :" : "] -  :");
-    static_assert(sizeof(" M[MODULE_INVALID:ffffffff] +  :") - 1 <= ShortText::kBytes);
+    static_assert(sizeof(" M[:ffffffff] +  :") - 1 + kMaxModuleNameChars <= ShortText::kBytes);
     entry.text.length = static_cast<uint32_t>(out - entry.text.text);
     entry.moduleId = moduleId;
 }

@@ -12,6 +12,7 @@
 #include "jlog/file/CharBlock.h"
 #include "jlog/file/Digits.h"
 #include "jlog/file/LineRenderer.h"
+#include "jlog/ModuleTable.h"
 
 namespace JCam::Utils::JLog::File {
 
@@ -85,8 +86,8 @@ inline const char* cutTo(size_t maxChars, const char* from, const char* end) {
 // No line outgrows its room, whatever the numbers, and neither does what is written behind it.
 inline constexpr size_t kMaxOriginBytes = 1 + 20 + 1 + 11 + 1 + 11 + 1;
 inline constexpr size_t kOverrun = 32;
-static_assert(kMaxOriginBytes + kMaxNameChars +
-                      sizeof("D JLog    : R AppRequest:4294967295 M[MODULE_INVALID:ffffffff] +  : "
+static_assert(kMaxOriginBytes + kMaxNameChars + kMaxModuleNameChars +
+                      sizeof("D JLog    : R AppRequest:4294967295 M[:ffffffff] +  : "
                              "#4294967295\n") +
                       kOverrun <=
               kMaxLineBytes);
