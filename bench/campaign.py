@@ -128,7 +128,6 @@ def rows(c):
     """What is measured, in which unit, ours, beside what, that, the ratio, and what it is to be."""
     singles = {name: c.value(("primitive", name), "ns")
                for name in ("lock", "add", "clock", "fence", "copy_enter", "copy_details")}
-    spdlog_call = c.value(("bursts", "spdlog", 1), "mean_ns")
     for kind in ("enter", "details"):
         total = (singles["lock"] + 2 * singles["add"] + singles["clock"] + singles["fence"] +
                  singles["copy_" + kind])
@@ -138,8 +137,9 @@ def rows(c):
                "primitives in turn", c.value(("primitives", kind), "ns"), "<= 1.15")
     yield ("enter call with trace", "ns", c.value(("call", "enter_traced"), "ns"),
            "enter call", c.value(("call", "enter"), "ns"), "")
+    yield ("wanted JLOGI", "ns", c.value(("call", "macro"), "ns"), "snprintf and details call",
+           c.value(("format", "snprintf"), "ns") + c.value(("call", "details"), "ns"), "")
     single = c.value(("bursts", "jlog", 1), "mean_ns")
-    yield "burst, 1 thread, mean", "ns", single, "spdlog async", spdlog_call, "<= 0.6"
     for threads in THREADS[1:]:
         yield (f"burst, {threads} threads, mean", "ns",
                c.value(("bursts", "jlog", threads), "mean_ns"),
@@ -148,7 +148,11 @@ def rows(c):
         for field, name in (("mean_ns", "mean"), ("p999_ns", "p99.9"), ("max_ns", "worst")):
             ours = c.value(("bursts", "jlog", threads), field)
             theirs = c.value(("bursts", "spdlog", threads), field)
-            goal = "<= 0.01" if field == "p999_ns" and 1 < threads < 16 else ""
+            goal = ""
+            if field == "p999_ns" and 1 < threads < 16:
+                goal = "<= 0.01"
+            elif field == "mean_ns" and threads == 1:
+                goal = "<= 0.6"
             yield (f"burst, {count(threads)}, {name}", "ns", ours, "spdlog async", theirs, goal)
     yield ("burst, 4 threads, mean", "ns", c.value(("bursts", "jlog", 4), "mean_ns"),
            "glog", c.value(("bursts", "glog", 4), "mean_ns"), "")
@@ -167,10 +171,10 @@ def rows(c):
            c.value(("render", "by_hand"), "ns"), "")
     yield ("rendering a line", "ns", c.value(("render", "library"), "ns"), "printf",
            c.value(("render", "printf"), "ns"), "")
-    yield ("disabled call, inlined", "ns", c.value(("test", "inlined"), "ns"),
-           "2 loads, 2 compares", c.value(("test", "floor"), "ns"), "1")
-    yield ("disabled call, exported", "ns", c.value(("test", "exported"), "ns"),
-           "2 loads, 2 compares", c.value(("test", "floor"), "ns"), "")
+    floor = ("a load, a comparison", c.value(("test", "floor"), "ns"))
+    yield ("disabled JLOGD", "ns", c.value(("test", "macro"), "ns"), *floor, "1")
+    yield ("disabled test, inlined", "ns", c.value(("test", "inlined"), "ns"), *floor, "")
+    yield ("disabled test, exported", "ns", c.value(("test", "exported"), "ns"), *floor, "")
     ours, theirs = ("resources", "jlog"), ("resources", "spdlog")
     for field, name, unit, goal in (("idle_cpu_percent", "idle, processor time", "%", "0.0 %"),
                                     ("idle_wakeups", "idle, wake-ups in 10 s", "", "10"),

@@ -8,7 +8,7 @@ usage: scripts/bench.sh [--rounds N] [--charts FOLDER]
 
 Measures what a call costs, what reaches the file, and what the logger takes while it
 idles, for this library, for spdlog and glog, and for what is physically possible. Prints
-one table of ratios within this run and draws charts into build/bench. Takes about four
+one table of ratios within this run and draws charts into build/bench. Takes about three
 minutes with the default of 4 rounds; leave the machine alone meanwhile.
 
 The programs behind it run on their own, too: build/release/bench/jlog_microbench takes

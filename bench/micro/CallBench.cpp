@@ -4,12 +4,16 @@
 //
 // Once with the flush thread on another core, which then has the cache lines of every buffer that
 // comes back; the same primitives in turn, on memory that another thread has read, are the floor of
-// that. And once with both on one core, against the sum of the primitives measured one by one.
+// that. And once with both on one core, against the sum of the primitives measured one by one. A
+// macro's call against its formatting and the call behind it.
+
+#define JLOG_TAG "IspNode"
 
 #include <sched.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <mutex>
@@ -24,6 +28,7 @@
 
 #include "jlog/JLogger.h"
 #include "jlog/JLogInitializer.h"
+#include "jlog/JLogMacros.h"
 #include "load/Files.h"
 
 namespace {
@@ -135,6 +140,35 @@ void fence() {
     std::atomic_thread_fence(std::memory_order_seq_cst);
 }
 
+/// A wanted call of a macro, which formats its text...
+void callMacro(benchmark::State& state) {
+    const RunningLogger logger("0x04");
+    JLogger::setLevel(LEVEL_INFO);
+    timeBatches(
+            state,
+            [](unsigned int i) {
+                JLOGI(MODULE_PREVIEW, "frame %u: exposure %d us, gain %.1f, lens %.2f dpt, (60)", i,
+                      16666, 2.5, 0.35);
+            },
+            writeOut);
+}
+
+/// ... and the formatting alone.
+void formatText(benchmark::State& state) {
+    timeBatches(
+            state,
+            [](unsigned int i) {
+                char text[JLogger::kMaxTextChars + 1];
+                const int length =
+                        snprintf(text, sizeof(text),
+                                 "frame %u: exposure %d us, gain %.1f, lens %.2f dpt, (60)", i,
+                                 16666, 2.5, 0.35);
+                benchmark::DoNotOptimize(text);
+                benchmark::DoNotOptimize(length);
+            },
+            nothing);
+}
+
 void callDetailsOneCore(benchmark::State& state) {
     const OneCore core;
     callDetails(state);
@@ -147,11 +181,12 @@ class SharedBlock {
     explicit SharedBlock(size_t recordBytes)
             : mRecordBytes(recordBytes),
               mBytes(kBatch * recordBytes, '\1'),
-              mReader([this](const std::stop_token& stop) { readBatches(stop); }) {}
+              mReader([this] { readBatches(); }) {}
     ~SharedBlock() {
-        mReader.request_stop();
+        mStop.store(true);
         mBatches.fetch_add(1);
         mBatches.notify_one();
+        mReader.join();
     }
     SharedBlock(const SharedBlock&) = delete;
     SharedBlock& operator=(const SharedBlock&) = delete;
@@ -167,8 +202,8 @@ class SharedBlock {
     }
 
   private:
-    void readBatches(const std::stop_token& stop) {
-        for (int batch = 0; !stop.stop_requested(); batch = mBatches.load()) {
+    void readBatches() {
+        for (int batch = 0; !mStop.load(); batch = mBatches.load()) {
             benchmark::DoNotOptimize(std::accumulate(mBytes.begin(), mBytes.end(), 0));
             mRead.store(batch);
             mRead.notify_one();
@@ -180,7 +215,8 @@ class SharedBlock {
     std::string mBytes;
     std::atomic<int> mBatches{0};
     std::atomic<int> mRead{0};
-    std::jthread mReader;
+    std::atomic<bool> mStop{false};
+    std::thread mReader;  // last: it uses everything above
 };
 
 /// Copies a text of a length that the compiler does not know; returns the end.
@@ -258,6 +294,8 @@ BENCHMARK(inTurn<DetailsTexts>)->Name("primitives/details")->Apply(manual);
 BENCHMARK_CAPTURE(callEnter, alone, "0x04")->Name("call/enter")->Apply(manual);
 BENCHMARK_CAPTURE(callEnter, traced, "0x14")->Name("call/enter_traced")->Apply(manual);
 BENCHMARK(callDetails)->Name("call/details")->Apply(manual);
+BENCHMARK(callMacro)->Name("call/macro")->Apply(manual);
+BENCHMARK(formatText)->Name("format/snprintf")->Apply(manual);
 BENCHMARK(callEnterOneCore)->Name("call_one_core/enter")->Apply(manual);
 BENCHMARK(callDetailsOneCore)->Name("call_one_core/details")->Apply(manual);
 

@@ -1,5 +1,7 @@
-// A disabled call, which is what most calls of a release build are: the test that a call site asks
-// first, exported and inlined, against two loads and two comparisons.
+// A disabled call, which is what most calls of a release build are: the whole call as a macro makes
+// it, and the test alone, inlined and exported, against the load and the comparison that it takes.
+
+#define JLOG_TAG "TestBench"
 
 #include <atomic>
 #include <cstdint>
@@ -7,15 +9,15 @@
 #include <benchmark/benchmark.h>
 
 #include "jlog/JLogger.h"
+#include "jlog/JLogMacros.h"
 
 namespace {
 
 using namespace JCam::Utils::JLog;
 
-std::atomic<uint64_t> sWord{~uint64_t{0}};
 std::atomic<uint32_t> sThreshold{LEVEL_ERROR};
 
-/// The module passes, the level does not: no test can stop half way.
+/// The module passes, the level does not.
 template <typename Test>
 void ask(benchmark::State& state, Test test) {
     JLogger::setFilter(~0UL);
@@ -31,9 +33,13 @@ void ask(benchmark::State& state, Test test) {
 }
 
 void floorOfTest(benchmark::State& state) {
+    ask(state,
+        [](unsigned int) { return sThreshold.load(std::memory_order_relaxed) >= LEVEL_DEBUG; });
+}
+void disabledMacro(benchmark::State& state) {
     ask(state, [](unsigned int module) {
-        return (sWord.load(std::memory_order_relaxed) & module) != 0 &&
-               sThreshold.load(std::memory_order_relaxed) >= LEVEL_DEBUG;
+        JLOGD(module, "module %u", module);
+        return false;
     });
 }
 void inlinedTest(benchmark::State& state) {
@@ -45,13 +51,13 @@ void exportedTest(benchmark::State& state) {
 }
 
 BENCHMARK(floorOfTest)->Name("test/floor")->Repetitions(10)->MinTime(0.05);
+BENCHMARK(disabledMacro)->Name("test/macro")->Repetitions(10)->MinTime(0.05);
 BENCHMARK(inlinedTest)->Name("test/inlined")->Repetitions(10)->MinTime(0.05);
 BENCHMARK(exportedTest)->Name("test/exported")->Repetitions(10)->MinTime(0.05);
 
 }  // namespace
 
-/// The inlined test as a call site has it, to be looked at with objdump.
-extern "C" __attribute__((noinline, used)) bool jlogInlinedTest(unsigned int moduleId,
-                                                                JLogLevel level) {
-    return JLogger::wantsDetails(moduleId, level);
+/// A call site, to be looked at with objdump.
+extern "C" __attribute__((noinline, used)) void jlogDisabledCall(unsigned int request) {
+    JLOGD(MODULE_PREVIEW, "request %u", request);
 }
