@@ -30,19 +30,20 @@ MODULES = {
 
 
 def modules_of(path):
-    """Name -> sources, those of the module's defaults included."""
-    own, defaults = {}, {}
+    """Name -> sources, those of the module's defaults and of what it takes in whole included."""
+    own, others = {}, {}
     text = re.sub(r"//.*", "", path.read_text())
     for body in re.findall(r"^cc_\w+ \{\n(.*?)^\}", text, re.M | re.S):
         name = re.search(r'^    name: "(.*)"', body, re.M).group(1)
         lists = dict(re.findall(r"^    (\w+): \[(.*?)\]", body, re.M | re.S))
         own[name] = re.findall(r'"([^"]+)"', lists.get("srcs", ""))
-        defaults[name] = re.findall(r'"([^"]+)"', lists.get("defaults", ""))
+        others[name] = re.findall(r'"([^"]+)"', lists.get("defaults", "") + lists.get("whole_static_libs", ""))
 
     def sources(name):
-        return own[name] + [source for base in defaults[name] for source in sources(base)]
+        return own[name] + [source for other in others[name] for source in sources(other)]
 
-    return {name: sources(name) for name in own}
+    parts = {other for each in others.values() for other in each}
+    return {name: sources(name) for name in own if name not in parts}
 
 
 def targets_of(path, root):
@@ -58,8 +59,7 @@ def main(android_bp, compile_commands):
     root = Path(android_bp).resolve().parent
     modules = modules_of(Path(android_bp))
     targets = targets_of(Path(compile_commands), root)
-    faults = [f"{name}: which targets of CMake are in it?" for name in modules
-              if name not in MODULES and not name.endswith("_defaults")]
+    faults = [f"{name}: which targets of CMake are in it?" for name in modules if name not in MODULES]
     script = re.search(r'version_script: "(.*)"', Path(android_bp).read_text())
     if script is None or not (root / script.group(1)).is_file():
         faults.append("libjcam_jlog: the version script is not there")

@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -15,6 +16,9 @@
 #include "jlog/track/TrackLogTag.h"
 
 // Reports to the stats service.
+//
+// Its interface has strings and vectors, which throw when there is no memory. That ends here: this
+// is the one source of the library that is compiled with exceptions, and it lets none out.
 
 // The device maker's name with the stats service. A build sets its own.
 #ifndef JCAM_REVERSE_DOMAIN_NAME
@@ -57,9 +61,7 @@ VendorAtomValue stringValue(const char* value) {
     return VendorAtomValue::make<VendorAtomValue::stringValue>(value);
 }
 
-}  // namespace
-
-std::shared_ptr<IStats> getStatsService() {
+std::shared_ptr<IStats> findService() {
     const std::string instance = std::string(IStats::descriptor) + "/default";
     if (!sStatsDeclared.load(memory_order_relaxed)) {
         if (!AServiceManager_isDeclared(instance.c_str())) {
@@ -71,6 +73,40 @@ std::shared_ptr<IStats> getStatsService() {
     }
     const ndk::SpAIBinder binder(AServiceManager_checkService(instance.c_str()));
     return IStats::fromBinder(binder);
+}
+
+void logNotSent() {
+    __android_log_print(ANDROID_LOG_INFO, kTrackLogTag,
+                        "Unable to send dark screen info to Stats service");
+}
+
+/// Makes the atom and hands it to the service, if there is one.
+void sendAtom(int32_t atomId, int32_t openId, uint32_t opMode, const char* packageName) {
+    const VendorAtom atom{
+            .reverseDomainName = kReverseDomainName,
+            .atomId = atomId,
+            .values = {intValue(kNoInt), stringValue(kNoText), stringValue(kNoText),
+                       intValue(openId), stringValue(packageName),
+                       intValue(static_cast<int32_t>(opMode)), stringValue(kNoText)},
+    };
+    const std::shared_ptr<IStats> stats = getStatsService();
+    if (stats == nullptr) {
+        __android_log_print(ANDROID_LOG_INFO, kTrackLogTag, "Unable to get Stats service!");
+        return;
+    }
+    if (!stats->reportVendorAtom(atom).isOk()) {
+        logNotSent();
+    }
+}
+
+}  // namespace
+
+std::shared_ptr<IStats> getStatsService() {
+    try {
+        return findService();
+    } catch (const std::exception&) {
+        return nullptr;
+    }
 }
 
 void EventTrackJLogger::writeDarkScreenErrCode(int moduleId, const char* detail) {
@@ -90,21 +126,10 @@ void EventTrackJLogger::writeDarkScreenErrCode(int moduleId, const char* detail)
              package.name(), opMode, openId, detail != nullptr ? detail : "NULL");
     __android_log_print(ANDROID_LOG_INFO, kTrackLogTag, "payload = %s", payload);
 
-    const VendorAtom atom{
-            .reverseDomainName = kReverseDomainName,
-            .atomId = atomId,
-            .values = {intValue(kNoInt), stringValue(kNoText), stringValue(kNoText),
-                       intValue(openId), stringValue(package.name()),
-                       intValue(static_cast<int32_t>(opMode)), stringValue(kNoText)},
-    };
-    const std::shared_ptr<IStats> stats = getStatsService();
-    if (stats == nullptr) {
-        __android_log_print(ANDROID_LOG_INFO, kTrackLogTag, "Unable to get Stats service!");
-        return;
-    }
-    if (!stats->reportVendorAtom(atom).isOk()) {
-        __android_log_print(ANDROID_LOG_INFO, kTrackLogTag,
-                            "Unable to send dark screen info to Stats service");
+    try {
+        sendAtom(atomId, openId, opMode, package.name());
+    } catch (const std::exception&) {
+        logNotSent();  // and lost, as when the service does not take it
     }
 }
 
