@@ -185,7 +185,9 @@ bool FileJLoggerBase::allocLogSpace(unsigned long size, LogHeader** header, Buff
         sTid = gettid();
     }
     record->tid = sTid;
-    clock_gettime(mClockId, &record->timestamp);
+    if (clock_gettime(mClockId, &record->timestamp) != 0) [[unlikely]] {
+        record->timestamp = {};  // not what the buffer held before
+    }
     *header = record;
     *buffer = current;
     if (mReservationLine.load(std::memory_order_relaxed)) [[unlikely]] {
