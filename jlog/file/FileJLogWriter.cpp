@@ -97,6 +97,7 @@ bool FileJLogWriter::open(bool newSeries, const char* namePrefix, bool silent) {
         __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "Write ulog to %s", path.c_str());
     }
     mFileBytes = 0;
+    mReportedLoss = kNoLoss;
     emptyBuffer();
     ++mFileIndex;
     return true;
@@ -149,7 +150,9 @@ void FileJLogWriter::close() {
 
 void FileJLogWriter::flush(bool sync) {
     if (mEnd > buffer() && mFd >= 0) {
-        writeBuffered();
+        if (!writeBuffered()) {
+            reportLoss();
+        }
         if (sync) {
             fsync(mFd);
         }
@@ -169,26 +172,40 @@ void FileJLogWriter::setLimit() {
     mLimit = buffer() + std::min<uint64_t>(kFlushMark, untilFull);
 }
 
-void FileJLogWriter::writeBuffered() const {
-    writeOut(mBegin, static_cast<size_t>(mEnd - mBegin));
+bool FileJLogWriter::writeBuffered() const {
+    return writeOut(mBegin, static_cast<size_t>(mEnd - mBegin));
+}
+
+void FileJLogWriter::reportLoss() {
+    // Not every one: on a full disk each write would have a line. The end of the room, where a part
+    // is still taken, is no news once something was said.
+    if (mSilent || mReportedLoss == errno || (errno == 0 && mReportedLoss != kNoLoss)) {
+        return;
+    }
+    mReportedLoss = errno;
+    __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
+                        "FileJLogWriter: write failed %s, errno = %d", mFilePath.c_str(), errno);
 }
 
 void FileJLogWriter::rescue() const {
     if (bufferedBytes() > 0 && mFd >= 0) {
-        writeBuffered();
+        static_cast<void>(writeBuffered());
     }
 }
 
-void FileJLogWriter::writeOut(const char* bytes, size_t count) const {
+bool FileJLogWriter::writeOut(const char* bytes, size_t count) const {
     // One write(2) call, by design: a failed or short write loses text rather than time, since
     // whoever waits for this thread is a camera.
+    errno = 0;
+    ssize_t written;
     if (mSignalSafe) {
         CrashGate::reportProgress();
-        [[maybe_unused]] const ssize_t written = write(mFd, bytes, count);
+        written = write(mFd, bytes, count);
     } else {
         const CrashGate::Passage passage;
-        [[maybe_unused]] const ssize_t written = write(mFd, bytes, count);
+        written = write(mFd, bytes, count);
     }
+    return written == static_cast<ssize_t>(count);
 }
 
 void FileJLogWriter::reserveSpace(bool silent) const {
@@ -224,7 +241,9 @@ void FileJLogWriter::rotate() {
     close();
     if (open(false, "", false)) {
         // Ahead of whatever is buffered, and not counted against the new file.
-        writeOut(kContinuedMark, sizeof(kContinuedMark) - 1);
+        if (!writeOut(kContinuedMark, sizeof(kContinuedMark) - 1)) {
+            reportLoss();
+        }
     }
 }
 

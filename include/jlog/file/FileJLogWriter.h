@@ -23,7 +23,8 @@ class StorageCleaner;
 /// oldest files of the folder are deleted until more than 280 MiB are free.
 ///
 /// When a file cannot be created, the writer moves to /data/vendor for good; when that fails too it
-/// has no file, and text is dropped. Write errors are ignored.
+/// has no file, and text is dropped. A write that fails, or takes only a part, is not tried again:
+/// that text is lost. An ERROR line tells of the first one of a file, and of every new reason.
 ///
 /// Every write ends with a whole line, so that the end of the process between two writes leaves no
 /// torn one. (A text that was cut, or that writeString() was given so, has no end.)
@@ -109,6 +110,8 @@ class JLOG_EXPORT FileJLogWriter {
     static constexpr size_t kFlushMark = 23452;
     /// "MM-DD hh:mm:ss".
     static constexpr size_t kDateBytes = 14;
+    /// In place of an errno.
+    static constexpr int32_t kNoLoss = -1;
 
     JLOG_INTERNAL void startSeries(const char* namePrefix, bool silent);
     /// Creates the next file in mFolder and leaves its path in `path`; -1 when that fails, and then
@@ -136,8 +139,10 @@ class JLOG_EXPORT FileJLogWriter {
     /// To be called when mFileBytes has changed.
     JLOG_INTERNAL void setLimit();
     JLOG_INTERNAL void emptyBuffer();
-    JLOG_INTERNAL void writeBuffered() const;
-    JLOG_INTERNAL void writeOut(const char* bytes, size_t count) const;
+    /// False if text was lost; errno tells why, 0 if a part was written. So does writeOut().
+    [[nodiscard]] JLOG_INTERNAL bool writeBuffered() const;
+    [[nodiscard]] JLOG_INTERNAL bool writeOut(const char* bytes, size_t count) const;
+    JLOG_INTERNAL void reportLoss();
     [[nodiscard]] char* buffer() { return mText + kDateBytes; }
     [[nodiscard]] size_t bufferedBytes() const {
         return static_cast<size_t>(mEnd - (mText + kDateBytes));
@@ -160,6 +165,9 @@ class JLOG_EXPORT FileJLogWriter {
     int32_t mReservedFd{-1};
     /// Clock of the records, in a signal handler.
     clockid_t mRecordClock{CLOCK_REALTIME};
+    /// Why a write to the current file has lost text, as it was reported last; kNoLoss if it was
+    /// not.
+    int32_t mReportedLoss{kNoLoss};
     /// Time stamp in the file names of the series.
     FixedText<40> mTimeStamp;
     /// Stands before the time stamp in the file names; empty for normal files.
