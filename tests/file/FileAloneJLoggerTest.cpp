@@ -14,6 +14,7 @@
 #include <android/log.h>
 
 #include "support/Await.h"
+#include "support/Descriptors.h"
 #include "support/Interpose.h"
 #include "support/LogCapture.h"
 #include "support/Properties.h"
@@ -353,7 +354,9 @@ TEST_F(FileAloneJLoggerTest, WithoutAFileBuffersAreReportedAndRecycled) {
 TEST_F(FileAloneJLoggerTest, WithoutAThreadTheNewestRecordsStayInBoundedMemory) {
     Support::Interpose::refuseThreads(true);
     OpenLogger logger;
+    const size_t descriptors = Support::openDescriptors();
     logger.onInit();
+    EXPECT_EQ(Support::openDescriptors(), descriptors + 1) << "the crash writer's reserve alone";
     EXPECT_EQ(mLog.count("Unable to start the flush thread"), 1U);
     for (int i = 0; i < 50; ++i) {
         logger.fillBuffer();

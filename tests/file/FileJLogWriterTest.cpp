@@ -16,6 +16,8 @@
 #include <android/log.h>
 
 #include "jlog/file/FileJLoggerBase.h"
+#include "support/Descriptors.h"
+#include "support/Faults.h"
 #include "support/Interpose.h"
 #include "support/LogCapture.h"
 #include "support/Records.h"
@@ -351,6 +353,36 @@ TEST_F(FileJLogWriterTest, RotatesAbove180MiBWithoutLosingOrSplittingALine) {
     EXPECT_EQ(Support::readFile(path()), "-- CONTINUED --\nfirst of the second\n");
 }
 
+TEST_F(FileJLogWriterTest, LostTextIsToldOnceForEveryReason) {
+    ASSERT_TRUE(mWriter.open(true, "", false));
+    const std::string failed = "FileJLogWriter: write failed " + path() + ", errno = ";
+    Support::Faults::armWithoutFault();
+    mWriter.writeString("whole\n");
+    mWriter.flush(false);
+    const std::vector<Support::Faults::Site> sites = Support::Faults::sites();
+    ASSERT_EQ(sites.size(), 1U);
+    const auto loseText = [&](int error) {
+        Support::Faults::arm({sites[0].call, sites[0].address, 1, error});
+        mWriter.writeString("lost\n");
+        mWriter.flush(false);
+        Support::Faults::disarm();
+    };
+    for (const int error :
+         {Support::Faults::kShortWrite, ENOSPC, Support::Faults::kShortWrite, ENOSPC, EIO}) {
+        loseText(error);
+    }
+    EXPECT_EQ(mLog.texts("FileJLogWriter: "),
+              (std::vector<std::string>{failed + "0", failed + std::to_string(ENOSPC),
+                                        failed + std::to_string(EIO)}));
+    mWriter.close();
+    ASSERT_TRUE(mWriter.open(true, "", true));
+    loseText(EIO);
+    EXPECT_EQ(mLog.texts("FileJLogWriter: "),
+              (std::vector<std::string>{failed + "0", failed + std::to_string(ENOSPC),
+                                        failed + std::to_string(EIO)}))
+            << "a silent writer says nothing";
+}
+
 TEST_F(FileJLogWriterTest, AFailedRotationIsTriedAgainWithEveryLine) {
     ASSERT_TRUE(mWriter.open(true, "", false));
     Support::Interpose::redirect("/data/vendor", mFolder.path("absent"));
@@ -386,6 +418,20 @@ TEST_F(FileJLogWriterTest, FallsBackForGoodWhenTheFolderCannotBeUsed) {
     mWriter.close();
     ASSERT_TRUE(mWriter.open(false, "", false));
     EXPECT_THAT(path(), ::testing::StartsWith("/data/vendor/"));
+}
+
+TEST_F(FileJLogWriterTest, ACrashWriterWithoutAFileKeepsItsDescriptorInReserve) {
+    mWriter.mFolder = mFolder.path("absent");
+    Support::Interpose::redirect("/data/vendor", mFolder.path("absent, too"));
+    mWriter.makeSignalSafe(CLOCK_REALTIME);
+    const size_t descriptors = Support::openDescriptors();
+    EXPECT_FALSE(mWriter.open(true, "NE_", true));
+    EXPECT_EQ(Support::openDescriptors(), descriptors);
+}
+
+TEST_F(FileJLogWriterTest, AFileIsNotLeftToAProgramThatTheProcessStarts) {
+    ASSERT_TRUE(mWriter.open(true, "", false));
+    EXPECT_EQ(fcntl(mWriter.mFd, F_GETFD), FD_CLOEXEC);
 }
 
 TEST_F(FileJLogWriterTest, CleanUpDeletesTheOldestFilesUntilEnoughIsFree) {

@@ -31,6 +31,8 @@ void refuseThreads(bool refuse);
 void refuseBuffers(bool refuse);
 /// Record buffers that the kernel has been asked for so far.
 int mappedBuffers();
+/// Those of them that it has not been given back.
+int liveBuffers();
 /// madvise is that of a kernel that cannot make pages in advance.
 void refusePopulate(bool refuse);
 /// Deleting this path fails.
@@ -48,6 +50,8 @@ void setWallClock(int64_t sec);
 void refuseLocks(int count, int error);
 /// Calls of flock with LOCK_EX so far, the test's own included.
 int locks();
+/// Calls of close so far whose descriptor was not open: a second close may hit somebody else's.
+int staleCloses();
 /// The first nice values that were set.
 std::vector<int> niceValues();
 /// Calls of fsync so far.

@@ -1,5 +1,7 @@
 #include "support/TempFolder.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 
 #include <algorithm>
@@ -10,8 +12,8 @@
 
 namespace JCam::Support {
 
-TempFolder::TempFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "jlog_test_XXXXXX").string();
+TempFolder::TempFolder(const std::filesystem::path& parent) {
+    std::string pattern = (parent / "jlog_test_XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr) {
         throw std::runtime_error("mkdtemp " + pattern);
     }
@@ -21,6 +23,10 @@ TempFolder::TempFolder() {
 TempFolder::~TempFolder() {
     std::error_code ignored;
     std::filesystem::remove_all(mPath, ignored);
+}
+
+std::filesystem::path TempFolder::inMemory() {
+    return access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::filesystem::temp_directory_path();
 }
 
 std::vector<std::string> TempFolder::names() const {

@@ -9,7 +9,8 @@ namespace JCam::Support {
 /// A folder of the test's own, gone with the object.
 class TempFolder {
   public:
-    TempFolder();
+    explicit TempFolder(
+            const std::filesystem::path& parent = std::filesystem::temp_directory_path());
     ~TempFolder();
     TempFolder(const TempFolder&) = delete;
     TempFolder& operator=(const TempFolder&) = delete;
@@ -18,6 +19,9 @@ class TempFolder {
     [[nodiscard]] std::string path(const std::string& name) const {
         return (mPath / name).string();
     }
+    /// A parent in memory, where there is one: for tests whose time a disk would take.
+    static std::filesystem::path inMemory();
+
     /// The names in it, sorted.
     [[nodiscard]] std::vector<std::string> names() const;
     /// The contents of all its "cam_jlog_" files in the order of their indices, each without the

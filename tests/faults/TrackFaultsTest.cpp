@@ -1,0 +1,198 @@
+// Every call that the tracker makes of libc fails, one at a time and at random. Codes and payloads
+// are delivered or given up, never changed and never doubled, and no descriptor stays open.
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <iostream>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <aidl/android/frameworks/stats/IStats.h>
+#include <android/log.h>
+#include <host/ServiceRegistry.h>
+
+#include "jlog/track/EventTrackJLogger.h"
+#include "support/Descriptors.h"
+#include "support/Faults.h"
+#include "support/Interpose.h"
+#include "support/Properties.h"
+#include "support/TempFolder.h"
+
+namespace JCam::Utils::JLog::Track {
+namespace {
+
+namespace Interpose = Support::Interpose;
+namespace Faults = Support::Faults;
+using aidl::android::frameworks::stats::IStats;
+using aidl::android::frameworks::stats::VendorAtom;
+using Faults::Call;
+using Platform::ServiceRegistry;
+
+constexpr char kInstance[] = "android.frameworks.stats.IStats/default";
+constexpr char kHalFile[] = "data/vendor/camera_dump/mtkExceptionErrCode.txt";
+
+int sAtoms = 0;
+
+/// A stats service that counts whole atoms.
+class CountingStats : public IStats {
+  public:
+    ndk::ScopedAStatus reportVendorAtom(const VendorAtom& atom) override {
+        sAtoms += atom.atomId == 101148 && atom.values.size() == 7 ? 1 : 100;
+        return ndk::ScopedAStatus();
+    }
+};
+
+/// What a session has delivered.
+struct Outcome {
+    int kernelCode{0x10025001};
+    int halCode{0x10025005};
+    int persistentCode{0x10025201};
+    int atoms{1};
+    std::string payload{
+            "EXP_P1_NODE:NULL$$EventField@@SENSOR_SOF_TIMEOUT$$FieldData@@0x10025200$$"
+            "pkgName@@com.app$$camID@@1$$operationMode@@0x10$$detailData@@otherData = slow"};
+    std::string probePayload{
+            "EXP_HARDWARE:NULL$$EventField@@EXCEP_PROBE$$FieldData@@0x10025005$$"
+            "detailData@@sensorName = imx"};
+    bool halFileLeft{false};
+
+    bool operator==(const Outcome&) const = default;
+};
+
+class TrackFaultsTest : public ::testing::Test {
+  protected:
+    TrackFaultsTest() {
+        __android_log_set_logger([](const __android_log_message*) {});
+        ServiceRegistry::setDeclared(kInstance, true);
+        ServiceRegistry::setRunning(kInstance, ndk::SharedRefBase::make<CountingStats>());
+        std::filesystem::current_path(mFolder.path());
+        std::filesystem::create_directories("data/vendor/camera_dump");
+        alarm(280);  // a hang ends here
+    }
+    ~TrackFaultsTest() override {
+        alarm(0);
+        EventTrackJLogger::releaseInstance();
+        std::filesystem::current_path("/");
+        ServiceRegistry::setRunning(kInstance, nullptr);
+        ServiceRegistry::setDeclared(kInstance, false);
+        __android_log_set_logger(nullptr);
+    }
+
+    /// A session with everything that the tracker does, in which an armed fault strikes.
+    Outcome live() {
+        EventTrackJLogger::releaseInstance();
+        Support::writeFile(mFolder.path("kernel"), "1073807361_0_99\n");
+        Support::writeFile(kHalFile, "268587013\n7\n");
+        Support::writeFile(mFolder.path("node"), "");
+        Support::writeFile(mFolder.path("probe"), "imx");
+        const size_t descriptors = Support::openDescriptors();
+        sAtoms = 0;
+        Outcome outcome;
+        {
+            const Faults::Inside inside;
+            EventTrackJLogger* tracker = EventTrackJLogger::getInstance();
+            tracker->setTrackInfo(1, 0x10);
+            Interpose::redirect(mKernelPath, mKernel);
+            outcome.kernelCode = tracker->readKernelExceptionErrCode();
+            outcome.halCode = tracker->readHalExceptionErrCode();
+            Interpose::redirect(mNodePath, mNode);
+            tracker->writeExceptionErrCode(2, 0, "slow");
+            tracker->caughtPersistentErrCode(2, 1);
+            outcome.persistentCode = tracker->readPersistentErrCode();
+            Interpose::redirect(mNodePath, mProbe);
+            tracker->sensorProbeFailedFb();
+            static_cast<void>(getStatsService());
+            tracker->writeDarkScreenErrCode(1, "dark");
+        }
+        Faults::disarm();
+        outcome.atoms = sAtoms;
+        outcome.payload = Support::readFile(mNode);
+        // Behind the name that was read, and that a node would not keep.
+        outcome.probePayload = Support::readFile(mProbe).substr(3);
+        outcome.halFileLeft = std::filesystem::exists(kHalFile);
+        EXPECT_EQ(Support::openDescriptors(), descriptors);
+        return outcome;
+    }
+
+    /// How many of its results a session has given up; the others must be as ever.
+    static int givenUp(const Outcome& outcome) {
+        const Outcome whole;
+        int count = 0;
+        const auto look = [&](const auto& found, const auto& expected, const auto& nothing) {
+            if (found != expected) {
+                EXPECT_EQ(found, nothing);
+                ++count;
+            }
+        };
+        look(outcome.kernelCode, whole.kernelCode, 0);
+        look(outcome.halCode, whole.halCode, 0);
+        look(outcome.persistentCode, whole.persistentCode, 0);
+        look(outcome.atoms, whole.atoms, 0);
+        // A payload that was taken in part is not sent once more.
+        look(outcome.payload, whole.payload,
+             whole.payload.substr(0, outcome.payload.empty() ? 0 : whole.payload.size() / 2));
+        look(outcome.probePayload, whole.probePayload,
+             whole.probePayload.substr(
+                     0, outcome.probePayload.empty() ? 0 : whole.probePayload.size() / 2));
+        return count;
+    }
+
+    Interpose::Scope mInterpose;
+    Support::TempFolder mFolder{Support::TempFolder::inMemory()};
+    Support::Properties mProperties{{"jovix.camera.packname", "com.app"}};
+    // Made beforehand: what is allocated in a session is the tracker's.
+    const std::string mKernelPath{"/sys/class/jovix_cam/cam_event/hardware_exception"};
+    const std::string mNodePath{"/proc/cam_kern_fb"};
+    const std::string mKernel{mFolder.path("kernel")};
+    const std::string mNode{mFolder.path("node")};
+    const std::string mProbe{mFolder.path("probe")};
+};
+
+TEST_F(TrackFaultsTest, OneFaultCostsAtMostOneResult) {
+    EXPECT_EQ(live(), Outcome());
+    Faults::armWithoutFault();
+    EXPECT_EQ(live(), Outcome());
+    const std::vector<Faults::Site> sites = Faults::sites();
+    std::set<std::pair<Call, uintptr_t>> struckSites;
+    uint32_t struck = 0;
+    for (const Faults::Order& order : Faults::ordersFor(sites)) {
+        SCOPED_TRACE(Faults::nameOf(order.call) + " call " + std::to_string(order.nth) +
+                     ", error " + std::to_string(order.error));
+        Faults::arm(order);
+        const Outcome outcome = live();
+        const bool isInterrupted = order.error == EINTR && order.call != Call::READ;
+        EXPECT_LE(givenUp(outcome), isInterrupted ? 0 : 1);
+        // It is consumed unless it cannot be opened or deleted.
+        EXPECT_TRUE(!outcome.halFileLeft || order.call == Call::FOPEN ||
+                    order.call == Call::ALLOCATE || order.call == Call::REMOVE);
+        EXPECT_EQ(live(), Outcome()) << "once it is over";
+        ASSERT_FALSE(HasFailure());
+        struckSites.insert({order.call, order.address});
+        ++struck;
+    }
+    EXPECT_EQ(struckSites.size(), sites.size()) << "a fault at each site";
+    std::cout << struck << " sessions with a fault, at " << sites.size() << " call sites\n";
+}
+
+TEST_F(TrackFaultsTest, FaultsAtRandomChangeAndDoubleNothing) {
+    constexpr int kSessions = 500;
+    uint32_t struck = 0;
+    for (int i = 0; i < kSessions; ++i) {
+        SCOPED_TRACE("session " + std::to_string(i));
+        Faults::armAtRandom(static_cast<uint64_t>(i), i % 2 == 0 ? 3 : 10);
+        givenUp(live());
+        struck += Faults::struck();
+        ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_EQ(live(), Outcome());
+    std::cout << kSessions << " sessions, " << struck << " faults\n";
+}
+
+}  // namespace
+}  // namespace JCam::Utils::JLog::Track
