@@ -1,4 +1,5 @@
 #include <atomic>
+#include <climits>
 #include <cstring>
 
 #include "track/TrackTest.h"
@@ -68,6 +69,25 @@ TEST_F(ExceptionFeedbackTest, TheNodeGetsOnePayloadInOneWrite) {
     EXPECT_EQ(readFile(node()).size(), 1023U);
     EXPECT_EQ(readFile(node()).substr(1000), std::string(23, 'd'));
     EXPECT_EQ(sWrites, 3);
+}
+
+TEST_F(ExceptionFeedbackTest, HostileTextsAndNumbersStayInOnePayload) {
+    mTracker->setTrackInfo(INT_MIN, UINT_MAX);
+    mProperties.set("jovix.camera.packname", "%n%s$$camID@@7\n\xFF");
+    const std::string head =
+            "EXP_HARDWARE:NULL$$EventField@@OIS_SET_FAIL$$FieldData@@0x10025012$$"
+            "pkgName@@%n%s$$camID@@7\n\xFF$$camID@@-2147483648$$operationMode@@0xffffffff$$"
+            "detailData@@otherData = ";
+    countWrites();
+    int64_t payloads = 0;
+    for (const std::string& detail :
+         {std::string("\n\nEXP_HARDWARE:NULL$$EventField@@OTHER"), std::string("%s%n%1000000d%p"),
+          std::string("\x01\x7F\x80\xFF"), std::string(2000, '$'), std::string()}) {
+        Interpose::setWallClock(kNow + 30 * ++payloads);
+        mTracker->sendHalExcepFbData(0x10025012, detail.c_str());
+        EXPECT_EQ(readFile(node()), (head + detail).substr(0, 1023));
+        EXPECT_EQ(sWrites, payloads);
+    }
 }
 
 TEST_F(ExceptionFeedbackTest, ACodeIsHeldBackFor30Seconds) {
