@@ -37,10 +37,11 @@ need_preset() {
         demo) need_packages g++ "${examples[@]}" ;;
         debug | asan-ubsan | tsan) need_packages g++ "${examples[@]}" "${tests[@]}" ;;
         release) need_packages g++ "${examples[@]}" "${tests[@]}" "${benchmarks[@]}" ;;
-        clang) need_packages clang "${examples[@]}" "${tests[@]}" "${benchmarks[@]}" ;;
+        clang) need_packages clang libclang-rt-dev "${examples[@]}" "${tests[@]}" "${benchmarks[@]}" ;;
         libcxx) need_packages clang googletest libc++-dev libc++abi-dev ;;
         aarch64) need_packages g++-aarch64-linux-gnu googletest qemu-user ;;
         real-liblog) need_packages android-liblog-dev g++ "${tests[@]}" ;;
+        fuzz) need_packages clang libclang-rt-dev ;;
         *) die "there is no preset $1" ;;
     esac
 }
