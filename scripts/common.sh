@@ -41,7 +41,7 @@ need_preset() {
         libcxx) need_packages clang googletest libc++-dev libc++abi-dev ;;
         aarch64) need_packages g++-aarch64-linux-gnu googletest qemu-user ;;
         real-liblog) need_packages android-liblog-dev g++ "${tests[@]}" ;;
-        fuzz) need_packages clang libclang-rt-dev ;;
+        fuzz) need_packages clang libclang-rt-dev libfmt-dev ;;
         *) die "there is no preset $1" ;;
     esac
 }
