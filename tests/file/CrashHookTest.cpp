@@ -235,7 +235,8 @@ TEST_F(CrashHookTest, PreviousActionTakesTheSignalAndLoggingGoesOnIfItReturns) {
         errno = 77;
         sigval value = {};
         value.sival_int = 4242;
-        sigqueue(getpid(), sig, value);
+        // To this thread: the flush thread may take what is sent to the process.
+        pthread_sigqueue(pthread_self(), sig, value);
         require(errno == 77, 1);
         require(sSeenSignal == (seen ? sig : 0) && sSeenValue == seenValue, 2);
         require(actionOf(sig).sa_handler == before.sa_handler, 3);
