@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <string_view>
 
 #include <android/log.h>
@@ -74,14 +75,18 @@ bool StorageCleaner::deleteOldest(int64_t& freeBytes, int64_t minFreeBytes) cons
         CrashGate::reportProgress();
         const PathText path = pathOf(mOldest[i].name.c_str());
         if (unlink(path.c_str()) != 0) {
+            if (errno == EROFS) {
+                return true;  // as good as it gets: the next ones would fail, too
+            }
             continue;
         }
         if (!mSilent) {
             __android_log_print(ANDROID_LOG_WARN, kFileLogTag, "Storage full. Unlinked: %s",
                                 path.c_str());
         }
-        freeBytes += mOldest[i].fileSize;
-        if (freeBytes > minFreeBytes) {
+        // A sparse file may be larger than any disk.
+        if (__builtin_add_overflow(freeBytes, mOldest[i].fileSize, &freeBytes) ||
+            freeBytes > minFreeBytes) {
             return true;
         }
     }

@@ -465,16 +465,16 @@ TEST_F(FileJLogWriterTest, CleanUpDeletesTheOldestFilesUntilEnoughIsFree) {
 }
 
 TEST_F(FileJLogWriterTest, CleanUpPassesOverWhatItCannotDeleteInAFolderOfAnySize) {
-    constexpr int kFiles = 300;
+    constexpr int kFiles = 600;
     for (int i = 0; i < kFiles; ++i) {
-        makeFile(mFolder.path(std::to_string(1000 - i)), kMiB, i / 2);  // pairs of one age
+        makeFile(mFolder.path(std::to_string(1000 - i)), kMiB / 2, i / 2);  // pairs of one age
     }
     const std::string oldest = mFolder.path("1000");
     Support::Interpose::refuseUnlink(oldest);
-    Support::Interpose::setFreeBytes(FileJLogWriter::kMinFreeBytes - 198 * kMiB);
+    Support::Interpose::setFreeBytes(FileJLogWriter::kMinFreeBytes - 199 * kMiB);
     mWriter.reserveSpace(true);
     std::vector<std::string> left = {"1000"};
-    for (int i = 200; i < kFiles; ++i) {
+    for (int i = 400; i < kFiles; ++i) {
         left.push_back(std::to_string(1000 - i));
     }
     EXPECT_THAT(mFolder.names(), ::testing::UnorderedElementsAreArray(left));
