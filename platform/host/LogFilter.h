@@ -22,7 +22,7 @@ class LogFilter {
     [[nodiscard]] int priorityOf(std::string_view tag) const;
     /// The priority of "*", or kUnset.
     [[nodiscard]] int defaultPriority() const { return mDefaultPriority; }
-    /// The lowest priority that any word lets through, or kUnset.
+    /// The lowest priority that any tag's word lets through, or the "*" that counts; or kUnset.
     [[nodiscard]] int lowestPriority() const { return mLowestPriority; }
 
   private:
