@@ -14,6 +14,7 @@
 #include <cutils/properties.h>
 
 #include "jlog/file/FileJLogWriter.h"
+#include "support/Faults.h"
 #include "support/Interpose.h"
 #include "support/LogCapture.h"
 #include "support/Properties.h"
@@ -358,6 +359,28 @@ TEST_F(FileJLoggerBaseTest, FolderPathIsTheProperty) {
                 ElementsAre(LogLine{ANDROID_LOG_INFO, "FileAloneJLogger",
                                     "mkdir(" + folder.path("a/b") +
                                             ") failed, errno = " + std::to_string(ENOENT)}));
+}
+
+TEST_F(FileJLoggerBaseTest, ARecordWithoutAClockHasTheTimeZero) {
+    OpenLogger logger;
+    // Through the pool, so that the memory holds the stamp of another record.
+    ASSERT_TRUE(logger.log(kBufferBytes));
+    ASSERT_TRUE(logger.log(kBufferBytes));
+    logger.recycleFront();
+    Support::Faults::armWithoutFault();
+    ASSERT_TRUE(logger.log(kBufferBytes));
+    logger.recycleFront();
+    for (const Support::Faults::Site& site : Support::Faults::sites()) {
+        if (site.call == Support::Faults::Call::CLOCK) {
+            Support::Faults::arm({site.call, site.address, 1, EINVAL});
+        }
+    }
+    ASSERT_TRUE(logger.log(sizeof(LogHeader)));
+    Support::Faults::disarm();
+    ASSERT_EQ(Support::Faults::struck(), 1U);
+    const LogHeader& record = *recordsOf(logger.current()).at(0);
+    EXPECT_EQ(record.timestamp.tv_sec, 0);
+    EXPECT_EQ(record.timestamp.tv_nsec, 0);
 }
 
 }  // namespace
