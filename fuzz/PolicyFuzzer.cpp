@@ -22,6 +22,7 @@
 #include "jlog/TraceJLogger.h"
 #include "LogText.h"
 #include "PolicyModel.h"
+#include "support/Policy.h"
 
 // A host that sets properties, creates and destroys initializers and changes the level, in any
 // order: after each step the library is in the state of the model, and has logged what the model
@@ -132,13 +133,7 @@ const std::type_info& loggerType(uint32_t mode) {
 
 /// The process as if it had just loaded the library.
 void resetStatics() {
-    using Impl = JLogInitializerImpl;
-    Impl::sDefaultLogLevel = 0;
-    Impl::sReleaseVer = Impl::sPreVer = Impl::sMarketVer = Impl::sLaoEnable = false;
-    Impl::sJlogEnable4Market = Impl::sJlogEnable4Pre = false;
-    JLogger::sDebugLevel = 0;
-    JLogger::sInitJlogLevel = JLogger::sLevel = JLogger::sMode = 0;
-    JLogger::sFilter = 0;
+    Support::resetPolicy();
     for (const char* key : kKeys) {
         property_set(key, "");
     }

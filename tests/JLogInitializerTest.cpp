@@ -15,6 +15,7 @@
 #include "jlog/MultiJLogger.h"
 #include "jlog/TraceJLogger.h"
 #include "support/LogCapture.h"
+#include "support/Policy.h"
 #include "support/Properties.h"
 #include "support/TempFolder.h"
 
@@ -53,22 +54,12 @@ Settings operator+(Settings settings, const Settings& more) {
 class JLogInitializerTest : public ::testing::Test {
   protected:
     JLogInitializerTest() {
-        resetPolicy();
+        Support::resetPolicy();
         mProperties.set("vendor.debug.camera.ulog.folder", mFolder.path());
     }
     ~JLogInitializerTest() override {
         EXPECT_EQ(JLogInitializerImpl::sInited, 0);
-        resetPolicy();
-    }
-
-    static void resetPolicy() {
-        using Impl = JLogInitializerImpl;
-        Impl::sDefaultLogLevel = 0;
-        Impl::sReleaseVer = Impl::sPreVer = Impl::sMarketVer = Impl::sLaoEnable = false;
-        Impl::sJlogEnable4Market = Impl::sJlogEnable4Pre = false;
-        JLogger::sDebugLevel = 0;
-        JLogger::sInitJlogLevel = JLogger::sLevel = JLogger::sMode = 0;
-        JLogger::sFilter = 0;
+        Support::resetPolicy();
     }
 
     static std::unique_ptr<Support::Properties> apply(const Settings& settings) {
@@ -135,7 +126,7 @@ TEST_F(JLogInitializerTest, StartUpConfigurationFollowsBuildMaskAndProperties) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
-        resetPolicy();
+        Support::resetPolicy();
         const auto properties = apply(row.settings);
         const JLogInitializer initializer(row.mask);
         EXPECT_EQ(JLogger::sMode, row.mode);
@@ -264,7 +255,7 @@ TEST_F(JLogInitializerTest, UpdateLogLevelFollowsTheBuild) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
-        resetPolicy();
+        Support::resetPolicy();
         const auto build = apply(row.build);
         const JLogInitializer initializer(0);
         JLogger::setLevel(LEVEL_VERBOSE);
