@@ -17,6 +17,11 @@
 
 namespace JCam::Utils::JLog {
 
+// MultiJLogger.cpp has them; a copy of a vtable here might be the hidden one that the linker keeps.
+extern template class MultiJLogger<DefaultJLogger, TraceJLogger>;
+extern template class MultiJLogger<File::FileMergeJLogger, TraceJLogger>;
+extern template class MultiJLogger<File::FileAloneJLogger, TraceJLogger>;
+
 namespace {
 
 using std::memory_order_relaxed;

@@ -21,6 +21,8 @@ void traceEvent(unsigned int moduleId, const char* name) {
 
 }  // namespace
 
+TraceJLogger::~TraceJLogger() = default;
+
 void TraceJLogger::onLogEnter(unsigned int moduleId, const char* name, unsigned int /*requestNo*/) {
     traceEvent(moduleId, name);
 }

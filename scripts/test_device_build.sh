@@ -68,6 +68,8 @@ done
 if ! grep -qF '(BIND_NOW)' <<<"$dynamic" && ! grep -q 'FLAGS.*NOW' <<<"$dynamic"; then
     die "symbols are not bound when the library is loaded: $dynamic"
 fi
+alignments=$(readelf -lW "$library" | awk '$1 == "LOAD" { print $NF }' | sort -u)
+[ "$alignments" = 0x4000 ] || die "segments are aligned to $alignments, not to pages of 16 KiB"
 # Every name that the host's library exports, whatever else the other compiler leaves behind.
 lost=$(comm -23 jlog/abi/exports.txt <(list_exports "$library"))
 [ -z "$lost" ] || die "not exported: $lost"

@@ -12,48 +12,71 @@ template <typename A, typename B>
 class JLOG_EXPORT MultiJLogger : public JLogger {
   public:
     /// Makes both; neither is started.
-    MultiJLogger() = default;
+    MultiJLogger();
     /// Destroys both, as above; what still runs in one is up to its destructor.
-    ~MultiJLogger() override = default;
+    ~MultiJLogger() override;
 
-    // The calls name the member's class: the type is known here, so none of them is virtual.
-
-    void onLogEnter(unsigned int moduleId, const char* name, unsigned int requestNo) override {
-        mFirst.A::onLogEnter(moduleId, name, requestNo);
-        mSecond.B::onLogEnter(moduleId, name, requestNo);
-    }
-
-    void onLogExit(unsigned int moduleId, const char* name, unsigned int requestNo) override {
-        mFirst.A::onLogExit(moduleId, name, requestNo);
-        mSecond.B::onLogExit(moduleId, name, requestNo);
-    }
-
+    void onLogEnter(unsigned int moduleId, const char* name, unsigned int requestNo) override;
+    void onLogExit(unsigned int moduleId, const char* name, unsigned int requestNo) override;
     void onLogDetails(unsigned int moduleId, const char* tag, JLogLevel level, const char* text,
-                      unsigned long length) override {
-        mFirst.A::onLogDetails(moduleId, tag, level, text, length);
-        mSecond.B::onLogDetails(moduleId, tag, level, text, length);
-    }
-
-    void onInit() override {
-        mFirst.A::onInit();
-        mSecond.B::onInit();
-    }
-
+                      unsigned long length) override;
+    void onInit() override;
     /// Stops the second, then the first.
-    void onUninit() override {
-        mSecond.B::onUninit();
-        mFirst.A::onUninit();
-    }
-
+    void onUninit() override;
     /// One after the other: each may take up to `timeoutSec` seconds.
-    void onFlush(int timeoutSec) override {
-        mFirst.A::onFlush(timeoutSec);
-        mSecond.B::onFlush(timeoutSec);
-    }
+    void onFlush(int timeoutSec) override;
 
   private:
     A mFirst;
     B mSecond;
 };
+
+// Defined outside the class, and so not inline: a build that hides inline functions still exports
+// the pairs. The calls name the member's class: the type is known here, so none of them is virtual.
+
+template <typename A, typename B>
+MultiJLogger<A, B>::MultiJLogger() = default;
+
+template <typename A, typename B>
+MultiJLogger<A, B>::~MultiJLogger() = default;
+
+template <typename A, typename B>
+void MultiJLogger<A, B>::onLogEnter(unsigned int moduleId, const char* name,
+                                    unsigned int requestNo) {
+    mFirst.A::onLogEnter(moduleId, name, requestNo);
+    mSecond.B::onLogEnter(moduleId, name, requestNo);
+}
+
+template <typename A, typename B>
+void MultiJLogger<A, B>::onLogExit(unsigned int moduleId, const char* name,
+                                   unsigned int requestNo) {
+    mFirst.A::onLogExit(moduleId, name, requestNo);
+    mSecond.B::onLogExit(moduleId, name, requestNo);
+}
+
+template <typename A, typename B>
+void MultiJLogger<A, B>::onLogDetails(unsigned int moduleId, const char* tag, JLogLevel level,
+                                      const char* text, unsigned long length) {
+    mFirst.A::onLogDetails(moduleId, tag, level, text, length);
+    mSecond.B::onLogDetails(moduleId, tag, level, text, length);
+}
+
+template <typename A, typename B>
+void MultiJLogger<A, B>::onInit() {
+    mFirst.A::onInit();
+    mSecond.B::onInit();
+}
+
+template <typename A, typename B>
+void MultiJLogger<A, B>::onUninit() {
+    mSecond.B::onUninit();
+    mFirst.A::onUninit();
+}
+
+template <typename A, typename B>
+void MultiJLogger<A, B>::onFlush(int timeoutSec) {
+    mFirst.A::onFlush(timeoutSec);
+    mSecond.B::onFlush(timeoutSec);
+}
 
 }  // namespace JCam::Utils::JLog

@@ -15,6 +15,9 @@ class JLOG_EXPORT TraceJLogger : public JLogger {
     /// The trace categories (ATRACE_TAG_...) that would make it write markers: none.
     static constexpr uint64_t kTraceCategoryMask = 0;
 
+    /// Does nothing.
+    ~TraceJLogger() override;
+
     void onLogEnter(unsigned int moduleId, const char* name, unsigned int requestNo) override;
     void onLogExit(unsigned int moduleId, const char* name, unsigned int requestNo) override;
     /// Does nothing.
