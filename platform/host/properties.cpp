@@ -22,7 +22,6 @@ using JCam::Platform::ErrnoKeeper;
 namespace {
 
 constexpr size_t kMaxValueLength = PROPERTY_VALUE_MAX - 1;
-constexpr const char* kNumberBlanks = " \t\n\v\f\r";
 
 size_t copyCut(std::string_view from, char* to) {
     const size_t length = from.copy(to, kMaxValueLength);
@@ -98,11 +97,9 @@ Integer getInteger(const char* key, Integer defaultValue) {
     errno = 0;
     char* end = nullptr;
     const intmax_t number = std::strtoimax(value, &end, 0);
-    if (end == value || errno == ERANGE || !std::in_range<Integer>(number)) {
-        return defaultValue;
-    }
-    end += std::strspn(end, kNumberBlanks);
-    return *end == '\0' ? static_cast<Integer>(number) : defaultValue;
+    // What stands behind the number does not matter.
+    const bool isNumber = end != value && errno != ERANGE && std::in_range<Integer>(number);
+    return isNumber ? static_cast<Integer>(number) : defaultValue;
 }
 
 }  // namespace

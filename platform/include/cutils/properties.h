@@ -27,8 +27,9 @@ extern "C" {
 /// What is longer than the area is cut.
 int property_get(const char* key, char* value, const char* default_value);
 
-/// The value as a number, in octal after 0 and in hexadecimal after 0x, blanks around it allowed.
-/// An absent property, anything else in the value and a number too large give `default_value`.
+/// The number that the value begins with, in octal after 0 and in hexadecimal after 0x; blanks may
+/// stand before it, and anything behind it. An absent property, a value that begins with no number
+/// and a number too large give `default_value`.
 int32_t property_get_int32(const char* key, int32_t default_value);
 int64_t property_get_int64(const char* key, int64_t default_value);
 
