@@ -11,6 +11,7 @@ ClientPackage::ClientPackage() {
     if (length < 1 || mName[0] == '\0') {
         __android_log_print(ANDROID_LOG_ERROR, kTrackLogTag,
                             "get PackName Error! ret:%d curPkgName:%s", length, mName);
+        mName[0] = '\0';  // a call that fails may leave anything
     }
 }
 

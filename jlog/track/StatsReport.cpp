@@ -17,8 +17,9 @@
 
 // Reports to the stats service.
 //
-// Its interface has strings and vectors, which throw when there is no memory. That ends here: this
-// is the one source of the library that is compiled with exceptions, and it lets none out.
+// Its interface has strings and vectors, which throw when there is no memory, and a service that
+// the host itself implements may throw anything. That ends here: this is the one source of the
+// library that is compiled with exceptions, and it lets none out.
 
 // The device maker's name with the stats service. A build sets its own.
 #ifndef JCAM_REVERSE_DOMAIN_NAME
@@ -80,6 +81,22 @@ void logNotSent() {
                         "Unable to send dark screen info to Stats service");
 }
 
+/// Runs `action`; false when that ended with an exception, whatever its type.
+template <typename Action>
+bool runContained(const Action& action) {
+    try {
+        action();
+        return true;
+    } catch (...) {
+        // What is no C++ exception has to go on: glibc unwinds a thread that is cancelled, and ends
+        // the process if somebody stops it.
+        if (std::current_exception() == nullptr) {
+            throw;
+        }
+        return false;
+    }
+}
+
 /// Makes the atom and hands it to the service, if there is one.
 void sendAtom(int32_t atomId, int32_t openId, uint32_t opMode, const char* packageName) {
     const VendorAtom atom{
@@ -102,11 +119,9 @@ void sendAtom(int32_t atomId, int32_t openId, uint32_t opMode, const char* packa
 }  // namespace
 
 std::shared_ptr<IStats> getStatsService() {
-    try {
-        return findService();
-    } catch (const std::exception&) {
-        return nullptr;
-    }
+    std::shared_ptr<IStats> service;
+    static_cast<void>(runContained([&service] { service = findService(); }));
+    return service;
 }
 
 void EventTrackJLogger::writeDarkScreenErrCode(int moduleId, const char* detail) {
@@ -126,9 +141,7 @@ void EventTrackJLogger::writeDarkScreenErrCode(int moduleId, const char* detail)
              package.name(), opMode, openId, detail != nullptr ? detail : "NULL");
     __android_log_print(ANDROID_LOG_INFO, kTrackLogTag, "payload = %s", payload);
 
-    try {
-        sendAtom(atomId, openId, opMode, package.name());
-    } catch (const std::exception&) {
+    if (!runContained([&] { sendAtom(atomId, openId, opMode, package.name()); })) {
         logNotSent();  // and lost, as when the service does not take it
     }
 }

@@ -1,8 +1,29 @@
+#include <dlfcn.h>
+
 #include <atomic>
 #include <climits>
 #include <cstring>
 
+#include <cutils/properties.h>
+
 #include "track/TrackTest.h"
+
+namespace {
+bool sPropertiesFail = false;
+}  // namespace
+
+/// In front of the real one: fails when it is told to, with something left in the buffer.
+#pragma GCC visibility push(default)
+int property_get(const char* key, char* value, const char* default_value) {
+    if (sPropertiesFail) {
+        strcpy(value, "rest");
+        return -1;
+    }
+    static const auto sNext =
+            reinterpret_cast<decltype(&property_get)>(dlsym(RTLD_NEXT, "property_get"));
+    return sNext(key, value, default_value);
+}
+#pragma GCC visibility pop
 
 namespace JCam::Utils::JLog::Track {
 namespace {
@@ -65,7 +86,11 @@ TEST_F(ExceptionFeedbackTest, TheNodeGetsOnePayloadInOneWrite) {
     EXPECT_THAT(takeLines(), ElementsAre(error("get PackName Error! ret:0 curPkgName:"),
                                          info("final payload = " + full)));
 
+    sPropertiesFail = true;
     mTracker->sendHalExcepFbData(0x10025010, std::string(5000, 'd').c_str());
+    sPropertiesFail = false;
+    EXPECT_EQ(takeLines().front(), error("get PackName Error! ret:-1 curPkgName:rest"));
+    EXPECT_THAT(readFile(node()), HasSubstr("$$pkgName@@$$camID@@1$$"));
     EXPECT_EQ(readFile(node()).size(), 1023U);
     EXPECT_EQ(readFile(node()).substr(1000), std::string(23, 'd'));
     EXPECT_EQ(sWrites, 3);

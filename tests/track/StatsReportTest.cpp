@@ -1,7 +1,11 @@
 #include <aidl/android/frameworks/stats/IStats.h>
 
+#include <pthread.h>
+
 #include <cstdlib>
+#include <functional>
 #include <memory>
+#include <stdexcept>
 
 #include <host/ServiceRegistry.h>
 
@@ -23,10 +27,14 @@ class RecordingStats : public IStats {
   public:
     ndk::ScopedAStatus reportVendorAtom(const VendorAtom& atom) override {
         atoms.push_back(atom);
+        if (beforeAnswer) {
+            beforeAnswer();
+        }
         return hasStatus ? ndk::ScopedAStatus::fromStatus(status) : ndk::ScopedAStatus();
     }
 
     std::vector<VendorAtom> atoms;
+    std::function<void()> beforeAnswer;
     binder_status_t status = STATUS_OK;
     bool hasStatus = true;
 };
@@ -132,12 +140,36 @@ TEST_F(StatsReportTest, AFailedReportIsToldOnce) {
     EXPECT_THAT(report(), ElementsAre(notSent));
     mStats->hasStatus = false;
     EXPECT_THAT(report(), ElementsAre(notSent));
-    EXPECT_EQ(mStats->atoms.size(), 2U);
+    mStats->beforeAnswer = [] { throw std::runtime_error("no"); };
+    EXPECT_THAT(report(), ElementsAre(notSent));
+    mStats->beforeAnswer = [] { throw 42; };
+    EXPECT_THAT(report(), ElementsAre(notSent));
+    EXPECT_EQ(mStats->atoms.size(), 4U);
 
     class OtherService : public ndk::ICInterface {};
     ServiceRegistry::setRunning(kInstance, ndk::SharedRefBase::make<OtherService>());
     EXPECT_THAT(report(), ElementsAre(info("Unable to get Stats service!")));
 }
+
+#if defined(__GLIBC__)
+TEST_F(StatsReportTest, AThreadCanBeCancelledInTheService) {
+    ServiceRegistry::setDeclared(kInstance, true);
+    ServiceRegistry::setRunning(kInstance, mStats);
+    mStats->beforeAnswer = [] {
+        pthread_cancel(pthread_self());
+        pthread_testcancel();
+    };
+    const auto entry = [](void* tracker) -> void* {
+        static_cast<EventTrackJLogger*>(tracker)->writeDarkScreenErrCode(0, nullptr);
+        return nullptr;
+    };
+    pthread_t thread{};
+    ASSERT_EQ(pthread_create(&thread, nullptr, entry, mTracker), 0);
+    void* result = nullptr;
+    ASSERT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+}
+#endif
 
 }  // namespace
 }  // namespace JCam::Utils::JLog::Track
