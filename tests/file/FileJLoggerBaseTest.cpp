@@ -86,6 +86,22 @@ const LogDetails& asDetails(const LogHeader* header) {
     return *reinterpret_cast<const LogDetails*>(header);
 }
 
+/// A consumer of its own kind.
+class MovingLogger : public FileJLoggerBase {
+  public:
+    void moveBuffers() {
+        const JLogLock lock(mMutex);
+        std::unique_ptr<Buffer> fresh = allocEmptyBuffer();
+        ASSERT_NE(fresh, nullptr);
+        fresh->makePages();
+        Buffer* const retired = mCurrent.get();
+        mFullBuffers.pushBackFrom(mCurrent, std::move(fresh));
+        EXPECT_EQ(mFullBuffers.front(), retired);
+        EXPECT_EQ(mEmptyBuffers.put(mFullBuffers.remove(retired)), nullptr);
+        EXPECT_EQ(mEmptyBuffers.take().get(), retired);
+    }
+};
+
 class FileJLoggerBaseTest : public ::testing::Test {
   protected:
     /// Keeps the line of every reservation out of the log, as on a device.
@@ -95,6 +111,11 @@ class FileJLoggerBaseTest : public ::testing::Test {
     Support::LogCapture mLog;
     Support::Interpose::Scope mInterpose;
 };
+
+TEST_F(FileJLoggerBaseTest, SubclassesLinkWithAllThatTheyAreOffered) {
+    MovingLogger().moveBuffers();
+    EXPECT_EQ(Support::Interpose::liveBuffers(), 0);
+}
 
 TEST_F(FileJLoggerBaseTest, RecordsKeepWhatWasLoggedWithinTheirBounds) {
     OpenLogger logger;

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "jlog/file/LogRecord.h"
+#include "jlog/JLogExport.h"
 
 namespace JCam::Utils::JLog::File {
 
@@ -18,7 +19,8 @@ inline constexpr size_t kBufferBytes = 262144;
 inline constexpr size_t kCacheLineBytes = 64;
 
 /// One block of records, packed back to back from the start of `data` to `writePtr`. It is owned by
-/// exactly one of the logger's current slot, its queue and its pool.
+/// exactly one of the logger's current slot, its queue and its pool. Exported, like list and pool,
+/// for subclasses of FileJLoggerBase, which move buffers.
 ///
 /// Life: fresh -> current (records are reserved) -> full (queued) -> rendered once no writer is
 /// pending -> into the pool or freed. A pooled buffer is reset when it is used again.
@@ -26,7 +28,7 @@ inline constexpr size_t kCacheLineBytes = 64;
 /// A crash dump walks slot and queue without the mutex, at any moment. For its sake a buffer is
 /// always found in one of the two until its text is in a file (or is given up, where there is no
 /// file or no consumer), and nobody reuses or frees a buffer while a dump runs (see CrashGate).
-struct Buffer {
+struct JLOG_EXPORT Buffer {
     /// Set in pendingWriters once the buffer is full, that is retired to the queue. It shares the
     /// word with the count because the last writer must learn both from its own decrement: a moment
     /// later the consumer may have freed the buffer.
@@ -145,7 +147,7 @@ class BufferSlot {
 /// buffers, so that queueing, which happens on callers' threads, never allocates. Changed under the
 /// logger's mutex; a crash dump walks from peekFront() along `next` without it, and where a damaged
 /// link ends its way, from peekBack() along `prev`.
-class BufferList {
+class JLOG_EXPORT BufferList {
   public:
     /// Empty.
     BufferList() = default;
@@ -181,7 +183,7 @@ class BufferList {
 
 /// A few buffers for the next burst. They are not linked, and keep their records until they are
 /// used again, for a crash dump that may have them in hand still. Under the logger's mutex.
-class BufferPool {
+class JLOG_EXPORT BufferPool {
   public:
     /// How many it keeps: 768 KiB.
     static constexpr size_t kMaxBuffers = 3;
