@@ -57,6 +57,23 @@ const char* orEmpty(const char* text) {
     return text != nullptr ? text : "";
 }
 
+/// A text of logFormatted(), with room for its NUL.
+using Text = char[JLogger::kMaxTextChars + 1];
+
+/// Formats like vsnprintf, and returns the characters of what was kept.
+size_t formatText(Text& text, const char* format, va_list arguments) {
+    const int chars = vsnprintf(text, sizeof(text), format, arguments);
+    if (chars >= 0) {
+        return std::min<size_t>(static_cast<size_t>(chars), sizeof(text) - 1);
+    }
+    // An argument that cannot be converted, like a wide character without a multibyte form: the
+    // format still tells which message it was.
+    const size_t kept = strnlen(format, sizeof(text) - 1);
+    memcpy(text, format, kept);
+    text[kept] = '\0';
+    return kept;
+}
+
 }  // namespace
 
 // Load order: the installed logger and the default logger are constants, in place before any code
@@ -152,19 +169,12 @@ void JLogger::logNormalDetails(unsigned int moduleId, const char* tag, JLogLevel
 void JLogger::logFormatted(unsigned int moduleId, const char* tag, JLogLevel level,
                            const char* format, ...) noexcept {
     const int callersErrno = errno;
-    char text[kMaxTextChars + 1];
+    Text text;
     va_list arguments;
     va_start(arguments, format);
-    const int chars = vsnprintf(text, sizeof(text), format, arguments);
+    const size_t chars = formatText(text, format, arguments);
     va_end(arguments);
-    if (chars >= 0) {
-        logNormalDetails(moduleId, tag, level, text,
-                         std::min(static_cast<unsigned long>(chars), kMaxTextChars));
-    } else {
-        // An argument that cannot be converted, like a wide character without a multibyte form: the
-        // format still tells which message it was.
-        logNormalDetails(moduleId, tag, level, format, strlen(format));
-    }
+    logNormalDetails(moduleId, tag, level, text, chars);
     errno = callersErrno;
 }
 

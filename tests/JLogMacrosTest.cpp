@@ -13,6 +13,13 @@
 #include "jlog/DefaultJLogger.h"
 #include "support/RecordingLogger.h"
 
+#define HUNDRED                                                                                    \
+    "01234567890123456789012345678901234567890123456789012345678901234567890123456789012345678901" \
+    "23456789"
+#define KILOBYTE                                                                    \
+    HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED \
+            "the last ones of all"
+
 namespace JCam::Utils::JLog {
 namespace {
 
@@ -117,11 +124,14 @@ TEST_F(JLogMacrosTest, TextIsCutAfter1023BytesAndErrnoIsTheCallers) {
     logErrno();
     // No multibyte character: the text cannot be made, and errno says so.
     JLOGI(MODULE_PREVIEW, "wide %lc", wint_t{INT_MAX});
+    JLOGI(MODULE_PREVIEW, "%lc" KILOBYTE, wint_t{INT_MAX});
     EXPECT_EQ(errno, ENOENT);
     const std::string whole = "log: details 4 'IspNode' 3 '" + longest + "' 1023";
     EXPECT_THAT(mCalls, ElementsAre(whole, whole,
                                     "log: details 4 'IspNode' 3 '2 No such file or directory' 27",
-                                    "log: details 4 'IspNode' 3 'wide %lc' 8"));
+                                    "log: details 4 'IspNode' 3 'wide %lc' 8",
+                                    "log: details 4 'IspNode' 3 '" +
+                                            std::string("%lc" KILOBYTE, 1023) + "' 1023"));
 }
 
 }  // namespace
