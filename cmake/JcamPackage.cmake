@@ -20,6 +20,12 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
     DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+# Where README's references lead.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs
+    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
+    PATTERN Doxyfile EXCLUDE)
+install(FILES ${PROJECT_SOURCE_DIR}/platform/README.md
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/platform COMPONENT development)
 
 # CMake: find_package(jcam_jlog), target jcam::jlog; on a host also jcam::platform and jcam::jlc_vnd.
 set(configFolder ${CMAKE_INSTALL_LIBDIR}/cmake/jcam_jlog)

@@ -6,7 +6,8 @@ set(JCAM_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, for example addre
 option(JCAM_WERROR "Take warnings for errors" ${PROJECT_IS_TOP_LEVEL})
 
 function(jcam_target_defaults target)
-    target_compile_features(${target} PUBLIC cxx_std_20)
+    # Headers that are installed ask less of who includes them.
+    target_compile_features(${target} PRIVATE cxx_std_20 INTERFACE cxx_std_17)
     set_target_properties(${target} PROPERTIES
         CXX_EXTENSIONS OFF
         CXX_VISIBILITY_PRESET hidden

@@ -8,7 +8,9 @@ usage: scripts/test_package.sh
 
 Installs the release build, moves the tree elsewhere, and builds and runs examples/consumer
 against it, by find_package and by pkg-config; then the same with what the Debian packages
-contain. Everything stays under build/package, the packages too.
+contain. The consumer and the headers are compiled as C++17 and as C++20, by g++ and
+by clang++, without a warning. Looks for the documents that README names. Everything stays under
+build/package, the packages too.
 TEXT
     exit 0
 fi
@@ -18,7 +20,14 @@ build_by_pkg_config() {
     local flags
     # In the words of a shell: a path may have blanks.
     eval "flags=($(pkg-config --cflags --libs "${@:3}"))"
-    g++ -std=c++20 "$2" "${flags[@]}" -o "$1"
+    g++ -std=c++17 "$2" "${flags[@]}" -o "$1"
+}
+
+# Compiles the headers below the folder $1 with compiler $2 as C++$3.
+compile_headers() {
+    (cd "$1" && find jlog -name '*.h' -printf '#include "%p"\n') |
+        "$2" "-std=c++$3" -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$1" -x c++ - ||
+        die "the headers do not compile with $2 as C++$3"
 }
 
 # Runs program $1 with its libraries in folder $2. Of what it logs the rest of the arguments are part.
@@ -36,9 +45,22 @@ test_tree() {
     local prefix=$1 folder=$2 library
     library=$(dirname "$(find "$prefix" -name libjcam_jlog.so)")
     local consumer=(' E Consumer: 10 lines are enough' 'D JLOG    : main R[1] M[Common : 2] -')
-    cmake -S examples/consumer -B "$folder/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
-    cmake --build "$folder/cmake" >/dev/null
-    run_program "$folder/cmake/consumer" "" "${consumer[@]}"
+    for compiler in g++ clang++; do
+        for standard in 17 20; do
+            compile_headers "$prefix/include" "$compiler" "$standard"
+            local build=$folder/$compiler-c++$standard
+            cmake -S examples/consumer -B "$build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
+                -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_STANDARD="$standard" \
+                -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wpedantic -Werror" >/dev/null
+            cmake --build "$build" >/dev/null
+            run_program "$build/consumer" "" "${consumer[@]}"
+        done
+    done
+
+    local document
+    while read -r document; do
+        [ -f "$prefix/share/doc/jcam_jlog/$document" ] || die "README names $document, which is not in $prefix"
+    done < <(grep -oE '[a-z]+/[A-Za-z-]+\.md' README.md | sort -u)
 
     export PKG_CONFIG_PATH="$library/pkgconfig"
     mkdir -p "$folder/pkg-config"
@@ -50,12 +72,15 @@ test_tree() {
     run_program "$folder/pkg-config/quickstart" "$library" ' D IspNode : gain 2.50'
 }
 
-need_packages dpkg-dev file pkg-config
+need_packages clang dpkg-dev file pkg-config
 build_preset release
-unset ANDROID_LOG_TAGS JCAM_PROPERTIES
+unset ANDROID_LOG_TAGS
 package=$PWD/build/package
 rm -rf "$package"
 mkdir -p "$package"
+# At level debug, so that the Android log gets scopes, too.
+echo persist.vendor.jovix.camera.log_level=3 >"$package/properties"
+export JCAM_PROPERTIES=$package/properties
 
 cmake --install build/release --prefix "$package/installed" --strip >/dev/null
 mv "$package/installed" "$package/moved"

@@ -43,7 +43,7 @@ class JLOG_EXPORT JLOG_CAPABILITY("mutex") JLogMutex {
   public:
     /// Waits until the mutex is free, and takes it.
     void lock() JLOG_ACQUIRE() {
-        if (!mMutex.try_lock()) [[unlikely]] {
+        if (__builtin_expect(!mMutex.try_lock(), false) != 0) {
             lockContended();
         }
     }

@@ -32,7 +32,7 @@ class RunningNumber {
     using Text = uint8_t __attribute__((vector_size(kTextBytes)));
 
     void advanceTo(uint32_t value) {
-        if (value == mNext && value <= mLastOfTen) [[likely]] {
+        if (__builtin_expect(value == mNext && value <= mLastOfTen, true) != 0) {
             mText += mStep;
             mNext = value + uint64_t{1};
         } else if (value == mNext && value <= mLastOfHundred) {
