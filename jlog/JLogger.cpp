@@ -136,6 +136,10 @@ bool JLogger::isDefaultModeEnabled() {
     return isModeEnabled(MODE_DEFAULT);
 }
 
+bool JLogger::isDefaultJLoggerInstalled() {
+    return getLogger() == getDefaultJLogger();
+}
+
 bool JLogger::isFileModeEnabled() {
     const uint32_t mode = sMode.load(std::memory_order_relaxed);
     const bool enable = (mode & (MODE_FILE_MERGE | MODE_FILE_ALONE)) != 0;
@@ -174,6 +178,24 @@ void JLogger::logFormatted(unsigned int moduleId, const char* tag, JLogLevel lev
     va_start(arguments, format);
     const size_t chars = formatText(text, format, arguments);
     va_end(arguments);
+    logNormalDetails(moduleId, tag, level, text, chars);
+    errno = callersErrno;
+}
+
+void JLogger::logRateLimited(unsigned int moduleId, const char* tag, JLogLevel level,
+                             unsigned int heldBack, const char* format, ...) noexcept {
+    const int callersErrno = errno;
+    Text text;
+    va_list arguments;
+    va_start(arguments, format);
+    size_t chars = formatText(text, format, arguments);
+    va_end(arguments);
+    if (heldBack > 0) {
+        constexpr size_t kSuffixBytes = sizeof(" (4294967295 held back)");
+        chars = std::min(chars, sizeof(text) - kSuffixBytes);
+        chars += static_cast<size_t>(
+                snprintf(text + chars, kSuffixBytes, " (%u held back)", heldBack));
+    }
     logNormalDetails(moduleId, tag, level, text, chars);
     errno = callersErrno;
 }

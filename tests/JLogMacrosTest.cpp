@@ -4,7 +4,9 @@
 #include <cerrno>
 #include <climits>
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -66,7 +68,7 @@ TEST_F(JLogMacrosTest, WantedCallsAreFormattedAtTheirLevelUnderTheTagOfTheFile) 
     JLOGI(MODULE_VIDEO, "%s", "");
     JLOGD(MODULE_VIDEO | 0x40U, "d");
     JLOGV(4, "v");
-    JLOG_DETAILS(MODULE_PREVIEW, LEVEL_DEBUG_HIGH, "%d", 4);
+    JLOG_DEBUG_HIGH(MODULE_PREVIEW, "%d", 4);
     JLOG_DETAILS(MODULE_PREVIEW, JLogLevel{}, "no level");
     EXPECT_THAT(mCalls,
                 ElementsAre("log: details 4 'IspNode' 1 'plain, 100%' 11",
@@ -80,8 +82,10 @@ TEST_F(JLogMacrosTest, ArgumentsOfAnUnwantedCallAreNotEvaluated) {
     JLOGD(MODULE_PREVIEW, "%d", evaluate());
     JLOGE(MODULE_CAPTURE, "%d", evaluate());
     JLOGE(MODULE_INVALID, "%d", evaluate());
-    // Not one bit of it is a module's.
-    JLOGE(MODULE_MAX, "%d", evaluate());
+    // Of a variable the low 32 bits count.
+    const uint64_t large = uint64_t{1} << (evaluate() + 31);
+    JLOGE(large, "%d", evaluate());
+    mEvaluated = 0;
     EXPECT_EQ(mEvaluated, 0);
     EXPECT_THAT(mCalls, IsEmpty());
     // Module and level are, once.
@@ -132,6 +136,56 @@ TEST_F(JLogMacrosTest, TextIsCutAfter1023BytesAndErrnoIsTheCallers) {
                                     "log: details 4 'IspNode' 3 'wide %lc' 8",
                                     "log: details 4 'IspNode' 3 '" +
                                             std::string("%lc" KILOBYTE, 1023) + "' 1023"));
+}
+
+TEST_F(JLogMacrosTest, ARateLimitSaysHowManyCallsItHeldBack) {
+    const std::string longest(1023, 'x');
+    const auto log = [&](int64_t ms) { JLOGW_EVERY_MS(MODULE_VIDEO, ms, "%s", longest.c_str()); };
+    log(0);
+    for (int i = 0; i < 12; ++i) {
+        log(3'600'000);
+    }
+    log(0);
+    JLogger::setLevel(LEVEL_ERROR);
+    log(0);
+    JLogger::setLevel(LEVEL_WARN);
+    log(0);
+    const std::string whole = "log: details 16 'IspNode' 2 '" + longest + "' 1023";
+    EXPECT_THAT(mCalls, ElementsAre(whole,
+                                    "log: details 16 'IspNode' 2 '" + longest.substr(0, 1000) +
+                                            " (12 held back)' 1015",
+                                    whole));
+    mCalls.clear();
+    for (int i = 0; i < 3; ++i) {
+        JLOGE_EVERY_MS(MODULE_VIDEO, 3'600'000, "%d", evaluate());
+    }
+    EXPECT_EQ(mEvaluated, 1);
+}
+
+TEST(JLogRateLimit, AccountsForEveryCallOfEveryThread) {
+    JLogRateLimit limit;
+    std::atomic<unsigned int> admitted{0};
+    std::atomic<unsigned int> told{0};
+    constexpr unsigned int kThreads = 4;
+    constexpr unsigned int kCalls = 20000;
+    std::vector<std::thread> threads;
+    for (unsigned int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+            for (unsigned int call = 0; call < kCalls; ++call) {
+                unsigned int heldBack = 0;
+                if (limit.admit(1, heldBack)) {
+                    ++admitted;
+                    told += heldBack;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    unsigned int heldBack = 0;
+    ASSERT_TRUE(limit.admit(0, heldBack));
+    EXPECT_EQ(admitted + told + heldBack, kThreads * kCalls);
 }
 
 }  // namespace

@@ -49,9 +49,9 @@ bool wantsMetadata(const Stream& stream) {
 uint64_t wantedScopes(const Stream& stream) {
     uint64_t scopes = 0;
     for (const Node& node : stream.nodes) {
-        scopes += JLogger::isModuleEnabled(node.moduleId()) ? 1U : 0U;
+        scopes += JLogger::wantsScope(node.moduleId()) ? 1U : 0U;
     }
-    scopes += JLogger::isModuleEnabled(stream.moduleId) ? 1U : 0U;
+    scopes += JLogger::wantsScope(stream.moduleId) ? 1U : 0U;
     scopes += wantsMetadata(stream) ? 1U : 0U;
     return scopes;
 }

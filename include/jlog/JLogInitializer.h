@@ -33,7 +33,7 @@ class JLOG_EXPORT JLogInitializer {
     /// `mask` is a combination of JLogEnableMask, of which only the first initializer's counts.
     /// Allocates, and blocks while the file logger makes room for its first file and creates it.
     /// Without memory for the initializer itself nothing is initialised, and it does not count.
-    explicit JLogInitializer(int mask);
+    [[nodiscard]] explicit JLogInitializer(int mask);
     /// The last one waits, without a bound, until the file logger has written everything and closed
     /// its file. Whoever logs has stopped before.
     ~JLogInitializer();

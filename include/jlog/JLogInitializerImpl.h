@@ -22,7 +22,8 @@ struct JLogInitParam {
 /// other build is an engineering build. Aging builds, which run for days under heat, are told by a
 /// property of their own.
 ///
-/// A host holds a JLogInitializer; of this class it reads the flags, and asks for the kind of build.
+/// A host holds a JLogInitializer; of this class it reads the flags, and asks for the kind of
+/// build.
 ///
 /// Threads: instances are created and destroyed on one thread; the static functions run on any.
 class JLOG_EXPORT JLogInitializerImpl {

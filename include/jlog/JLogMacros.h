@@ -9,26 +9,34 @@
 ///     using namespace JCam::Utils::JLog;
 ///
 ///     void IspNode::process(const Request& request) {
-///         JLOG_SCOPE(MODULE_PREVIEW, "process", request.number);
+///         JLOG_FUNCTION_SCOPE(MODULE_PREVIEW, request.number);
 ///         JLOGD(MODULE_PREVIEW, "gain %.2f", request.gain);
+///         if (request.isLate()) {
+///             JLOGW_EVERY_MS(MODULE_PREVIEW, 1000, "late by %d ms", request.lateMs);
+///         }
 ///     }
 ///
-/// `module` is a ModuleId or any other id of 32 bits; the macros JLOGE to JLOGV and JLOG_DETAILS
-/// take printf's format and arguments behind it, which the compiler holds against each other. The
-/// tag of their lines is JLOG_TAG, which each source defines for itself: an expression of type
-/// const char*.
+/// `module` is a ModuleId or any other id of 32 bits; a larger constant does not compile, and of a
+/// larger variable the low 32 bits count. The macros for messages take printf's format and
+/// arguments behind it, which the compiler holds against each other. The tag of their lines is
+/// JLOG_TAG, which each source defines for itself: an expression of type const char*.
 ///
 /// A call whose level or module is off costs the test alone: its arguments are not evaluated. A
 /// text is formatted in the library, into memory on the stack, and cut after 1023 bytes. Module and
 /// level are evaluated once. Any thread; not in a signal handler. For sources: in an inline
 /// function of a header, each source that includes it would have another tag.
 
+#include <cstdint>
+#include <type_traits>
+
 #include "jlog/JLogger.h"
+#include "jlog/JLogRateLimit.h"
 #include "jlog/JLogScope.h"
 
 /// The most verbose level that is compiled in, a number of JLogLevel: 6, all that there are, unless
-/// set; 0 for none. Calls above it leave no code behind, whatever the properties say. Set it on the
-/// command line or before this file is included; each source may have its own.
+/// set; 0 for none. Calls above it leave no code behind, whatever the properties say, and nor do
+/// scopes where it is below LEVEL_DEBUG. Set it on the command line or before this file is
+/// included; each source may have its own.
 #ifndef JLOG_MAX_LEVEL
 #define JLOG_MAX_LEVEL 6
 #endif
@@ -41,38 +49,126 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
 #define JLOGW(module, ...) JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_WARN, __VA_ARGS__)
 /// At level info: a few times a session.
 #define JLOGI(module, ...) JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_INFO, __VA_ARGS__)
+/// Between info and debug: printed like debug, and logged already at threshold 4.
+#define JLOG_DEBUG_HIGH(module, ...) \
+    JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_DEBUG_HIGH, __VA_ARGS__)
 /// At level debug: a few times a request.
 #define JLOGD(module, ...) JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_DEBUG, __VA_ARGS__)
 /// At level verbose: everything else.
 #define JLOGV(module, ...) JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_VERBOSE, __VA_ARGS__)
 
-/// The same at any JLogLevel: LEVEL_DEBUG_HIGH, or one that is known at run time only.
+/// The same at any JLogLevel, also one that is known at run time only.
 #define JLOG_DETAILS(module, level, ...) \
     JLOG_DETAILS_COUNTED(__COUNTER__, module, level, __VA_ARGS__)
 /// Not for call sites: the second step of JLOG_DETAILS, in which `number` is expanded.
 #define JLOG_DETAILS_COUNTED(number, module, level, ...) \
     JLOG_DETAILS_NAMED(number, module, level, __VA_ARGS__)
-/// Not for call sites: the third step. The variables have names of this call's own, so that its
-/// arguments may have a call in them.
-#define JLOG_DETAILS_NAMED(number, module, level, ...)                                           \
+/// Not for call sites: the third step.
+#define JLOG_DETAILS_NAMED(number, module, level, ...)                                  \
+    do {                                                                                \
+        JLOG_IF_WANTED(number, module, level) {                                         \
+            ::JCam::Utils::JLog::JLogger::logFormatted(jlogModule##number, JLOG_TAG,    \
+                                                       jlogLevel##number, __VA_ARGS__); \
+        }                                                                               \
+    } while (false)
+
+/// Logs like JLOGE, but at most once in `ms` milliseconds from this place in the source, whichever
+/// threads come by. A text for which others were held back ends in "(N held back)". What was held
+/// back after the last one is told with the next. No lock.
+#define JLOGE_EVERY_MS(module, ms, ...) \
+    JLOG_DETAILS_EVERY_MS(module, ::JCam::Utils::JLog::LEVEL_ERROR, ms, __VA_ARGS__)
+/// The same at level warn.
+#define JLOGW_EVERY_MS(module, ms, ...) \
+    JLOG_DETAILS_EVERY_MS(module, ::JCam::Utils::JLog::LEVEL_WARN, ms, __VA_ARGS__)
+/// The same at level info.
+#define JLOGI_EVERY_MS(module, ms, ...) \
+    JLOG_DETAILS_EVERY_MS(module, ::JCam::Utils::JLog::LEVEL_INFO, ms, __VA_ARGS__)
+/// The same at level debug.
+#define JLOGD_EVERY_MS(module, ms, ...) \
+    JLOG_DETAILS_EVERY_MS(module, ::JCam::Utils::JLog::LEVEL_DEBUG, ms, __VA_ARGS__)
+/// The same at level verbose.
+#define JLOGV_EVERY_MS(module, ms, ...) \
+    JLOG_DETAILS_EVERY_MS(module, ::JCam::Utils::JLog::LEVEL_VERBOSE, ms, __VA_ARGS__)
+/// The same at any JLogLevel.
+#define JLOG_DETAILS_EVERY_MS(module, level, ms, ...) \
+    JLOG_EVERY_MS_COUNTED(__COUNTER__, module, level, ms, __VA_ARGS__)
+/// Not for call sites: the second step, in which `number` is expanded.
+#define JLOG_EVERY_MS_COUNTED(number, module, level, ms, ...) \
+    JLOG_EVERY_MS_NAMED(number, module, level, ms, __VA_ARGS__)
+/// Not for call sites: the third step.
+#define JLOG_EVERY_MS_NAMED(number, module, level, ms, ...)                                      \
     do {                                                                                         \
-        const auto jlogModule##number = static_cast<unsigned int>(module);                       \
-        const ::JCam::Utils::JLog::JLogLevel jlogLevel##number = (level);                        \
-        if (jlogLevel##number <= JLOG_MAX_LEVEL &&                                               \
-            ::JCam::Utils::JLog::JLogger::wantsDetails(jlogModule##number, jlogLevel##number)) { \
-            ::JCam::Utils::JLog::JLogger::logFormatted(jlogModule##number, JLOG_TAG,             \
-                                                       jlogLevel##number, __VA_ARGS__);          \
+        JLOG_IF_WANTED(number, module, level) {                                                  \
+            static ::JCam::Utils::JLog::JLogRateLimit jlogLimit##number;                         \
+            unsigned int jlogHeldBack##number = 0;                                               \
+            if (jlogLimit##number.admit((ms), jlogHeldBack##number)) {                           \
+                ::JCam::Utils::JLog::JLogger::logRateLimited(jlogModule##number, JLOG_TAG,       \
+                                                             jlogLevel##number,                  \
+                                                             jlogHeldBack##number, __VA_ARGS__); \
+            }                                                                                    \
         }                                                                                        \
     } while (false)
 
 /// Logs that request `requestNo` enters a scope here and, at the end of the block, that it leaves
-/// it, if the module is wanted. `name` must outlive the block. `requestNo` is an integer, of which
-/// the low 32 bits are logged. JLOG_MAX_LEVEL has no bearing on it.
-#define JLOG_SCOPE(module, name, requestNo)                                           \
-    const ::JCam::Utils::JLog::JLogScope JLOG_SCOPE_NAME(__COUNTER__) {               \
-        static_cast<unsigned int>(module), name, static_cast<unsigned int>(requestNo) \
+/// it, if that is wanted: JLogScope tells when. `name` must outlive the block. `requestNo` is an
+/// integer, of which the low 32 bits are logged. Name and number are evaluated whether or not the
+/// scope is wanted, but not where JLOG_MAX_LEVEL compiles it out.
+#define JLOG_SCOPE(module, name, requestNo) JLOG_SCOPE_COUNTED(__COUNTER__, module, name, requestNo)
+/// The same with the name of the function that it stands in.
+#define JLOG_FUNCTION_SCOPE(module, requestNo) JLOG_SCOPE(module, __func__, requestNo)
+/// Not for call sites: the second step of JLOG_SCOPE, in which `number` is expanded.
+#define JLOG_SCOPE_COUNTED(number, module, name, requestNo) \
+    JLOG_SCOPE_NAMED(number, module, name, requestNo)
+/// Not for call sites: the third step.
+#define JLOG_SCOPE_NAMED(number, module, name, requestNo)                                  \
+    const ::JCam::Utils::JLog::JLogScope jlogScope##number =                               \
+            JLOG_MAX_LEVEL >= ::JCam::Utils::JLog::LEVEL_DEBUG                             \
+                    ? ::JCam::Utils::JLog::JLogScope(JLOG_MODULE(module), name,            \
+                                                     static_cast<unsigned int>(requestNo)) \
+                    : ::JCam::Utils::JLog::JLogScope()
+
+/// Not for call sites: the test of a message. The variables have names of this call's own, so that
+/// its arguments may have a call in them.
+#define JLOG_IF_WANTED(number, module, level)                                               \
+    static_assert(__builtin_strcmp(JLOG_STRING(JLOG_TAG), "JLOG_TAG") != 0,                 \
+                  "JLOG_TAG is missing: #define JLOG_TAG \"Name\" gives the lines of this " \
+                  "source their tag");                                                      \
+    const unsigned int jlogModule##number = JLOG_MODULE(module);                            \
+    const ::JCam::Utils::JLog::JLogLevel jlogLevel##number = (level);                       \
+    if (jlogLevel##number <= JLOG_MAX_LEVEL &&                                              \
+        ::JCam::Utils::JLog::JLogger::wantsDetails(jlogModule##number, jlogLevel##number))
+
+/// Not for call sites: the text of what the argument expands to.
+#define JLOG_STRING(...) JLOG_STRINGIFY(__VA_ARGS__)
+/// Not for call sites: the second step of JLOG_STRING.
+#define JLOG_STRINGIFY(...) #__VA_ARGS__
+
+/// Not for call sites: the 32 bits of a module. The compiler looks at the value only where it is
+/// constant; elsewhere __builtin_constant_p is 0, and nothing is evaluated.
+#define JLOG_MODULE(module)                                         \
+    ::JCam::Utils::JLog::moduleBits<__builtin_constant_p(module) && \
+                                    ::JCam::Utils::JLog::isTooLargeForModule(module)>(module)
+
+namespace JCam::Utils::JLog {
+
+/// Not for call sites: whether an id has more than 32 bits.
+template <typename Id>
+constexpr bool isTooLargeForModule(const Id& id) {
+    if constexpr (std::is_integral_v<Id> || std::is_enum_v<Id>) {
+        return sizeof(Id) > sizeof(uint32_t) && static_cast<uint64_t>(id) > UINT32_MAX;
+    } else {
+        return false;
     }
-/// Not for call sites: a name for the object of a JLOG_SCOPE, however many stand in one block.
-#define JLOG_SCOPE_NAME(number) JLOG_SCOPE_PASTE(number)
-/// Not for call sites: the second step of JLOG_SCOPE_NAME, in which `number` is expanded.
-#define JLOG_SCOPE_PASTE(number) jlogScope##number
+}
+
+/// Not for call sites: what JLOG_MODULE makes of a module, or why it does not compile.
+template <bool kIsTooLarge, typename Id>
+constexpr unsigned int moduleBits(const Id& id) {
+    static_assert(std::is_constructible_v<unsigned int, const Id&> || std::is_enum_v<Id>,
+                  "the module is missing: the first argument is a ModuleId, as in "
+                  "JLOGD(MODULE_PREVIEW, \"gain %d\", gain)");
+    static_assert(!kIsTooLarge, "a module id has at most 32 bits");
+    return static_cast<unsigned int>(id);
+}
+
+}  // namespace JCam::Utils::JLog

@@ -120,6 +120,17 @@ class JLOG_EXPORT JLogger {
         return (sFilter.load(std::memory_order_relaxed) & moduleId) != 0;
     }
 
+    /// Whether enter and exit of a scope are wanted, for JLogScope: a filter bit passes and, where
+    /// the Android log is the installed back end, so does LEVEL_DEBUG, the priority that it prints
+    /// them at. The files of a file logger have every scope, at any level. Inlined, but for what is
+    /// asked last.
+    static bool wantsScope(unsigned int moduleId) {
+        return isModuleEnabled(moduleId) &&
+               (sLevel.load(std::memory_order_relaxed) >= LEVEL_DEBUG ||
+                ((sMode.load(std::memory_order_relaxed) & MODE_DEFAULT) == 0 &&
+                 !isDefaultJLoggerInstalled()));
+    }
+
     // The entry points. A back end must not throw: nothing here is built for it, and call sites are
     // smaller for knowing.
 
@@ -138,6 +149,11 @@ class JLOG_EXPORT JLogger {
     static void logFormatted(unsigned int moduleId, const char* tag, JLogLevel level,
                              const char* format, ...) noexcept
             __attribute__((format(printf, 4, 5), cold));
+    /// The same for a call site that has held `heldBack` calls back: unless that is 0, the text
+    /// ends in " (N held back)", for which more of it is cut where it would be too long.
+    static void logRateLimited(unsigned int moduleId, const char* tag, JLogLevel level,
+                               unsigned int heldBack, const char* format, ...) noexcept
+            __attribute__((format(printf, 5, 6), cold));
     /// Asks the installed logger to push out what it buffers, waiting up to `timeoutSec` seconds.
     static void flush(int timeoutSec);
 
@@ -162,6 +178,10 @@ class JLOG_EXPORT JLogger {
   protected:
     /// For back ends. Constant, for those that are there before any code runs.
     constexpr JLogger() = default;
+
+  private:
+    /// Whatever the mode says: that stays as it is when the last initializer goes.
+    static bool isDefaultJLoggerInstalled();
 };
 
 }  // namespace JCam::Utils::JLog
