@@ -113,6 +113,18 @@ class DumpPriority {
 /// Relaxed: one thread sets and takes it.
 std::atomic<int> sPostponed{0};
 
+/// The thread, and the signal, that cameBack() was asked about last; 0 before, and when the signal
+/// has been taken. Relaxed: a thread looks for what it has stored itself.
+std::atomic<uint64_t> sRaised{0};
+
+/// To be asked before a signal is raised for an action that is not known here: whether this thread
+/// has done so before, and that action has only led here again.
+bool cameBack(int sig) {
+    const uint64_t self =
+            uint64_t{static_cast<uint32_t>(gettid())} << 32 | static_cast<uint32_t>(sig);
+    return sRaised.exchange(self, std::memory_order_relaxed) == self;
+}
+
 /// Whether the signal was sent, as opposed to a fault of the thread.
 bool wasSent(const siginfo_t& info) {
     return info.si_code <= 0;
@@ -170,7 +182,11 @@ bool handOn(int sig, siginfo_t* info, void* context, const struct sigaction& act
     }
     // Blocked while its handler runs, the signal stays pending until the handler returns.
     raise(sig);
-    return !isPending(sig);
+    if (isPending(sig)) {
+        return false;
+    }
+    sRaised.store(0, std::memory_order_relaxed);
+    return true;
 }
 
 }  // namespace
@@ -230,11 +246,13 @@ struct sigaction FileJLoggerBase::restoreAction(int sig, const struct sigaction*
         sigaction(sig, &previous, nullptr);
         return previous;
     }
-    // A signal that is none of the three, or a hook that was armed on top of another one: there is
-    // no action to go back to. The default one, lest the signal come back here for ever.
+    // A hook that was armed on top of another one, a logger that is gone, or a signal that is none
+    // of the three: there is no action to go back to. The default one, lest the signal come back
+    // here for ever. Where somebody else's action is in place and may be the one that the signal is
+    // for, that takes it first, and the default one follows if it only leads here again.
     struct sigaction current = {};
     sigaction(sig, nullptr, &current);
-    if (isOurs(current)) {
+    if (found != nullptr || isOurs(current) || cameBack(sig)) {
         sigaction(sig, &previous, nullptr);
     }
     return previous;

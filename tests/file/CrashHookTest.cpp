@@ -396,6 +396,52 @@ TEST_F(CrashHookTest, SignalWithoutAnActionToGoBackToEndsTheProcess) {
               (Ending{Ending::KILLED, SIGSEGV}));
 }
 
+/// The action that a host's own has found, and to which it hands the signal on.
+struct sigaction sFoundByHost;
+
+void installHostOnTop(int sig) {
+    struct sigaction host = {};
+    host.sa_flags = SA_SIGINFO;
+    host.sa_sigaction = [](int signal, siginfo_t* info, void* context) {
+        require(++sSeenValue < 5, 1);
+        sFoundByHost.sa_sigaction(signal, info, context);
+    };
+    sigaction(sig, &host, &sFoundByHost);
+}
+
+TEST_F(CrashHookTest, SignalUnderAHostsHandlerOnTopEndsTheProcess) {
+    for (const int sig : kSignals) {
+        SCOPED_TRACE(strsignal(sig));
+        EXPECT_EQ(runChild([&] {
+                      auto logger = std::make_unique<BufferingLogger>();
+                      logger->initHook();
+                      installHostOnTop(sig);
+                      logger.reset();
+                      raise(sig);
+                  }),
+                  (Ending{Ending::KILLED, sig}));
+        EXPECT_EQ(runChild([&] {
+                      BufferingLogger first;
+                      first.initHook();
+                      BufferingLogger second;
+                      second.initHook();
+                      installHostOnTop(sig);
+                      raise(sig);
+                  }),
+                  (Ending{Ending::KILLED, sig}));
+    }
+    // An action that does not lead back has the signal to itself, each time.
+    EXPECT_EQ(runChild([] {
+                  installAction(SIGBUS, keepSignal);
+                  for (int i = 0; i < 3; ++i) {
+                      sSeenSignal = 0;
+                      BufferingLogger::sigHandler(SIGBUS, nullptr, nullptr);
+                      require(sSeenSignal == SIGBUS, 1);
+                  }
+              }),
+              (Ending{Ending::EXITED, 0}));
+}
+
 /// Whether the kernel lets a process probe its own memory; in some containers it does not.
 bool canProbe() {
     char from = 1;
