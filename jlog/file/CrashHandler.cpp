@@ -271,6 +271,7 @@ void FileJLoggerBase::dump(const char* signalName, const void* address) {
     const DumpSignalMask mask;
     // Open is the file of a dump whose handler was left by a jump.
     writer->close();
+    writer->spareFileOf(mLogWriter.load(std::memory_order_seq_cst));
     if (!writer->open(true, kCrashFilePrefix, true)) {
         return;
     }

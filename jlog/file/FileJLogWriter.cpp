@@ -4,6 +4,7 @@
 #include "jlog/file/FileJLogWriter.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +20,7 @@
 #include "jlog/file/DateText.h"
 #include "jlog/file/FileLogTag.h"
 #include "jlog/file/LocalTime.h"
+#include "jlog/file/LogFolder.h"
 #include "jlog/file/StorageCleaner.h"
 #include "jlog/file/TextFormat.h"
 
@@ -76,14 +78,14 @@ bool FileJLogWriter::open(bool newSeries, const char* namePrefix, bool silent) {
     releaseDescriptor();
     reserveSpace(mSilent);
     PathText path;
-    mFd = createFile(path);
+    setDescriptor(createFile(path));
     if (mFd < 0) {
         if (!mSilent) {
             __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
                                 "FileJLogWriter: file open failed %s", path.c_str());
         }
         mFolder = kFallbackFolder;
-        mFd = createFile(path);
+        setDescriptor(createFile(path));
     }
     if (mFd < 0) {
         reserveDescriptor();
@@ -96,6 +98,7 @@ bool FileJLogWriter::open(bool newSeries, const char* namePrefix, bool silent) {
     if (!mSilent) {
         __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "Write ulog to %s", path.c_str());
     }
+    spareOwnFile(-1);
     mFileBytes = 0;
     mReportedLoss = kNoLoss;
     emptyBuffer();
@@ -110,6 +113,7 @@ void FileJLogWriter::startSeries(const char* namePrefix, bool silent) {
     formatSeriesStamp(stamp, toLocalTime(now.tv_sec, CLOCK_REALTIME));
     mTimeStamp = stamp;
     mFileIndex = 1;
+    spareOwnFile(-1);
     if (namePrefix != nullptr) {
         mNamePrefix = namePrefix;
     }
@@ -143,9 +147,19 @@ void FileJLogWriter::close() {
         return;
     }
     flush(false);
+    closeDescriptor();
+    spareOwnFile(-1);
+}
+
+void FileJLogWriter::closeDescriptor() {
     ::close(mFd);
-    mFd = -1;
+    setDescriptor(-1);
     reserveDescriptor();
+}
+
+void FileJLogWriter::setDescriptor(int fd) {
+    // Relaxed: whoever reads it on another thread asks the kernel about it, and about nothing else.
+    __atomic_store_n(&mFd, fd, __ATOMIC_RELAXED);
 }
 
 void FileJLogWriter::flush(bool sync) {
@@ -209,9 +223,42 @@ bool FileJLogWriter::writeOut(const char* bytes, size_t count) const {
 }
 
 void FileJLogWriter::reserveSpace(bool silent) const {
-    if (mCleaner != nullptr) {
-        mCleaner->freeUpTo(kMinFreeBytes, mFolder.c_str(), kFallbackFolder, silent);
+    if (mCleaner == nullptr) {
+        return;
     }
+    if (!mSignalSafe) {
+        CrashGate::awaitOpen();  // the file of a dump that runs is not to be deleted, either
+    }
+    if (mFd >= 0) {
+        spareOwnFile(mFd);
+    }
+    mCleaner->freeUpTo(kMinFreeBytes, mFolder.c_str(), kFallbackFolder, silent);
+}
+
+void FileJLogWriter::spareOwnFile(int fd) const {
+    if (mCleaner != nullptr) {
+        mCleaner->spare(StorageCleaner::OWN, fd);
+    }
+}
+
+void FileJLogWriter::spareFileOf(const FileJLogWriter* other) const {
+    if (mCleaner != nullptr) {
+        mCleaner->spare(StorageCleaner::OTHER_WRITERS,
+                        other != nullptr ? __atomic_load_n(&other->mFd, __ATOMIC_RELAXED) : -1);
+    }
+}
+
+void FileJLogWriter::leaveDeletedFile() {
+    struct stat status = {};
+    if (mFd < 0 || fstat(mFd, &status) != 0 || status.st_nlink > 0) {
+        return;
+    }
+    if (!mSilent) {
+        __android_log_print(ANDROID_LOG_WARN, kFileLogTag, "FileJLogWriter: file was deleted %s",
+                            mFilePath.c_str());
+    }
+    makeLogFolder(mFolder.c_str());
+    rotate();
 }
 
 tm FileJLogWriter::toLocalTime(time_t seconds, clockid_t clock) const {
@@ -238,7 +285,13 @@ void FileJLogWriter::heedLimit() {
 }
 
 void FileJLogWriter::rotate() {
-    close();
+    // What leads up to the next file stays. (Without a file an earlier rotation has failed: the one
+    // before it is spared still.)
+    if (mFd >= 0) {
+        flush(false);
+        spareOwnFile(mFd);
+        closeDescriptor();
+    }
     if (open(false, "", false)) {
         // Ahead of whatever is buffered, and not counted against the new file.
         if (!writeOut(kContinuedMark, sizeof(kContinuedMark) - 1)) {

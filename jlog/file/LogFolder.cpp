@@ -22,12 +22,16 @@ static_assert(kFolderPathBytes >= PROPERTY_VALUE_MAX);
 
 }  // namespace
 
-void prepareLogFolder(char* path) {
-    property_get(kFolderProperty, path, kDefaultFolder);
+void makeLogFolder(const char* path) {
     if (mkdir(path, kFolderMode) != 0 && errno != EEXIST) {
         __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "mkdir(%s) failed, errno = %d", path,
                             errno);
     }
+}
+
+void prepareLogFolder(char* path) {
+    property_get(kFolderProperty, path, kDefaultFolder);
+    makeLogFolder(path);
 }
 
 }  // namespace JCam::Utils::JLog::File

@@ -42,6 +42,20 @@ bool StorageCleaner::isOlder(const FileInfo& a, const FileInfo& b) {
     return a.mtime != b.mtime ? a.mtime < b.mtime : a.name.view() < b.name.view();
 }
 
+void StorageCleaner::spare(Owner owner, int fd) {
+    struct stat status = {};
+    mSpared[owner] = {};
+    if (fd >= 0 && fstat(fd, &status) == 0) {
+        mSpared[owner] = {status.st_dev, status.st_ino};
+    }
+}
+
+bool StorageCleaner::isSpared(const struct stat& status) const {
+    return std::any_of(mSpared.begin(), mSpared.end(), [&status](const FileIdentity& file) {
+        return file.inode != 0 && file.inode == status.st_ino && file.device == status.st_dev;
+    });
+}
+
 void StorageCleaner::freeUpTo(int64_t minFreeBytes, const char* folder, const char* sharedFolder,
                               bool silent) {
     mFolder = folder;
@@ -133,7 +147,7 @@ bool StorageCleaner::inspect(const char* name, FileInfo& file) const {
         return false;
     }
     struct stat status = {};
-    if (stat(pathOf(name).c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (stat(pathOf(name).c_str(), &status) != 0 || !S_ISREG(status.st_mode) || isSpared(status)) {
         return false;
     }
     file.fileSize = status.st_size;

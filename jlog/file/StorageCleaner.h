@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -19,9 +21,16 @@ namespace JCam::Utils::JLog::File {
 /// too large for a thread's stack at a bad moment; make it beforehand.
 class StorageCleaner {
   public:
+    /// Whose file it is that the clean-up leaves alone.
+    enum Owner { OWN, OTHER_WRITERS };
+
+    /// Leaves the file that `fd` has open alone from now on, by what it is and not by its name, in
+    /// place of the one that was told before; below 0 none. Signal-safe.
+    void spare(Owner owner, int fd);
+
     /// Deletes files of `folder`, oldest first, until more than `minFreeBytes` are free or no file
-    /// is left. `sharedFolder` is the one that others keep files in; `silent` suppresses the
-    /// messages to the Android log, and makes the call signal-safe.
+    /// is left but those that are spared. `sharedFolder` is the one that others keep files in;
+    /// `silent` suppresses the messages to the Android log, and makes the call signal-safe.
     void freeUpTo(int64_t minFreeBytes, const char* folder, const char* sharedFolder, bool silent);
 
   private:
@@ -47,6 +56,13 @@ class StorageCleaner {
     /// Deletes what mOldest lists. Returns whether that was enough, or nothing can be deleted.
     bool deleteOldest(int64_t& freeBytes, int64_t minFreeBytes) const;
 
+    struct FileIdentity {
+        dev_t device;
+        ino_t inode;  // 0, which no file has, for none
+    };
+    [[nodiscard]] bool isSpared(const struct stat& status) const;
+
+    std::array<FileIdentity, 2> mSpared{};
     // Of the call that runs.
     const char* mFolder{nullptr};
     bool mSilent{false};

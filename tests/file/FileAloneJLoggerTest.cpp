@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <regex>
 #include <thread>
@@ -25,7 +26,9 @@ namespace {
 
 using Support::await;
 using Support::LogLine;
+using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
 constexpr char kTag[] = "FileAloneJLogger";
@@ -96,6 +99,42 @@ TEST_F(FileAloneJLoggerTest, StartsWithAnEmptyFileAndSaysSo) {
                             LogLine{ANDROID_LOG_INFO, kTag, "File ULogger stopped"}));
     logger.onUninit();
     EXPECT_EQ(mLog.lines().size(), 3U) << "stopping a stopped logger does nothing";
+}
+
+TEST_F(FileAloneJLoggerTest, AFileThatIsDeletedWhileOpenIsFollowedByTheNext) {
+    const auto deleteFile = [](const std::filesystem::path& file) {
+        std::filesystem::remove(file);
+    };
+    const auto deleteFolder = [](const std::filesystem::path& file) {
+        std::filesystem::remove_all(file.parent_path());
+    };
+    const auto replaceFolder = [](const std::filesystem::path& file) {
+        std::filesystem::remove_all(file.parent_path());
+        std::filesystem::create_directory(file.parent_path());
+    };
+    for (const std::function<void(const std::filesystem::path&)>& disturb :
+         std::vector<std::function<void(const std::filesystem::path&)>>{deleteFile, deleteFolder,
+                                                                        replaceFolder}) {
+        mLog.clear();
+        OpenLogger logger;
+        logger.onInit();
+        logger.log("before");
+        logger.onFlush(60);
+        const std::string first = mFolder.path(mFolder.names().at(0));
+        disturb(first);
+        logger.log("after");
+        logger.onFlush(60);
+        logger.log("later");
+        logger.onUninit();
+        ASSERT_THAT(mFolder.names(), ElementsAre(EndsWith("_02.txt")));
+        const std::string second = mFolder.path(mFolder.names()[0]);
+        EXPECT_THAT(Support::splitLines(Support::readFile(second)),
+                    ElementsAre("-- CONTINUED --", EndsWith(" after"), EndsWith(" later")));
+        EXPECT_THAT(mLog.lines(), Contains(LogLine{ANDROID_LOG_WARN, kTag,
+                                                   "FileJLogWriter: file was deleted " + first}));
+        EXPECT_EQ(mLog.count("FileJLogWriter: "), 1U);
+        std::filesystem::remove(second);
+    }
 }
 
 TEST_F(FileAloneJLoggerTest, IdleThreadWritesFewRecordsWithinItsInterval) {

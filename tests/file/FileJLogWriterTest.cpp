@@ -342,6 +342,9 @@ TEST_F(FileJLogWriterTest, RotatesAbove180MiBWithoutLosingOrSplittingALine) {
     const auto fill = static_cast<int>(FileJLogWriter::kMaxFileBytes - (kLines - 1) * kLine);
     mWriter.writeString("%*s\n", fill - 1, "");
     ASSERT_EQ(path(), first);
+    // On a full disk the clean-up takes what is there, but not the file that leads up to the next.
+    makeFile(mFolder.path("old"), kMiB, 0);
+    Support::Interpose::setFreeBytes(0);
     mWriter.writeString("last of the first\n");
     ASSERT_NE(path(), first);
     mWriter.writeString("first of the second\n");
@@ -351,6 +354,10 @@ TEST_F(FileJLogWriterTest, RotatesAbove180MiBWithoutLosingOrSplittingALine) {
     EXPECT_EQ(std::filesystem::file_size(first), FileJLogWriter::kMaxFileBytes + 18);
     EXPECT_THAT(Support::readFile(first), ::testing::EndsWith(" \nlast of the first\n"));
     EXPECT_EQ(Support::readFile(path()), "-- CONTINUED --\nfirst of the second\n");
+    EXPECT_EQ(mFolder.names().size(), 2U);
+    ASSERT_TRUE(mWriter.open(true, "", true));
+    mWriter.reserveSpace(true);
+    EXPECT_EQ(mFolder.names().size(), 1U) << "a file that is closed counts like any other";
 }
 
 TEST_F(FileJLogWriterTest, LostTextIsToldOnceForEveryReason) {

@@ -176,6 +176,10 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// handler that has been entered already when the hook is disarmed.
     std::unique_ptr<FileJLogWriter> mCrashWriter;
 
+    /// The subclass's own, whose open file the clean-up of a dump spares; null without. To be null
+    /// again, and a dump waited for, before it goes. Sequentially consistent, like sActiveLogger.
+    std::atomic<const FileJLogWriter*> mLogWriter{nullptr};
+
     /// The logger whose initHook() ran last, armed or not; null again only when it is gone.
     /// Sequentially consistent: a handler first shuts the CrashGate, then looks here.
     static std::atomic<FileJLoggerBase*> sActiveLogger;
