@@ -61,7 +61,8 @@ const char* orEmpty(const char* text) {
 using Text = char[JLogger::kMaxTextChars + 1];
 
 /// Formats like vsnprintf, and returns the characters of what was kept.
-size_t formatText(Text& text, const char* format, va_list arguments) {
+__attribute__((format(printf, 2, 0))) size_t formatText(Text& text, const char* format,
+                                                        va_list arguments) {
     const int chars = vsnprintf(text, sizeof(text), format, arguments);
     if (chars >= 0) {
         return std::min<size_t>(static_cast<size_t>(chars), sizeof(text) - 1);

@@ -17,14 +17,15 @@
 ///     }
 ///
 /// `module` is a ModuleId or any other id of 32 bits; a larger constant does not compile, and of a
-/// larger variable the low 32 bits count. The macros for messages take printf's format and
-/// arguments behind it, which the compiler holds against each other. The tag of their lines is
-/// JLOG_TAG, which each source defines for itself: an expression of type const char*.
+/// larger variable the low 32 bits count. The macros for messages take printf's format and its
+/// arguments, which the compiler checks against each other. The tag of their lines is JLOG_TAG,
+/// which each source defines for itself: an expression of type const char*.
 ///
-/// A call whose level or module is off costs the test alone: its arguments are not evaluated. A
-/// text is formatted in the library, into memory on the stack, and cut after 1023 bytes. Module and
-/// level are evaluated once. Any thread; not in a signal handler. For sources: in an inline
-/// function of a header, each source that includes it would have another tag.
+/// A message whose level or module is off costs its test alone: its arguments are not evaluated.
+/// (Name and request number of a scope always are.) The library formats the text on the stack and
+/// cuts it after 1023 bytes. Module and level are evaluated once. The macros work on any thread,
+/// but not in a signal handler. Use them in sources: in an inline function of a header, each source
+/// that includes it would have another tag.
 
 #include <cstdint>
 #include <type_traits>
@@ -33,10 +34,10 @@
 #include "jlog/JLogRateLimit.h"
 #include "jlog/JLogScope.h"
 
-/// The most verbose level that is compiled in, a number of JLogLevel: 6, all that there are, unless
-/// set; 0 for none. Calls above it leave no code behind, whatever the properties say, and nor do
-/// scopes where it is below LEVEL_DEBUG. Set it on the command line or before this file is
-/// included; each source may have its own.
+/// The most verbose level that is compiled in: a number from 0 (none) to 6 (all, the default).
+/// Messages above it leave no code behind, whatever the properties say, and neither do scopes if it
+/// is below LEVEL_DEBUG. Set it on the command line or before this file is included; each source
+/// may have its own.
 #ifndef JLOG_MAX_LEVEL
 #define JLOG_MAX_LEVEL 6
 #endif
@@ -49,7 +50,7 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
 #define JLOGW(module, ...) JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_WARN, __VA_ARGS__)
 /// At level info: a few times a session.
 #define JLOGI(module, ...) JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_INFO, __VA_ARGS__)
-/// Between info and debug: printed like debug, and logged already at threshold 4.
+/// At level debug high, between info and debug: printed like debug.
 #define JLOG_DEBUG_HIGH(module, ...) \
     JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_DEBUG_HIGH, __VA_ARGS__)
 /// At level debug: a few times a request.
@@ -72,9 +73,9 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
         }                                                                               \
     } while (false)
 
-/// Logs like JLOGE, but at most once in `ms` milliseconds from this place in the source, whichever
-/// threads come by. A text for which others were held back ends in "(N held back)". What was held
-/// back after the last one is told with the next. No lock.
+/// Logs like JLOGE, but at most once in `ms` milliseconds from this place in the source, over all
+/// threads. If calls were held back since the last line, the text ends in " (N held back)". Takes
+/// no lock.
 #define JLOGE_EVERY_MS(module, ms, ...) \
     JLOG_DETAILS_EVERY_MS(module, ::JCam::Utils::JLog::LEVEL_ERROR, ms, __VA_ARGS__)
 /// The same at level warn.
@@ -100,6 +101,9 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
     do {                                                                                         \
         JLOG_IF_WANTED(number, module, level) {                                                  \
             static ::JCam::Utils::JLog::JLogRateLimit jlogLimit##number;                         \
+            static_assert(                                                                       \
+                    std::is_convertible_v<decltype(ms), int64_t>,                                \
+                    "the interval is missing: JLOGW_EVERY_MS(module, milliseconds, format)");    \
             unsigned int jlogHeldBack##number = 0;                                               \
             if (jlogLimit##number.admit((ms), jlogHeldBack##number)) {                           \
                 ::JCam::Utils::JLog::JLogger::logRateLimited(jlogModule##number, JLOG_TAG,       \
@@ -110,11 +114,11 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
     } while (false)
 
 /// Logs that request `requestNo` enters a scope here and, at the end of the block, that it leaves
-/// it, if that is wanted: JLogScope tells when. `name` must outlive the block. `requestNo` is an
-/// integer, of which the low 32 bits are logged. Name and number are evaluated whether or not the
-/// scope is wanted, but not where JLOG_MAX_LEVEL compiles it out.
+/// it. That takes a bit in the module filter and, if the Android log is the back end, level debug.
+/// `name` must outlive the block. `requestNo` is an integer; its low 32 bits are logged. Both are
+/// always evaluated, unless JLOG_MAX_LEVEL compiles the scope out.
 #define JLOG_SCOPE(module, name, requestNo) JLOG_SCOPE_COUNTED(__COUNTER__, module, name, requestNo)
-/// The same with the name of the function that it stands in.
+/// The same with the name of the function that it stands in; in a lambda that is "operator()".
 #define JLOG_FUNCTION_SCOPE(module, requestNo) JLOG_SCOPE(module, __func__, requestNo)
 /// Not for call sites: the second step of JLOG_SCOPE, in which `number` is expanded.
 #define JLOG_SCOPE_COUNTED(number, module, name, requestNo) \
@@ -127,12 +131,14 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
                                                      static_cast<unsigned int>(requestNo)) \
                     : ::JCam::Utils::JLog::JLogScope()
 
-/// Not for call sites: the test of a message. The variables have names of this call's own, so that
-/// its arguments may have a call in them.
+/// Not for call sites: tests whether a message is wanted. The variables are numbered, so that an
+/// argument may contain another call.
 #define JLOG_IF_WANTED(number, module, level)                                               \
     static_assert(__builtin_strcmp(JLOG_STRING(JLOG_TAG), "JLOG_TAG") != 0,                 \
                   "JLOG_TAG is missing: #define JLOG_TAG \"Name\" gives the lines of this " \
                   "source their tag");                                                      \
+    static_assert(std::is_convertible_v<decltype(level), ::JCam::Utils::JLog::JLogLevel>,   \
+                  "the level is missing, or a number: JLOG_DETAILS takes a JLogLevel");     \
     const unsigned int jlogModule##number = JLOG_MODULE(module);                            \
     const ::JCam::Utils::JLog::JLogLevel jlogLevel##number = (level);                       \
     if (jlogLevel##number <= JLOG_MAX_LEVEL &&                                              \
@@ -164,11 +170,19 @@ constexpr bool isTooLargeForModule(const Id& id) {
 /// Not for call sites: what JLOG_MODULE makes of a module, or why it does not compile.
 template <bool kIsTooLarge, typename Id>
 constexpr unsigned int moduleBits(const Id& id) {
-    static_assert(std::is_constructible_v<unsigned int, const Id&> || std::is_enum_v<Id>,
+    constexpr bool kIsNumber =
+            std::is_constructible_v<unsigned int, const Id&> || std::is_enum_v<Id>;
+    constexpr bool kIsModule = kIsNumber && !std::is_same_v<Id, JLogLevel>;
+    static_assert(kIsModule,
                   "the module is missing: the first argument is a ModuleId, as in "
                   "JLOGD(MODULE_PREVIEW, \"gain %d\", gain)");
-    static_assert(!kIsTooLarge, "a module id has at most 32 bits");
-    return static_cast<unsigned int>(id);
+    static_assert(!kIsTooLarge,
+                  "a module id has at most 32 bits; MODULE_MAX is not for call sites");
+    if constexpr (kIsModule) {
+        return static_cast<unsigned int>(id);
+    } else {
+        return 0;
+    }
 }
 
 }  // namespace JCam::Utils::JLog

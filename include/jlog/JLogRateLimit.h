@@ -7,27 +7,29 @@
 
 namespace JCam::Utils::JLog {
 
-/// Lets one call through in a while, and counts those that it holds back: the state of one call
-/// site of JLOGD_EVERY_MS and its kin. Any thread; no lock, no allocation. A static one is there
-/// before any code runs.
+/// Admits one call per interval and counts those that it holds back in between. Each call site of
+/// JLOGD_EVERY_MS and the like has one, so that its lines can tell how many there were. Any thread;
+/// no lock, no allocation. A static object is there before any code runs.
 class JLOG_EXPORT JLogRateLimit {
   public:
-    /// Lets the first call through.
+    /// Admits the first call.
     constexpr JLogRateLimit() = default;
 
-    /// Whether this call may go on: if the last one that did came `intervalMs` milliseconds ago or
-    /// earlier. Then `heldBack` receives how many calls may not have since (wraps at 2^32). Of
-    /// calls that come at once one may. The clock stands still while the device is suspended.
+    /// Returns whether this call is admitted: it is the first one, or the last one that was
+    /// admitted came at least `intervalMs` milliseconds ago. If so, `heldBack` receives the number
+    /// of calls that were held back since then (it wraps at 2^32). Of calls at the same time one is
+    /// admitted; an interval of 0 or less holds back no others. The clock stands still while the
+    /// device is suspended.
     [[nodiscard]] bool admit(int64_t intervalMs, unsigned int& heldBack) noexcept;
 
   private:
     static constexpr int64_t kNever = -1;
 
-    // Relaxed: each is complete in itself, and publishes nothing.
+    // Relaxed: neither word publishes other data.
 
-    /// When the last call was let through, in milliseconds of the monotonic clock.
+    /// When the last call was admitted, in milliseconds of the monotonic clock.
     std::atomic<int64_t> mLastMs{kNever};
-    /// Held back since.
+    /// Calls held back since then.
     std::atomic<uint32_t> mHeldBack{0};
 };
 

@@ -4,8 +4,8 @@
 
 namespace JCam::Utils::JLog {
 
-/// Logs that a request enters a scope and, at the end of the block, that it leaves it; both only if
-/// JLogger::wantsScope() says so. It is asked once, so that an enter has its exit whatever changes
+/// Logs that a request enters a scope and, in the destructor, that it leaves it. It asks
+/// JLogger::wantsScope() once, in the constructor, so that an enter has its exit whatever changes
 /// meanwhile. JLOG_SCOPE of JLogMacros.h makes one.
 ///
 /// Threads: one object belongs to one thread. It neither locks nor allocates by itself; the entry
@@ -24,7 +24,7 @@ class JLogScope {
             JLogger::logEnter(mModuleId, mName, mRequestNo);
         }
     }
-    /// Logs that it leaves.
+    /// Logs that it leaves, if the enter was logged.
     ~JLogScope() {
         if (mEntered) {
             JLogger::logExit(mModuleId, mName, mRequestNo);

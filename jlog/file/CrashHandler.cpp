@@ -113,12 +113,12 @@ class DumpPriority {
 /// Relaxed: one thread sets and takes it.
 std::atomic<int> sPostponed{0};
 
-/// The thread, and the signal, that cameBack() was asked about last; 0 before, and when the signal
-/// has been taken. Relaxed: a thread looks for what it has stored itself.
+/// The thread and the signal of the last call of cameBack(); 0 before, and when the process has
+/// outlived the signal. Relaxed: a thread looks for what it has stored itself.
 std::atomic<uint64_t> sRaised{0};
 
-/// To be asked before a signal is raised for an action that is not known here: whether this thread
-/// has done so before, and that action has only led here again.
+/// Returns whether this thread has raised this signal before, for an action that is not known here,
+/// and that action has led back here. To be called before the signal is raised.
 bool cameBack(int sig) {
     const uint64_t self =
             uint64_t{static_cast<uint32_t>(gettid())} << 32 | static_cast<uint32_t>(sig);
@@ -246,10 +246,10 @@ struct sigaction FileJLoggerBase::restoreAction(int sig, const struct sigaction*
         sigaction(sig, &previous, nullptr);
         return previous;
     }
-    // A hook that was armed on top of another one, a logger that is gone, or a signal that is none
-    // of the three: there is no action to go back to. The default one, lest the signal come back
-    // here for ever. Where somebody else's action is in place and may be the one that the signal is
-    // for, that takes it first, and the default one follows if it only leads here again.
+    // There is no action to go back to: the hook was armed on top of another one, the logger is
+    // gone, or the signal is none of the three. The default action, so that the signal does not
+    // come back here for ever. If somebody else's action is in place, the signal may be meant for
+    // that: it runs first, and the default action follows if it leads back here.
     struct sigaction current = {};
     sigaction(sig, nullptr, &current);
     if (found != nullptr || isOurs(current) || cameBack(sig)) {

@@ -243,7 +243,7 @@ void FileJLogWriter::spareOwnFile(int fd) const {
 
 void FileJLogWriter::spareFileOf(const FileJLogWriter* other) const {
     if (mCleaner != nullptr) {
-        mCleaner->spare(StorageCleaner::OTHER_WRITERS,
+        mCleaner->spare(StorageCleaner::OTHER,
                         other != nullptr ? __atomic_load_n(&other->mFd, __ATOMIC_RELAXED) : -1);
     }
 }

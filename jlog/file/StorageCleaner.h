@@ -21,11 +21,11 @@ namespace JCam::Utils::JLog::File {
 /// too large for a thread's stack at a bad moment; make it beforehand.
 class StorageCleaner {
   public:
-    /// Whose file it is that the clean-up leaves alone.
-    enum Owner { OWN, OTHER_WRITERS };
+    /// Whose file is spared.
+    enum Owner { OWN, OTHER };
 
-    /// Leaves the file that `fd` has open alone from now on, by what it is and not by its name, in
-    /// place of the one that was told before; below 0 none. Signal-safe.
+    /// Spares the file that `fd` has open, known by device and inode, in place of the one before of
+    /// this owner; below 0 none. Signal-safe.
     void spare(Owner owner, int fd);
 
     /// Deletes files of `folder`, oldest first, until more than `minFreeBytes` are free or no file
@@ -62,6 +62,7 @@ class StorageCleaner {
     };
     [[nodiscard]] bool isSpared(const struct stat& status) const;
 
+    /// By Owner.
     std::array<FileIdentity, 2> mSpared{};
     // Of the call that runs.
     const char* mFolder{nullptr};

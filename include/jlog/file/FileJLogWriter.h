@@ -20,8 +20,8 @@ class StorageCleaner;
 /// counts its files from 01. Text gathers in a buffer and goes out with one write(2) when 1124
 /// bytes of room or fewer are left, on flush() and on close(). Above 180 MiB the file is followed
 /// by the next of the series, which begins with "-- CONTINUED --". Before a file is made, the
-/// oldest files of the folder are deleted until more than 280 MiB are free; not the one that this
-/// writer has open, nor the one that it has just filled.
+/// oldest files of the folder are deleted until more than 280 MiB are free. The clean-up spares the
+/// file that is open, and the one that was just filled.
 ///
 /// When a file cannot be created, the writer moves to /data/vendor for good; when that fails too it
 /// has no file, and text is dropped. A write that fails, or takes only a part, is not tried again:
@@ -75,13 +75,12 @@ class JLOG_EXPORT FileJLogWriter {
     /// `silent` suppresses the messages. What cannot be read or deleted is left alone, and so is
     /// the file that is open.
     void reserveSpace(bool silent) const;
-    /// From now on the clean-up also leaves alone what `other` has open at this moment; null for
-    /// nothing. `other` may be in use on another thread. Signal-safe.
+    /// The clean-up also spares the file that `other` has open at this moment; null ends that.
+    /// `other` may be in use on another thread. Signal-safe.
     JLOG_INTERNAL void spareFileOf(const FileJLogWriter* other) const;
-    /// Whether the open file still has a name: somebody else may have deleted it, and what is
-    /// written to it then goes with it. If not, says so in a WARN line, makes the folder if that is
-    /// gone, and goes on to the next file. One system call where all is well. Nothing may be
-    /// buffered.
+    /// Goes on to the next file if the open one has no name any more, because somebody has deleted
+    /// it. Says so in a WARN line, and makes the folder again if it is gone. Nothing may be
+    /// buffered. One system call where the file is still there.
     JLOG_INTERNAL void leaveDeletedFile();
 
     /// Appends the line of an enter record, which stands there as in a buffer, unless its contents
@@ -105,8 +104,8 @@ class JLOG_EXPORT FileJLogWriter {
     /// may go on afterwards and then writes that text once more.
     void rescue() const;
 
-    /// The open file, or -1. For the owner to read. Stored atomically, for spareFileOf() on another
-    /// thread.
+    /// The open file, or -1. The owner reads it, and spareFileOf() on another thread, for which it
+    /// is stored atomically.
     int32_t mFd{-1};
     /// The log folder, without a trailing slash. The owner sets it before the first open().
     PathText mFolder;
@@ -132,7 +131,7 @@ class JLOG_EXPORT FileJLogWriter {
     JLOG_INTERNAL void rotate();
     JLOG_INTERNAL void setDescriptor(int fd);
     JLOG_INTERNAL void closeDescriptor();
-    /// The file of this writer that the clean-up leaves alone; below 0 none.
+    /// Sets the own file that the clean-up spares; below 0 none.
     JLOG_INTERNAL void spareOwnFile(int fd) const;
     JLOG_INTERNAL void reserveDescriptor();
     JLOG_INTERNAL void releaseDescriptor();
