@@ -12,7 +12,9 @@ bool JLogRateLimit::admit(int64_t intervalMs, unsigned int& heldBack) noexcept {
     const int64_t nowMs = int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
     int64_t lastMs = mLastMs.load(memory_order_relaxed);
     const bool isDue = lastMs == kNever || nowMs - lastMs >= intervalMs;
-    if (!isDue || !mLastMs.compare_exchange_strong(lastMs, nowMs, memory_order_relaxed)) {
+    if (intervalMs <= 0) {
+        mLastMs.store(nowMs, memory_order_relaxed);
+    } else if (!isDue || !mLastMs.compare_exchange_strong(lastMs, nowMs, memory_order_relaxed)) {
         mHeldBack.fetch_add(1, memory_order_relaxed);
         return false;
     }

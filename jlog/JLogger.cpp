@@ -192,10 +192,12 @@ void JLogger::logRateLimited(unsigned int moduleId, const char* tag, JLogLevel l
     size_t chars = formatText(text, format, arguments);
     va_end(arguments);
     if (heldBack > 0) {
-        constexpr size_t kSuffixBytes = sizeof(" (4294967295 held back)");
-        chars = std::min(chars, sizeof(text) - kSuffixBytes);
-        chars += static_cast<size_t>(
-                snprintf(text + chars, kSuffixBytes, " (%u held back)", heldBack));
+        char suffix[sizeof(" (4294967295 held back)")];
+        const auto suffixBytes = static_cast<size_t>(
+                snprintf(suffix, sizeof(suffix), " (%u held back)", heldBack) + 1);
+        chars = std::min(chars, sizeof(text) - suffixBytes);
+        memcpy(text + chars, suffix, suffixBytes);
+        chars += suffixBytes - 1;
     }
     logNormalDetails(moduleId, tag, level, text, chars);
     errno = callersErrno;

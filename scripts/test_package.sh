@@ -25,9 +25,9 @@ build_by_pkg_config() {
 
 # Compiles the headers below the folder $1 with compiler $2 as C++$3.
 compile_headers() {
-    (cd "$1" && find jlog -name '*.h' -printf '#include "%p"\n') |
-        "$2" "-std=c++$3" -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$1" -x c++ - ||
-        die "the headers do not compile with $2 as C++$3"
+    find "$1" -name '*.h' -printf '#include "%p"\n' |
+        "$2" "-std=c++$3" -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$1" -I"$1/jcam_platform" \
+            -x c++ - || die "the headers do not compile with $2 as C++$3"
 }
 
 # Runs program $1 with its libraries in folder $2. Of what it logs the rest of the arguments are part.

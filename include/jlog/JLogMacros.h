@@ -16,10 +16,10 @@
 ///         }
 ///     }
 ///
-/// `module` is a ModuleId or any other id of 32 bits; a larger constant does not compile, and of a
-/// larger variable the low 32 bits count. The macros for messages take printf's format and its
-/// arguments, which the compiler checks against each other. The tag of their lines is JLOG_TAG,
-/// which each source defines for itself: an expression of type const char*.
+/// `module` is a ModuleId or any other id of 32 bits. A larger constant does not compile; a larger
+/// variable counts by its low 32 bits. The macros for messages take printf's format and its
+/// arguments, which the compiler checks against each other. The tag of their lines is JLOG_TAG, a
+/// macro that each source defines for itself: an expression of type const char*.
 ///
 /// A message whose level or module is off costs its test alone: its arguments are not evaluated.
 /// (Name and request number of a scope always are.) The library formats the text on the stack and
@@ -29,6 +29,7 @@
 
 #include <cstdint>
 #include <type_traits>
+#include <utility>
 
 #include "jlog/JLogger.h"
 #include "jlog/JLogRateLimit.h"
@@ -101,11 +102,9 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
     do {                                                                                         \
         JLOG_IF_WANTED(number, module, level) {                                                  \
             static ::JCam::Utils::JLog::JLogRateLimit jlogLimit##number;                         \
-            static_assert(                                                                       \
-                    std::is_convertible_v<decltype(ms), int64_t>,                                \
-                    "the interval is missing: JLOGW_EVERY_MS(module, milliseconds, format)");    \
             unsigned int jlogHeldBack##number = 0;                                               \
-            if (jlogLimit##number.admit((ms), jlogHeldBack##number)) {                           \
+            if (jlogLimit##number.admit(::JCam::Utils::JLog::intervalOf(ms),                     \
+                                        jlogHeldBack##number)) {                                 \
                 ::JCam::Utils::JLog::JLogger::logRateLimited(jlogModule##number, JLOG_TAG,       \
                                                              jlogLevel##number,                  \
                                                              jlogHeldBack##number, __VA_ARGS__); \
@@ -133,15 +132,13 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
 
 /// Not for call sites: tests whether a message is wanted. The variables are numbered, so that an
 /// argument may contain another call.
-#define JLOG_IF_WANTED(number, module, level)                                               \
-    static_assert(__builtin_strcmp(JLOG_STRING(JLOG_TAG), "JLOG_TAG") != 0,                 \
-                  "JLOG_TAG is missing: #define JLOG_TAG \"Name\" gives the lines of this " \
-                  "source their tag");                                                      \
-    static_assert(std::is_convertible_v<decltype(level), ::JCam::Utils::JLog::JLogLevel>,   \
-                  "the level is missing, or a number: JLOG_DETAILS takes a JLogLevel");     \
-    const unsigned int jlogModule##number = JLOG_MODULE(module);                            \
-    const ::JCam::Utils::JLog::JLogLevel jlogLevel##number = (level);                       \
-    if (jlogLevel##number <= JLOG_MAX_LEVEL &&                                              \
+#define JLOG_IF_WANTED(number, module, level)                                                     \
+    static_assert(__builtin_strcmp(JLOG_STRING(JLOG_TAG), "JLOG_TAG") != 0,                       \
+                  "JLOG_TAG is missing: #define JLOG_TAG \"Name\" gives the lines of this "       \
+                  "source their tag");                                                            \
+    const unsigned int jlogModule##number = JLOG_MODULE(module);                                  \
+    const ::JCam::Utils::JLog::JLogLevel jlogLevel##number = ::JCam::Utils::JLog::levelOf(level); \
+    if (jlogLevel##number <= JLOG_MAX_LEVEL &&                                                    \
         ::JCam::Utils::JLog::JLogger::wantsDetails(jlogModule##number, jlogLevel##number))
 
 /// Not for call sites: the text of what the argument expands to.
@@ -157,29 +154,66 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
 
 namespace JCam::Utils::JLog {
 
+/// Not for call sites: whether a value of this type may be looked at when it is constant. Values of
+/// such types are passed on as such, never by reference: a constant needs no capture then.
+template <typename T>
+inline constexpr bool kIsPlain = std::is_integral_v<T> || std::is_enum_v<T>;
+
 /// Not for call sites: whether an id has more than 32 bits.
-template <typename Id>
-constexpr bool isTooLargeForModule(const Id& id) {
-    if constexpr (std::is_integral_v<Id> || std::is_enum_v<Id>) {
-        return sizeof(Id) > sizeof(uint32_t) && static_cast<uint64_t>(id) > UINT32_MAX;
-    } else {
-        return false;
-    }
+template <typename Id, std::enable_if_t<kIsPlain<Id>, int> = 0>
+constexpr bool isTooLargeForModule(Id id) {
+    return sizeof(Id) > sizeof(uint32_t) && static_cast<uint64_t>(id) > UINT32_MAX;
+}
+/// The same for an object that converts to a number, or for no module at all.
+template <typename Id, std::enable_if_t<!kIsPlain<std::decay_t<Id>>, int> = 0>
+constexpr bool isTooLargeForModule(const Id& /*id*/) {
+    return false;
 }
 
 /// Not for call sites: what JLOG_MODULE makes of a module, or why it does not compile.
-template <bool kIsTooLarge, typename Id>
-constexpr unsigned int moduleBits(const Id& id) {
-    constexpr bool kIsNumber =
-            std::is_constructible_v<unsigned int, const Id&> || std::is_enum_v<Id>;
-    constexpr bool kIsModule = kIsNumber && !std::is_same_v<Id, JLogLevel>;
-    static_assert(kIsModule,
-                  "the module is missing: the first argument is a ModuleId, as in "
-                  "JLOGD(MODULE_PREVIEW, \"gain %d\", gain)");
+template <bool kIsTooLarge, typename Id, std::enable_if_t<kIsPlain<Id>, int> = 0>
+constexpr unsigned int moduleBits(Id id) {
+    static_assert(!std::is_same_v<Id, JLogLevel>,
+                  "the module is missing: the first argument is a ModuleId, and this is a level");
     static_assert(!kIsTooLarge,
                   "a module id has at most 32 bits; MODULE_MAX is not for call sites");
-    if constexpr (kIsModule) {
-        return static_cast<unsigned int>(id);
+    return static_cast<unsigned int>(id);
+}
+/// The same for an object that converts to a number, or for no module at all.
+template <bool kIsTooLarge, typename Id, std::enable_if_t<!kIsPlain<std::decay_t<Id>>, int> = 0>
+constexpr unsigned int moduleBits(Id&& id) {
+    constexpr bool kIsNumber = std::is_constructible_v<unsigned int, Id&&>;
+    static_assert(kIsNumber,
+                  "the module is missing: the first argument is a ModuleId, as in "
+                  "JLOGD(MODULE_PREVIEW, \"gain %d\", gain)");
+    if constexpr (kIsNumber) {
+        return static_cast<unsigned int>(std::forward<Id>(id));
+    } else {
+        return 0;
+    }
+}
+
+/// Not for call sites: the level of a message, or why it does not compile.
+template <typename Level>
+constexpr JLogLevel levelOf(Level level) {
+    constexpr bool kIsLevel = std::is_convertible_v<Level, JLogLevel>;
+    static_assert(kIsLevel, "the level is missing, or a number: JLOG_DETAILS takes a JLogLevel");
+    if constexpr (kIsLevel) {
+        return level;
+    } else {
+        return JLogLevel{};
+    }
+}
+
+/// Not for call sites: the interval of a rate limit, or why it does not compile.
+template <typename Ms>
+constexpr int64_t intervalOf(Ms ms) {
+    constexpr bool kIsNumber = std::is_convertible_v<Ms, int64_t>;
+    static_assert(kIsNumber,
+                  "the module or the interval is missing: JLOGW_EVERY_MS(module, milliseconds, "
+                  "format, ...)");
+    if constexpr (kIsNumber) {
+        return static_cast<int64_t>(ms);
     } else {
         return 0;
     }

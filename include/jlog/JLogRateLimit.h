@@ -18,7 +18,7 @@ class JLOG_EXPORT JLogRateLimit {
     /// Returns whether this call is admitted: it is the first one, or the last one that was
     /// admitted came at least `intervalMs` milliseconds ago. If so, `heldBack` receives the number
     /// of calls that were held back since then (it wraps at 2^32). Of calls at the same time one is
-    /// admitted; an interval of 0 or less holds back no others. The clock stands still while the
+    /// admitted. An interval of 0 or less admits every call. The clock stands still while the
     /// device is suspended.
     [[nodiscard]] bool admit(int64_t intervalMs, unsigned int& heldBack) noexcept;
 

@@ -120,10 +120,10 @@ class JLOG_EXPORT JLogger {
         return (sFilter.load(std::memory_order_relaxed) & moduleId) != 0;
     }
 
-    /// Whether enter and exit of a scope are wanted, for JLogScope: a filter bit passes and, where
-    /// the Android log is the installed back end, so does LEVEL_DEBUG, the priority that it prints
-    /// them at. The files of a file logger have every scope, at any level. Inlined, but for what is
-    /// asked last.
+    /// Whether enter and exit of a scope are wanted, for JLogScope. A filter bit has to pass. If
+    /// the Android log is the installed back end, LEVEL_DEBUG has to pass, too, the priority that
+    /// it prints them at: it is installed if the mode has MODE_DEFAULT, or if no other one is.
+    /// Inlined, but for the last of these tests.
     static bool wantsScope(unsigned int moduleId) {
         return isModuleEnabled(moduleId) &&
                (sLevel.load(std::memory_order_relaxed) >= LEVEL_DEBUG ||
@@ -150,7 +150,7 @@ class JLOG_EXPORT JLogger {
                              const char* format, ...) noexcept
             __attribute__((format(printf, 4, 5), cold));
     /// The same for a call site that has held `heldBack` calls back: unless that is 0, the text
-    /// ends in " (N held back)", for which more of it is cut where it would be too long.
+    /// ends in " (N held back)", and what stands before is cut where both would be too long.
     static void logRateLimited(unsigned int moduleId, const char* tag, JLogLevel level,
                                unsigned int heldBack, const char* format, ...) noexcept
             __attribute__((format(printf, 5, 6), cold));

@@ -46,7 +46,8 @@ TEST(Properties, IntegersInferTheBaseAndIgnoreWhatFollows) {
          {Case{" -0x1F\t", -31, -31}, Case{"010", 8, 8}, Case{"08", 0, 0},
           Case{"2147483648", 7, 2147483648}, Case{"-2147483648", INT32_MIN, INT32_MIN},
           Case{"9223372036854775807", 7, INT64_MAX}, Case{"9223372036854775808", 7, 7},
-          Case{"", 7, 7}, Case{"  ", 7, 7}, Case{"4 2", 4, 4}, Case{"0x", 0, 0}, Case{"-3dB", -3, -3}, Case{"true", 7, 7}}) {
+          Case{"", 7, 7}, Case{"  ", 7, 7}, Case{"4 2", 4, 4}, Case{"0x", 0, 0},
+          Case{"-3dB", -3, -3}, Case{"true", 7, 7}}) {
         property_set("test.number", each.value);
         EXPECT_EQ(property_get_int32("test.number", 7), each.int32) << each.value;
         EXPECT_EQ(property_get_int64("test.number", 7), each.int64) << each.value;

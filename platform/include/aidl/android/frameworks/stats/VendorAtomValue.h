@@ -27,7 +27,7 @@ class VendorAtomValue {
         return value;
     }
 
-    bool operator==(const VendorAtomValue&) const = default;
+    bool operator==(const VendorAtomValue& other) const { return mValue == other.mValue; }
 
   private:
     std::variant<int32_t, int64_t, float, std::string> mValue;
