@@ -125,6 +125,16 @@ bool cameBack(int sig) {
     return sRaised.exchange(self, std::memory_order_relaxed) == self;
 }
 
+/// Lets the signal's default action, which is in place, end the process here: an action that runs
+/// around this handler, and puts itself back, would keep it from that for ever.
+void endBy(int sig) {
+    sigset_t only;
+    sigemptyset(&only);
+    sigaddset(&only, sig);
+    pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
+    raise(sig);
+}
+
 /// Whether the signal was sent, as opposed to a fault of the thread.
 bool wasSent(const siginfo_t& info) {
     return info.si_code <= 0;
@@ -249,10 +259,14 @@ struct sigaction FileJLoggerBase::restoreAction(int sig, const struct sigaction*
     // There is no action to go back to: the hook was armed on top of another one, the logger is
     // gone, or the signal is none of the three. The default action, so that the signal does not
     // come back here for ever. If somebody else's action is in place, the signal may be meant for
-    // that: it runs first, and the default action follows if it leads back here.
+    // that: it runs first, and the process ends if it leads back here.
+    if (cameBack(sig)) {
+        sigaction(sig, &previous, nullptr);
+        endBy(sig);
+    }
     struct sigaction current = {};
     sigaction(sig, nullptr, &current);
-    if (found != nullptr || isOurs(current) || cameBack(sig)) {
+    if (found != nullptr || isOurs(current)) {
         sigaction(sig, &previous, nullptr);
     }
     return previous;

@@ -61,6 +61,13 @@ void FileJLoggerBase::uninitHook() {
     CrashGate::awaitDumpEnd();
 }
 
+void FileJLoggerBase::setLogWriter(const FileJLogWriter* writer) {
+    mLogWriter.store(writer, std::memory_order_seq_cst);
+    if (writer == nullptr) {
+        CrashGate::awaitDumpEnd();
+    }
+}
+
 void FileJLoggerBase::registerSigAction(int sig, struct sigaction* act, struct sigaction* oldAct) {
     if (act == nullptr || oldAct == nullptr) {
         return;

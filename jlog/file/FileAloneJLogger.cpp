@@ -76,15 +76,13 @@ int createBackgroundThread(pthread_t* thread, void* (*entry)(void*), void* argum
 }  // namespace
 
 FileAloneJLogger::FileAloneJLogger() {
-    mLogWriter.store(&mWriter, std::memory_order_seq_cst);
+    setLogWriter(&mWriter);
 }
 
 // Statically bound: this class's own, whatever a subclass overrides.
 FileAloneJLogger::~FileAloneJLogger() {
     FileAloneJLogger::onUninit();
-    // As in the base's destructor: a handler may still be installed.
-    mLogWriter.store(nullptr, std::memory_order_seq_cst);
-    CrashGate::awaitDumpEnd();
+    setLogWriter(nullptr);
 }
 
 void FileAloneJLogger::onInit() {
@@ -299,12 +297,9 @@ void FileAloneJLogger::awaitFrontWritersLocked() {
 }
 
 void FileAloneJLogger::renderBuffer(const Buffer& buffer, size_t remaining, FlushState& state) {
-    // Before the batch rather than behind it: whatever was logged since the file was deleted is in
-    // the next one.
-    if (!state.isInBatch) {
-        mWriter.leaveDeletedFile();
-    }
-    state.isInBatch = remaining > 0;
+    // Before the records are rendered rather than behind: they are in the next file then. Before
+    // each buffer, since under a heavy load a batch may have no end.
+    mWriter.leaveDeletedFile();
     if (mWriter.mFd < 0) {
         __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "%s", kNoFileText);
         return;

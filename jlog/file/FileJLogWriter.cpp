@@ -78,14 +78,14 @@ bool FileJLogWriter::open(bool newSeries, const char* namePrefix, bool silent) {
     releaseDescriptor();
     reserveSpace(mSilent);
     PathText path;
-    setDescriptor(createFile(path));
+    mFd = createFile(path);
     if (mFd < 0) {
         if (!mSilent) {
             __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
                                 "FileJLogWriter: file open failed %s", path.c_str());
         }
         mFolder = kFallbackFolder;
-        setDescriptor(createFile(path));
+        mFd = createFile(path);
     }
     if (mFd < 0) {
         reserveDescriptor();
@@ -98,7 +98,8 @@ bool FileJLogWriter::open(bool newSeries, const char* namePrefix, bool silent) {
     if (!mSilent) {
         __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "Write ulog to %s", path.c_str());
     }
-    spareOwnFile(-1);
+    setIdentity(mFd);
+    mDeletionTold = false;
     mFileBytes = 0;
     mReportedLoss = kNoLoss;
     emptyBuffer();
@@ -113,7 +114,7 @@ void FileJLogWriter::startSeries(const char* namePrefix, bool silent) {
     formatSeriesStamp(stamp, toLocalTime(now.tv_sec, CLOCK_REALTIME));
     mTimeStamp = stamp;
     mFileIndex = 1;
-    spareOwnFile(-1);
+    setIdentity(-1);
     if (namePrefix != nullptr) {
         mNamePrefix = namePrefix;
     }
@@ -148,18 +149,26 @@ void FileJLogWriter::close() {
     }
     flush(false);
     closeDescriptor();
-    spareOwnFile(-1);
+    setIdentity(-1);
 }
 
 void FileJLogWriter::closeDescriptor() {
     ::close(mFd);
-    setDescriptor(-1);
+    mFd = -1;
     reserveDescriptor();
 }
 
-void FileJLogWriter::setDescriptor(int fd) {
-    // Relaxed: whoever reads it on another thread asks the kernel about it, and about nothing else.
-    __atomic_store_n(&mFd, fd, __ATOMIC_RELAXED);
+void FileJLogWriter::setIdentity(int fd) {
+    struct stat status = {};
+    if (fd >= 0) {
+        static_cast<void>(fstat(fd, &status));
+    }
+    mDevice.store(status.st_dev, std::memory_order_relaxed);
+    mInode.store(status.st_ino, std::memory_order_relaxed);
+}
+
+FileIdentity FileJLogWriter::identity() const {
+    return {mDevice.load(std::memory_order_relaxed), mInode.load(std::memory_order_relaxed)};
 }
 
 void FileJLogWriter::flush(bool sync) {
@@ -223,29 +232,14 @@ bool FileJLogWriter::writeOut(const char* bytes, size_t count) const {
 }
 
 void FileJLogWriter::reserveSpace(bool silent) const {
-    if (mCleaner == nullptr) {
-        return;
-    }
-    if (!mSignalSafe) {
-        CrashGate::awaitOpen();  // the file of a dump that runs is not to be deleted, either
-    }
-    if (mFd >= 0) {
-        spareOwnFile(mFd);
-    }
-    mCleaner->freeUpTo(kMinFreeBytes, mFolder.c_str(), kFallbackFolder, silent);
-}
-
-void FileJLogWriter::spareOwnFile(int fd) const {
     if (mCleaner != nullptr) {
-        mCleaner->spare(StorageCleaner::OWN, fd);
+        mCleaner->freeUpTo(kMinFreeBytes, mFolder.c_str(), kFallbackFolder, silent,
+                           {identity(), mOthersFile});
     }
 }
 
-void FileJLogWriter::spareFileOf(const FileJLogWriter* other) const {
-    if (mCleaner != nullptr) {
-        mCleaner->spare(StorageCleaner::OTHER,
-                        other != nullptr ? __atomic_load_n(&other->mFd, __ATOMIC_RELAXED) : -1);
-    }
+void FileJLogWriter::spareFileOf(const FileJLogWriter* other) {
+    mOthersFile = other != nullptr ? other->identity() : FileIdentity{};
 }
 
 void FileJLogWriter::leaveDeletedFile() {
@@ -253,12 +247,21 @@ void FileJLogWriter::leaveDeletedFile() {
     if (mFd < 0 || fstat(mFd, &status) != 0 || status.st_nlink > 0) {
         return;
     }
-    if (!mSilent) {
+    if (!mSilent && !mDeletionTold) {
         __android_log_print(ANDROID_LOG_WARN, kFileLogTag, "FileJLogWriter: file was deleted %s",
                             mFilePath.c_str());
     }
+    mDeletionTold = true;
     makeLogFolder(mFolder.c_str());
-    rotate();
+    const int deleted = mFd;
+    const PathText folder = mFolder;
+    if (open(false, "", false)) {
+        ::close(deleted);
+        writeContinuedMark();
+    } else {
+        mFd = deleted;
+        mFolder = folder;
+    }
 }
 
 tm FileJLogWriter::toLocalTime(time_t seconds, clockid_t clock) const {
@@ -285,18 +288,20 @@ void FileJLogWriter::heedLimit() {
 }
 
 void FileJLogWriter::rotate() {
-    // What leads up to the next file stays. (Without a file an earlier rotation has failed: the one
-    // before it is spared still.)
+    // Not close(): the file that leads up to the next one is to be spared until that is open.
     if (mFd >= 0) {
         flush(false);
-        spareOwnFile(mFd);
         closeDescriptor();
     }
     if (open(false, "", false)) {
-        // Ahead of whatever is buffered, and not counted against the new file.
-        if (!writeOut(kContinuedMark, sizeof(kContinuedMark) - 1)) {
-            reportLoss();
-        }
+        writeContinuedMark();
+    }
+}
+
+void FileJLogWriter::writeContinuedMark() {
+    // Ahead of whatever is buffered, and not counted against the new file.
+    if (!writeOut(kContinuedMark, sizeof(kContinuedMark) - 1)) {
+        reportLoss();
     }
 }
 

@@ -42,14 +42,6 @@ bool StorageCleaner::isOlder(const FileInfo& a, const FileInfo& b) {
     return a.mtime != b.mtime ? a.mtime < b.mtime : a.name.view() < b.name.view();
 }
 
-void StorageCleaner::spare(Owner owner, int fd) {
-    struct stat status = {};
-    mSpared[owner] = {};
-    if (fd >= 0 && fstat(fd, &status) == 0) {
-        mSpared[owner] = {status.st_dev, status.st_ino};
-    }
-}
-
 bool StorageCleaner::isSpared(const struct stat& status) const {
     return std::any_of(mSpared.begin(), mSpared.end(), [&status](const FileIdentity& file) {
         return file.inode != 0 && file.inode == status.st_ino && file.device == status.st_dev;
@@ -57,9 +49,10 @@ bool StorageCleaner::isSpared(const struct stat& status) const {
 }
 
 void StorageCleaner::freeUpTo(int64_t minFreeBytes, const char* folder, const char* sharedFolder,
-                              bool silent) {
+                              bool silent, const SparedFiles& spared) {
     mFolder = folder;
     mSilent = silent;
+    mSpared = spared;
     // On Linux one system call, and so fit for a signal handler, though POSIX does not promise it.
     struct statvfs storage = {};
     if (statvfs(pathOf("").c_str(), &storage) != 0) {
@@ -87,6 +80,9 @@ void StorageCleaner::freeUpTo(int64_t minFreeBytes, const char* folder, const ch
 bool StorageCleaner::deleteOldest(int64_t& freeBytes, int64_t minFreeBytes) const {
     for (size_t i = 0; i < mCount; ++i) {
         CrashGate::reportProgress();
+        if (!mSilent) {
+            CrashGate::awaitOpen();
+        }
         const PathText path = pathOf(mOldest[i].name.c_str());
         if (unlink(path.c_str()) != 0) {
             if (errno == EROFS) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "jlog/file/FileIdentity.h"
 #include "jlog/file/FixedText.h"
 
 namespace JCam::Utils::JLog::File {
@@ -21,17 +22,15 @@ namespace JCam::Utils::JLog::File {
 /// too large for a thread's stack at a bad moment; make it beforehand.
 class StorageCleaner {
   public:
-    /// Whose file is spared.
-    enum Owner { OWN, OTHER };
+    /// The files that are left alone, whatever their names.
+    using SparedFiles = std::array<FileIdentity, 2>;
 
-    /// Spares the file that `fd` has open, known by device and inode, in place of the one before of
-    /// this owner; below 0 none. Signal-safe.
-    void spare(Owner owner, int fd);
-
-    /// Deletes files of `folder`, oldest first, until more than `minFreeBytes` are free or no file
-    /// is left but those that are spared. `sharedFolder` is the one that others keep files in;
-    /// `silent` suppresses the messages to the Android log, and makes the call signal-safe.
-    void freeUpTo(int64_t minFreeBytes, const char* folder, const char* sharedFolder, bool silent);
+    /// Deletes files of `folder`, oldest first, until more than `minFreeBytes` are free or only
+    /// files of `spared` are left. In `sharedFolder` it deletes log files only. `silent` suppresses
+    /// the messages to the Android log and makes the call signal-safe. An ordinary call waits for
+    /// the end of a crash dump before it deletes a file, which might be that of the dump.
+    void freeUpTo(int64_t minFreeBytes, const char* folder, const char* sharedFolder, bool silent,
+                  const SparedFiles& spared);
 
   private:
     /// How many files one pass finds: the more, the fewer times a folder of thousands is read. They
@@ -56,18 +55,13 @@ class StorageCleaner {
     /// Deletes what mOldest lists. Returns whether that was enough, or nothing can be deleted.
     bool deleteOldest(int64_t& freeBytes, int64_t minFreeBytes) const;
 
-    struct FileIdentity {
-        dev_t device;
-        ino_t inode;  // 0, which no file has, for none
-    };
     [[nodiscard]] bool isSpared(const struct stat& status) const;
 
-    /// By Owner.
-    std::array<FileIdentity, 2> mSpared{};
     // Of the call that runs.
     const char* mFolder{nullptr};
     bool mSilent{false};
     bool mLogFilesOnly{false};
+    SparedFiles mSpared{};
     std::array<FileInfo, kFilesPerPass> mOldest;
     size_t mCount{0};
 };

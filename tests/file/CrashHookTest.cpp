@@ -404,7 +404,9 @@ void installHostOnTop(int sig) {
     host.sa_flags = SA_SIGINFO;
     host.sa_sigaction = [](int signal, siginfo_t* info, void* context) {
         require(++sSeenValue < 5, 1);
+        const struct sigaction self = actionOf(signal);
         sFoundByHost.sa_sigaction(signal, info, context);
+        sigaction(signal, &self, nullptr);  // as some do, for the next time
     };
     sigaction(sig, &host, &sFoundByHost);
 }

@@ -137,6 +137,28 @@ TEST_F(FileAloneJLoggerTest, AFileThatIsDeletedWhileOpenIsFollowedByTheNext) {
     }
 }
 
+TEST_F(FileAloneJLoggerTest, AFolderThatCannotBeMadeAgainIsTriedUntilItIsThere) {
+    Support::Interpose::redirect("/data/vendor", mFolder.path("absent"));
+    const std::string folder = mFolder.path("parent/logs");
+    std::filesystem::create_directories(folder);
+    mProperties.set(kFolderProperty, folder);
+    OpenLogger logger;
+    logger.onInit();
+    std::filesystem::remove_all(mFolder.path("parent"));
+    for (int i = 0; i < 2; ++i) {
+        logger.log("lost");
+        logger.onFlush(60);
+    }
+    std::filesystem::create_directories(folder);
+    logger.log("after");
+    logger.onUninit();
+    const std::string next = std::filesystem::directory_iterator(folder)->path().string();
+    EXPECT_THAT(Support::splitLines(Support::readFile(next)),
+                ElementsAre("-- CONTINUED --", EndsWith(" after")));
+    EXPECT_EQ(mLog.count("FileJLogWriter: file was deleted "), 1U);
+    EXPECT_EQ(mLog.count(kUnableToOpen), 2U);
+}
+
 TEST_F(FileAloneJLoggerTest, IdleThreadWritesFewRecordsWithinItsInterval) {
     for (const char* interval : {"20", "0"}) {
         SCOPED_TRACE(interval);

@@ -24,9 +24,9 @@ namespace JCam::Utils::JLog::File {
 ///
 /// Failures: without a file, records are dropped with an ERROR line per buffer, and memory does not
 /// grow. A file that somebody deletes while it is open is followed by the next one, in a folder
-/// that is made again if need be: the flush thread looks for it before each batch. Without a flush
-/// thread, one ERROR line says so, and the newest buffers stay in memory. The Android log has all
-/// this under the tag "FileAloneJLogger".
+/// that is made again if need be: the flush thread looks for it before it renders a buffer. Without
+/// a flush thread, one ERROR line says so, and the newest buffers stay in memory. The Android log
+/// has all this under the tag "FileAloneJLogger".
 ///
 /// Threads: any, but onInit() and onUninit() not at once. The flush thread blocks all signals but
 /// those that a thread brings upon itself. Nothing is signal-safe but what FileJLoggerBase says is.
@@ -57,8 +57,6 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
         int boostLevel{0};
         uint32_t logsWritten{0};
         uint32_t passes{0};
-        /// More buffers were queued behind the one that was rendered last.
-        bool isInBatch{false};
     };
 
     /// What the next pass has to do.

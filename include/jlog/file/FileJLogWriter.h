@@ -1,10 +1,12 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <memory>
 
+#include "jlog/file/FileIdentity.h"
 #include "jlog/file/FixedText.h"
 #include "jlog/file/LineRenderer.h"
 #include "jlog/file/LogRecord.h"
@@ -75,13 +77,15 @@ class JLOG_EXPORT FileJLogWriter {
     /// `silent` suppresses the messages. What cannot be read or deleted is left alone, and so is
     /// the file that is open.
     void reserveSpace(bool silent) const;
-    /// The clean-up also spares the file that `other` has open at this moment; null ends that.
-    /// `other` may be in use on another thread. Signal-safe.
-    JLOG_INTERNAL void spareFileOf(const FileJLogWriter* other) const;
+    /// The clean-up also spares the file that `other` has open at this moment, or goes on from;
+    /// null ends that. `other` may be in use on another thread. Signal-safe.
+    void spareFileOf(const FileJLogWriter* other);
     /// Goes on to the next file if the open one has no name any more, because somebody has deleted
-    /// it. Says so in a WARN line, and makes the folder again if it is gone. Nothing may be
-    /// buffered. One system call where the file is still there.
-    JLOG_INTERNAL void leaveDeletedFile();
+    /// it. Says so in a WARN line, once a file, and makes the folder again if it is gone. If there
+    /// is no place for a next file, it keeps the open one, so that the next call tries again.
+    /// Nothing may be buffered. One system call where the file is still there. Not in a signal
+    /// handler.
+    void leaveDeletedFile();
 
     /// Appends the line of an enter record, which stands there as in a buffer, unless its contents
     /// are impossible. Writes, and goes on to the next file, where that is due; so does all that
@@ -104,8 +108,7 @@ class JLOG_EXPORT FileJLogWriter {
     /// may go on afterwards and then writes that text once more.
     void rescue() const;
 
-    /// The open file, or -1. The owner reads it, and spareFileOf() on another thread, for which it
-    /// is stored atomically.
+    /// The open file, or -1. For the owner to read.
     int32_t mFd{-1};
     /// The log folder, without a trailing slash. The owner sets it before the first open().
     PathText mFolder;
@@ -129,10 +132,11 @@ class JLOG_EXPORT FileJLogWriter {
     JLOG_INTERNAL int createFile(PathText& path);
     /// Goes on to the next file.
     JLOG_INTERNAL void rotate();
-    JLOG_INTERNAL void setDescriptor(int fd);
+    JLOG_INTERNAL void writeContinuedMark();
     JLOG_INTERNAL void closeDescriptor();
-    /// Sets the own file that the clean-up spares; below 0 none.
-    JLOG_INTERNAL void spareOwnFile(int fd) const;
+    /// Keeps the identity of the file that `fd` has open; below 0 none.
+    JLOG_INTERNAL void setIdentity(int fd);
+    [[nodiscard]] JLOG_INTERNAL FileIdentity identity() const;
     JLOG_INTERNAL void reserveDescriptor();
     JLOG_INTERNAL void releaseDescriptor();
     [[nodiscard]] JLOG_INTERNAL tm toLocalTime(time_t seconds, clockid_t clock) const;
@@ -170,11 +174,19 @@ class JLOG_EXPORT FileJLogWriter {
     const char* mLimit{nullptr};
     /// Bytes counted against the current file but for those behind buffer(); drives the rotation.
     uint64_t mFileBytes{0};
+    /// The file that is open or, in a rotation, was before. Two words, which spareFileOf() reads on
+    /// another thread. Relaxed: a pair that is torn is the identity of no file of the folder.
+    std::atomic<uint64_t> mDevice{0};
+    std::atomic<uint64_t> mInode{0};
+    /// What the clean-up spares for somebody else.
+    FileIdentity mOthersFile;
     const int32_t mPid;
     /// Index of the next file of the series.
     uint32_t mFileIndex{1};
     bool mSilent{false};
     bool mSignalSafe{false};
+    /// A line has told that the open file was deleted.
+    bool mDeletionTold{false};
     /// Open, for its number alone, while a signal-safe writer has no file; otherwise -1.
     int32_t mReservedFd{-1};
     /// Clock of the records, in a signal handler.

@@ -120,6 +120,11 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// Without effect when the hook is not armed.
     void uninitHook();
 
+    /// From now on the clean-up of a dump spares the file that `writer`, the subclass's own, has
+    /// open. To be called with null before the writer goes: that waits for a dump that runs, within
+    /// bounds.
+    void setLogWriter(const FileJLogWriter* writer);
+
     /// Makes sigHandler the action of `sig`: saves the current action in `oldAct` and fills `act`
     /// with the one it installs. Does nothing when either is null.
     static void registerSigAction(int sig, struct sigaction* act, struct sigaction* oldAct);
@@ -176,10 +181,6 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// handler that has been entered already when the hook is disarmed.
     std::unique_ptr<FileJLogWriter> mCrashWriter;
 
-    /// The subclass's own, whose open file the clean-up of a dump spares; null without. To be null
-    /// again, and a dump waited for, before it goes. Sequentially consistent, like sActiveLogger.
-    std::atomic<const FileJLogWriter*> mLogWriter{nullptr};
-
     /// The logger whose initHook() ran last, armed or not; null again only when it is gone.
     /// Sequentially consistent: a handler first shuts the CrashGate, then looks here.
     static std::atomic<FileJLoggerBase*> sActiveLogger;
@@ -219,6 +220,8 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// Renders a buffer of whose memory the first `readable` bytes can be read. Signal-safe.
     JLOG_INTERNAL void dumpBuffer(const Buffer& buffer, size_t readable);
 
+    /// What setLogWriter() was told last. Sequentially consistent, like sActiveLogger.
+    std::atomic<const FileJLogWriter*> mLogWriter{nullptr};
     bool mQueueBounded JLOG_GUARDED_BY(mMutex){false};
     /// The kernel has refused a buffer, and the line that says so was printed. Until it gives one
     /// again, records are kept as far as recycled buffers allow.
