@@ -193,11 +193,11 @@ void JLogger::logRateLimited(unsigned int moduleId, const char* tag, JLogLevel l
     va_end(arguments);
     if (heldBack > 0) {
         char suffix[sizeof(" (4294967295 held back)")];
-        const auto suffixBytes = static_cast<size_t>(
-                snprintf(suffix, sizeof(suffix), " (%u held back)", heldBack) + 1);
-        chars = std::min(chars, sizeof(text) - suffixBytes);
-        memcpy(text + chars, suffix, suffixBytes);
-        chars += suffixBytes - 1;
+        const auto suffixChars =
+                static_cast<size_t>(snprintf(suffix, sizeof(suffix), " (%u held back)", heldBack));
+        chars = std::min(chars, sizeof(text) - 1 - suffixChars);
+        memcpy(text + chars, suffix, suffixChars + 1);
+        chars += suffixChars;
     }
     logNormalDetails(moduleId, tag, level, text, chars);
     errno = callersErrno;
