@@ -115,15 +115,17 @@ TEST_F(JLogMacrosTest, AnArgumentMayHaveACallInIt) {
 TEST_F(JLogMacrosTest, AModuleMayBeAnythingThatIsANumber) {
     enum class Scoped : uint64_t { VIDEO = MODULE_VIDEO };
     constexpr auto kModule = MODULE_PREVIEW;
+    static const Sensor sSensors[] = {{MODULE_VIDEO, MODULE_PREVIEW}};
     Sensor sensor{MODULE_VIDEO, MODULE_PREVIEW};
     std::atomic<uint32_t> shared{MODULE_VIDEO};
     [] { JLOGI(kModule, "no capture"); }();
     JLOGI(Sensor::kModule, "member");
     JLOGI(sensor.module, "bit-field");
     JLOGI(sensor.id, "variable");
+    JLOGI(sSensors[0].id, "of a constant table");
     JLOGI(Scoped::VIDEO, "scoped");
     JLOGI(shared, "atomic");
-    EXPECT_EQ(mCalls.size(), 6U);
+    EXPECT_EQ(mCalls.size(), 7U);
 }
 
 TEST_F(JLogMacrosTest, IsOneStatement) {

@@ -132,13 +132,13 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
 
 /// Not for call sites: tests whether a message is wanted. The variables are numbered, so that an
 /// argument may contain another call.
-#define JLOG_IF_WANTED(number, module, level)                                                     \
-    static_assert(__builtin_strcmp(JLOG_STRING(JLOG_TAG), "JLOG_TAG") != 0,                       \
-                  "JLOG_TAG is missing: #define JLOG_TAG \"Name\" gives the lines of this "       \
-                  "source their tag");                                                            \
-    const unsigned int jlogModule##number = JLOG_MODULE(module);                                  \
-    const ::JCam::Utils::JLog::JLogLevel jlogLevel##number = ::JCam::Utils::JLog::levelOf(level); \
-    if (jlogLevel##number <= JLOG_MAX_LEVEL &&                                                    \
+#define JLOG_IF_WANTED(number, module, level)                                               \
+    static_assert(__builtin_strcmp(JLOG_STRING(JLOG_TAG), "JLOG_TAG") != 0,                 \
+                  "JLOG_TAG is missing: #define JLOG_TAG \"Name\" gives the lines of this " \
+                  "source their tag");                                                      \
+    const unsigned int jlogModule##number = JLOG_MODULE(module);                            \
+    const ::JCam::Utils::JLog::JLogLevel jlogLevel##number = (level);                       \
+    if (jlogLevel##number <= JLOG_MAX_LEVEL &&                                              \
         ::JCam::Utils::JLog::JLogger::wantsDetails(jlogModule##number, jlogLevel##number))
 
 /// Not for call sites: the text of what the argument expands to.
@@ -147,10 +147,12 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
 #define JLOG_STRINGIFY(...) #__VA_ARGS__
 
 /// Not for call sites: the 32 bits of a module. The compiler looks at the value only where it is
-/// constant; elsewhere __builtin_constant_p is 0, and nothing is evaluated.
-#define JLOG_MODULE(module)                                         \
-    ::JCam::Utils::JLog::moduleBits<__builtin_constant_p(module) && \
-                                    ::JCam::Utils::JLog::isTooLargeForModule(module)>(module)
+/// constant; elsewhere __builtin_constant_p is 0, and nothing is evaluated. clang folds a
+/// conditional with that test, but no other expression.
+#define JLOG_MODULE(module)                                                                     \
+    ::JCam::Utils::JLog::moduleBits<(__builtin_constant_p(module)                               \
+                                             ? ::JCam::Utils::JLog::isTooLargeForModule(module) \
+                                             : false)>(module)
 
 namespace JCam::Utils::JLog {
 
@@ -190,18 +192,6 @@ constexpr unsigned int moduleBits(Id&& id) {
         return static_cast<unsigned int>(std::forward<Id>(id));
     } else {
         return 0;
-    }
-}
-
-/// Not for call sites: the level of a message, or why it does not compile.
-template <typename Level>
-constexpr JLogLevel levelOf(Level level) {
-    constexpr bool kIsLevel = std::is_convertible_v<Level, JLogLevel>;
-    static_assert(kIsLevel, "the level is missing, or a number: JLOG_DETAILS takes a JLogLevel");
-    if constexpr (kIsLevel) {
-        return level;
-    } else {
-        return JLogLevel{};
     }
 }
 

@@ -28,11 +28,12 @@ int64_t nowMs() {
 }  // namespace
 
 std::atomic<uint32_t> CrashGate::sHolder{kOpen};
+std::atomic<int> CrashGate::sSignal{0};
 std::atomic<uint32_t> CrashGate::sProgress{1};
 std::atomic<uint32_t> CrashGate::sStalledAt{0};
 std::atomic<pid_t> CrashGate::sWriter{0};
 
-CrashGate::Role CrashGate::enter(pid_t tid) {
+CrashGate::Role CrashGate::enter(pid_t tid, int sig) {
     const auto self = static_cast<uint32_t>(tid);
     reportProgress();  // before the gate is shut: nobody has waited in vain for this dump
     uint32_t holder = kOpen;
@@ -41,11 +42,15 @@ CrashGate::Role CrashGate::enter(pid_t tid) {
         if (isDumper(holder)) {
             return holder == self ? Role::NESTED : Role::LATE;
         }
+        if (holder == (self | kDumped) && sSignal.load(std::memory_order_relaxed) == sig) {
+            return Role::AGAIN;
+        }
     }
     return Role::DUMP;
 }
 
-void CrashGate::endDump(pid_t tid) {
+void CrashGate::endDump(pid_t tid, int sig) {
+    sSignal.store(sig, std::memory_order_relaxed);
     auto holder = static_cast<uint32_t>(tid);
     // Release: the files of the dump are closed for whoever sees it.
     sHolder.compare_exchange_strong(holder, holder | kDumped, std::memory_order_release,

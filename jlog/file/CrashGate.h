@@ -28,20 +28,21 @@ class CrashGate {
     enum class Role {
         DUMP,    // it has shut the gate and dumps
         NESTED,  // it is the very thread that dumps, interrupted
+        AGAIN,   // it has dumped for this signal and handed it on, and got it back
         LATE,    // another thread dumps
     };
 
     // For signal handlers, and signal-safe.
 
-    /// `tid`: the calling thread.
-    static Role enter(pid_t tid);
+    /// `tid`: the calling thread; `sig`: the signal that it comes with.
+    static Role enter(pid_t tid, int sig);
     /// Tells those who wait that the dump goes on. To be called from time to time within anything
     /// long.
     static void reportProgress() { sProgress.fetch_add(1, std::memory_order_relaxed); }
     /// Waits up to kWriteWaitMs for a write that another thread has begun before the gate was shut.
     static void awaitWrite(pid_t tid);
     /// The dump of this thread has ended; the gate stays shut.
-    static void endDump(pid_t tid);
+    static void endDump(pid_t tid, int sig);
     /// Opens the gate: the process goes on. Without effect when another thread dumps by now.
     static void reopen(pid_t tid);
     /// Waits until the dump that runs has ended, or has made no progress for kStallMs.
@@ -49,6 +50,8 @@ class CrashGate {
 
     // For ordinary threads.
 
+    /// To be called when a hook is armed: what an earlier dump was for is of the past.
+    static void forgetSignal() { sSignal.store(0, std::memory_order_relaxed); }
     /// Whether a dump may have a buffer in hand.
     [[nodiscard]] static bool isDumping() {
         return isDumper(sHolder.load(std::memory_order_seq_cst));
@@ -86,6 +89,8 @@ class CrashGate {
 
     /// kOpen, or the thread that has shut the gate, with kDumped once its dump has ended.
     static std::atomic<uint32_t> sHolder;
+    /// The signal of the dump that has ended. Relaxed: the thread that asks has stored it itself.
+    static std::atomic<int> sSignal;
     /// Grows while a dump goes on. Relaxed: only whether it has changed matters.
     static std::atomic<uint32_t> sProgress;
     /// The progress at which somebody has waited in vain. Relaxed, likewise.

@@ -113,21 +113,31 @@ class DumpPriority {
 /// Relaxed: one thread sets and takes it.
 std::atomic<int> sPostponed{0};
 
-/// The thread and the signal of the last call of cameBack(); 0 before, and when the process has
-/// outlived the signal. Relaxed: a thread looks for what it has stored itself.
-std::atomic<uint64_t> sRaised{0};
+/// How many times in a row a signal was raised for the default action, as far as is known, and the
+/// process goes on; and when that was last, in seconds of the monotonic clock. Relaxed: an
+/// estimate.
+std::atomic<int> sRounds{0};
+std::atomic<int64_t> sLastRoundSec{0};
 
-/// Returns whether this thread has raised this signal before, for an action that is not known here,
-/// and that action has led back here. To be called before the signal is raised.
-bool cameBack(int sig) {
-    const uint64_t self =
-            uint64_t{static_cast<uint32_t>(gettid())} << 32 | static_cast<uint32_t>(sig);
-    return sRaised.exchange(self, std::memory_order_relaxed) == self;
+/// Whether signals go round in circles: somebody else's action is in place, and only leads back
+/// here. To be called before a signal is raised for the default action.
+bool goesRound() {
+    constexpr int kMaxRounds = 4;  // an action may take the signal itself the second time
+    constexpr int64_t kPauseSec = 30;
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const int64_t lastSec = sLastRoundSec.exchange(now.tv_sec, std::memory_order_relaxed);
+    if (now.tv_sec - lastSec > kPauseSec) {
+        sRounds.store(0, std::memory_order_relaxed);
+    }
+    return sRounds.fetch_add(1, std::memory_order_relaxed) + 1 >= kMaxRounds;
 }
 
-/// Lets the signal's default action, which is in place, end the process here: an action that runs
-/// around this handler, and puts itself back, would keep it from that for ever.
+/// Lets the default action end the process here: an action that runs around this handler, and puts
+/// itself back, would keep it from that for ever.
 void endBy(int sig) {
+    const struct sigaction defaultAction = {};
+    sigaction(sig, &defaultAction, nullptr);
     sigset_t only;
     sigemptyset(&only);
     sigaddset(&only, sig);
@@ -188,14 +198,17 @@ bool handOn(int sig, siginfo_t* info, void* context, const struct sigaction& act
         } else {
             action.sa_handler(sig);
         }
-        return true;
+        return !isPending(sig);  // for the default action, where it has led back here
+    }
+    if (goesRound()) {
+        endBy(sig);
     }
     // Blocked while its handler runs, the signal stays pending until the handler returns.
     raise(sig);
     if (isPending(sig)) {
         return false;
     }
-    sRaised.store(0, std::memory_order_relaxed);
+    sRounds.store(0, std::memory_order_relaxed);
     return true;
 }
 
@@ -205,10 +218,13 @@ void FileJLoggerBase::sigHandler(int sig, siginfo_t* info, void* context) {
     const int callersErrno = errno;
     const pid_t tid = gettid();
     // Before the look for the logger: whoever destroys it sees the gate shut, or is not found.
-    const CrashGate::Role role = CrashGate::enter(tid);
+    const CrashGate::Role role = CrashGate::enter(tid, sig);
     FileJLoggerBase* logger = sActiveLogger.load(std::memory_order_seq_cst);
-    const struct sigaction previous =
-            restoreAction(sig, logger != nullptr ? logger->previousAction(sig) : nullptr);
+    const struct sigaction* found = logger != nullptr ? logger->previousAction(sig) : nullptr;
+    // The action that was found has had the signal, and has led back here.
+    const struct sigaction defaultAction = {};
+    const struct sigaction previous = restoreAction(
+            sig, role == CrashGate::Role::AGAIN && found != nullptr ? &defaultAction : found);
     switch (role) {
         case CrashGate::Role::DUMP:
             sPostponed.store(0, std::memory_order_relaxed);
@@ -217,7 +233,9 @@ void FileJLoggerBase::sigHandler(int sig, siginfo_t* info, void* context) {
                 logger->dump(nameOf(sig), info != nullptr ? info->si_addr : nullptr);
             }
             CrashGate::awaitWrite(tid);
-            CrashGate::endDump(tid);
+            CrashGate::endDump(tid, sig);
+            break;
+        case CrashGate::Role::AGAIN:
             break;
         case CrashGate::Role::NESTED:
             if (info != nullptr && wasSent(*info)) {
@@ -230,7 +248,7 @@ void FileJLoggerBase::sigHandler(int sig, siginfo_t* info, void* context) {
                 logger->mCrashWriter->rescue();
             }
             CrashGate::awaitWrite(tid);
-            CrashGate::endDump(tid);
+            CrashGate::endDump(tid, sig);
             break;
         case CrashGate::Role::LATE:
             CrashGate::awaitDumpEnd();
@@ -259,11 +277,7 @@ struct sigaction FileJLoggerBase::restoreAction(int sig, const struct sigaction*
     // There is no action to go back to: the hook was armed on top of another one, the logger is
     // gone, or the signal is none of the three. The default action, so that the signal does not
     // come back here for ever. If somebody else's action is in place, the signal may be meant for
-    // that: it runs first, and the process ends if it leads back here.
-    if (cameBack(sig)) {
-        sigaction(sig, &previous, nullptr);
-        endBy(sig);
-    }
+    // that: goesRound() tells when it is not.
     struct sigaction current = {};
     sigaction(sig, nullptr, &current);
     if (found != nullptr || isOurs(current)) {

@@ -39,6 +39,7 @@ void FileJLoggerBase::initHook() {
     // Ready for use: the handler of another logger's hook may work on this logger already.
     mCrashWriter = std::move(writer);
     refreshUtcOffsets();
+    CrashGate::forgetSignal();
     // Relaxed, and the barrier behind it: writers that fence before they publish from now on meet a
     // handler that is installed after it.
     mNeHook.store(mode, std::memory_order_relaxed);

@@ -77,6 +77,10 @@ bool FileJLogWriter::open(bool newSeries, const char* namePrefix, bool silent) {
     }
     releaseDescriptor();
     reserveSpace(mSilent);
+    return openFile();
+}
+
+bool FileJLogWriter::openFile() {
     PathText path;
     mFd = createFile(path);
     if (mFd < 0) {
@@ -255,7 +259,9 @@ void FileJLogWriter::leaveDeletedFile() {
     makeLogFolder(mFolder.c_str());
     const int deleted = mFd;
     const PathText folder = mFolder;
-    if (open(false, "", false)) {
+    // Without a clean-up. It might delete the open file of another process, which would do the same
+    // when it goes on; and the space of the deleted file comes back when that is closed.
+    if (openFile()) {
         ::close(deleted);
         writeContinuedMark();
     } else {

@@ -403,7 +403,7 @@ void installHostOnTop(int sig) {
     struct sigaction host = {};
     host.sa_flags = SA_SIGINFO;
     host.sa_sigaction = [](int signal, siginfo_t* info, void* context) {
-        require(++sSeenValue < 5, 1);
+        require(++sSeenValue < 50, 1);
         const struct sigaction self = actionOf(signal);
         sFoundByHost.sa_sigaction(signal, info, context);
         sigaction(signal, &self, nullptr);  // as some do, for the next time
@@ -419,6 +419,8 @@ TEST_F(CrashHookTest, SignalUnderAHostsHandlerOnTopEndsTheProcess) {
                       logger->initHook();
                       installHostOnTop(sig);
                       logger.reset();
+                      std::thread([sig] { raise(sig); }).detach();
+                      std::thread([sig] { raise(sig); }).detach();
                       raise(sig);
                   }),
                   (Ending{Ending::KILLED, sig}));
@@ -432,6 +434,18 @@ TEST_F(CrashHookTest, SignalUnderAHostsHandlerOnTopEndsTheProcess) {
                   }),
                   (Ending{Ending::KILLED, sig}));
     }
+    // Below the hook and on top of it as well.
+    std::filesystem::remove_all(mFolder.path());
+    EXPECT_EQ(runChild([&] {
+                  installHostOnTop(SIGABRT);
+                  RunningLogger logger;
+                  logger.onInit();
+                  logger.log("text");
+                  installHostOnTop(SIGABRT);
+                  raise(SIGABRT);
+              }),
+              (Ending{Ending::KILLED, SIGABRT}));
+    EXPECT_THAT(crashTexts(), ElementsAre("text")) << "in one file";
     // An action that does not lead back has the signal to itself, each time.
     EXPECT_EQ(runChild([] {
                   installAction(SIGBUS, keepSignal);

@@ -82,7 +82,8 @@ class JLOG_EXPORT FileJLogWriter {
     void spareFileOf(const FileJLogWriter* other);
     /// Goes on to the next file if the open one has no name any more, because somebody has deleted
     /// it. Says so in a WARN line, once a file, and makes the folder again if it is gone. If there
-    /// is no place for a next file, it keeps the open one, so that the next call tries again.
+    /// is no place for a next file, it keeps the open one, so that the next call tries again. There
+    /// is no clean-up.
     /// Nothing may be buffered. One system call where the file is still there. Not in a signal
     /// handler.
     void leaveDeletedFile();
@@ -130,6 +131,8 @@ class JLOG_EXPORT FileJLogWriter {
     /// Creates the next file in mFolder and leaves its path in `path`; -1 when that fails, and then
     /// the index is as before.
     JLOG_INTERNAL int createFile(PathText& path);
+    /// open() without a new series and without the clean-up.
+    JLOG_INTERNAL bool openFile();
     /// Goes on to the next file.
     JLOG_INTERNAL void rotate();
     JLOG_INTERNAL void writeContinuedMark();
