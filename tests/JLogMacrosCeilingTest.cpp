@@ -29,7 +29,9 @@ TEST(JLogMacrosCeiling, CallsAboveItLeaveNoCodeBehind) {
     JLOGD(MODULE_PREVIEW, "%d", nowhereDefined());
     JLOGV(MODULE_PREVIEW, "%d", nowhereDefined());
     JLOGD_EVERY_MS(MODULE_PREVIEW, 1000, "%d", nowhereDefined());
-    { JLOG_SCOPE(MODULE_PREVIEW, "scope", nowhereDefined()); }
+    unsigned int evaluated = 0;
+    { JLOG_SCOPE(MODULE_PREVIEW, "scope", ++evaluated); }
+    EXPECT_EQ(evaluated, 0U);
     JLogger::sJLogger = getDefaultJLogger();
     JLogger::setLevel(0);
     JLogger::setFilter(0);

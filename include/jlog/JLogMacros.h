@@ -158,8 +158,8 @@ namespace JCam::Utils::JLog {
 
 /// Not for call sites: whether a value of this type may be looked at when it is constant. Values of
 /// such types are passed on as such, never by reference: a constant needs no capture then.
-template <typename T>
-inline constexpr bool kIsPlain = std::is_integral_v<T> || std::is_enum_v<T>;
+template <typename Value>
+inline constexpr bool kIsPlain = std::is_integral_v<Value> || std::is_enum_v<Value>;
 
 /// Not for call sites: whether an id has more than 32 bits.
 template <typename Id, std::enable_if_t<kIsPlain<Id>, int> = 0>
