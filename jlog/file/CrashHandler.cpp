@@ -203,10 +203,11 @@ bool handOn(int sig, siginfo_t* info, void* context, const struct sigaction& act
     if (goesRound()) {
         endBy(sig);
     }
-    // Blocked while its handler runs, the signal stays pending until the handler returns.
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
     raise(sig);
-    if (isPending(sig)) {
-        return false;
+    if (sigismember(&blocked, sig) == 1) {
+        return false;  // as while its handler runs: it stays pending until the handler returns
     }
     sRounds.store(0, std::memory_order_relaxed);
     return true;
