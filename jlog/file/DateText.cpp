@@ -1,7 +1,7 @@
 #include "jlog/file/DateText.h"
 
 #include "jlog/file/Digits.h"
-#include "jlog/file/TextFormat.h"
+#include "jlog/file/SignalSafeFormat.h"
 
 namespace JCam::Utils::JLog::File {
 

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -21,8 +22,8 @@
 #include "jlog/file/FileLogTag.h"
 #include "jlog/file/LocalTime.h"
 #include "jlog/file/LogFolder.h"
+#include "jlog/file/SignalSafeFormat.h"
 #include "jlog/file/StorageCleaner.h"
-#include "jlog/file/TextFormat.h"
 
 namespace JCam::Utils::JLog::File {
 
@@ -128,11 +129,8 @@ void FileJLogWriter::startSeries(const char* namePrefix, bool silent) {
 int FileJLogWriter::createFile(PathText& path) {
     const uint32_t wantedIndex = mFileIndex;
     for (;;) {
-        if (formatText(path.data(), PathText::size(), "%s/cam_jlog_%d_%s%s_%02u.txt",
-                       mFolder.c_str(), mPid, mNamePrefix.c_str(), mTimeStamp.c_str(),
-                       mFileIndex) >= PathText::size()) {
-            path = "";  // a cut path would name another file
-        }
+        formatPath(path, "%s/cam_jlog_%d_%s%s_%02u.txt", mFolder.c_str(), mPid, mNamePrefix.c_str(),
+                   mTimeStamp.c_str(), mFileIndex);
         // Exclusive: an earlier series of the same second has the same names and must not be
         // overwritten. It also keeps a planted symbolic link from being followed.
         const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
@@ -278,7 +276,10 @@ void FileJLogWriter::writeString(const char* format, ...) {
     const size_t room = kWriteBufferBytes - bufferedBytes();
     va_list arguments;
     va_start(arguments, format);
-    const size_t length = vformatText(mEnd, room, format, arguments);
+    const size_t length =
+            mSignalSafe
+                    ? vformatText(mEnd, room, format, arguments)
+                    : static_cast<size_t>(std::max(vsnprintf(mEnd, room, format, arguments), 0));
     va_end(arguments);
     advanceTo(mEnd + std::min(length, room - 1));
     heedLimit();

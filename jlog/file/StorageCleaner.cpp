@@ -2,24 +2,71 @@
 
 #include "jlog/file/StorageCleaner.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include <android/log.h>
 
 #include "jlog/file/CrashGate.h"
 #include "jlog/file/FileLogTag.h"
-#include "jlog/file/FolderReader.h"
-#include "jlog/file/TextFormat.h"
+#include "jlog/file/SignalSafeFormat.h"
 
 namespace JCam::Utils::JLog::File {
 
 namespace {
+
+/// Reads the names in a folder by system calls alone: opendir allocates, and readdir locks.
+class FolderReader {
+  public:
+    explicit FolderReader(const char* path) : mFd(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+    ~FolderReader() {
+        if (mFd >= 0) {
+            close(mFd);
+        }
+    }
+    FolderReader(const FolderReader&) = delete;
+    FolderReader& operator=(const FolderReader&) = delete;
+
+    [[nodiscard]] bool isOpen() const { return mFd >= 0; }
+
+    /// The next name, "." and ".." included; valid until the next call. Null at the end, and when
+    /// the folder cannot be read any further.
+    const char* next() {
+        // struct linux_dirent64 of getdents64(2), which has no libc header: two 64-bit words, the
+        // length of the entry, its type, and the name.
+        constexpr size_t kEntryLengthOffset = 16;
+        constexpr size_t kNameOffset = 19;
+        if (mPosition == mFilled) {
+            const long filled = syscall(SYS_getdents64, mFd, mEntries, sizeof(mEntries));
+            if (filled <= 0) {
+                return nullptr;
+            }
+            mFilled = static_cast<size_t>(filled);
+            mPosition = 0;
+        }
+        const char* entry = mEntries + mPosition;
+        uint16_t length = 0;
+        memcpy(&length, entry + kEntryLengthOffset, sizeof(length));
+        mPosition += length;
+        return entry + kNameOffset;
+    }
+
+  private:
+    int mFd;
+    size_t mPosition{0};
+    size_t mFilled{0};
+    /// What the kernel has returned last. A name has at most 255 bytes.
+    alignas(8) char mEntries[2048];
+};
 
 bool isLogFileName(std::string_view name) {
     constexpr std::string_view kStem = "cam_jlog_";
@@ -154,9 +201,7 @@ bool StorageCleaner::inspect(const char* name, FileInfo& file) const {
 
 PathText StorageCleaner::pathOf(const char* name) const {
     PathText path;
-    if (formatText(path.data(), PathText::size(), "%s/%s", mFolder, name) >= PathText::size()) {
-        path = "";  // a cut path would name another file
-    }
+    formatPath(path, "%s/%s", mFolder, name);
     return path;
 }
 

@@ -101,9 +101,9 @@ class JLOG_EXPORT FileJLogWriter {
     /// size, which only damaged memory holds, ends the walk; one with impossible contents is
     /// stepped over.
     uint32_t appendRecords(const char* begin, const char* end);
-    /// Appends free text, printf-style; conversions are those of integers, characters, strings and
-    /// pointers, and any other one ends the formatting. It brings its own newline. What goes beyond
-    /// the room left in the buffer, at least 1124 characters, is cut.
+    /// Appends free text, printf-style, with its own newline. A signal-safe writer knows %s, %d,
+    /// %u, %x and %p, with a width; any other conversion ends its formatting. What goes beyond the
+    /// room left in the buffer, at least 1124 characters, is cut.
     void writeString(const char* format, ...) __attribute__((format(printf, 2, 3)));
     /// Writes the buffered text and changes nothing: for a fault in this very writer, whose work
     /// may go on afterwards and then writes that text once more.
