@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <utility>
 
@@ -297,6 +298,12 @@ void FileJLoggerBase::discard(std::unique_ptr<Buffer> buffer) {
         // to get here: for one that runs, consumers wait and queues are not trimmed.
         static_cast<void>(buffer.release());
     }
+}
+
+uint32_t FileJLoggerBase::renderRecords(const Buffer& buffer, FileJLogWriter& writer,
+                                        size_t maxBytes) {
+    return writer.appendRecords(buffer.data,
+                                std::min(buffer.end(), buffer.data + maxBytes, std::less<>()));
 }
 
 void FileJLoggerBase::setQueueBounded(bool bounded) {

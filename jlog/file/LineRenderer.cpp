@@ -2,16 +2,37 @@
 
 #include "jlog/file/LineRenderer.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
+#include <limits>
+#include <string_view>
 
-#include "jlog/file/Digits.h"
-#include "jlog/file/LineRendererInline.h"
+#include "jlog/file/CharBlock.h"
+#include "jlog/file/LocalTime.h"
 #include "jlog/ModuleTable.h"
 
 namespace JCam::Utils::JLog::File {
 
+// A line takes some ten nanoseconds, so what every line goes through is inlined into the walk.
+
 namespace {
+
+/// A second whose date is remembered first. No calendar reaches it: its text is that of a time
+/// without a local form.
+constexpr time_t kNoLocalTime = std::numeric_limits<time_t>::min();
+
+/// Levels beyond the table, which are those without a name, print as verbose.
+constexpr char kLevelTexts[][3] = {"V ", "E ", "W ", "I ", "D ", "D ", "V "};
+constexpr size_t kLevels = sizeof(kLevelTexts) / sizeof(kLevelTexts[0]);
+constexpr char kEightBlanks[] = "        ";
+constexpr size_t kNameColumn = 8;
+
+/// The length of `text` is known where this is inlined: a copy is an instruction or two.
+inline char* put(char* out, std::string_view text) {
+    memcpy(out, text.data(), text.size());
+    return out + text.size();
+}
 
 static_assert(std::endian::native == std::endian::little,
               "the first character of a word is its lowest byte");
@@ -25,13 +46,12 @@ size_t textLength(uint64_t word) {
     return static_cast<size_t>(std::countr_zero(isNul)) / 8;
 }
 
-}  // namespace
+// Texts are copied up to their NUL or to `end`, where their room in the record ends, and up to
+// kOverrun bytes more are written.
 
-char* putMoreBlocks(char* out, const char* from, const char* end) {
-    return putBlocks(out, from, end);
-}
-
-char* putShortText(char* out, const char* from, const char* end) {
+/// For texts whose room is less than a block. It ends at least 8 bytes behind the start of the
+/// record.
+[[gnu::noinline]] char* putShortText(char* out, const char* from, const char* end) {
     uint64_t word = 0;
     if (static_cast<size_t>(end - from) >= sizeof(word)) {
         memcpy(&word, from, sizeof(word));
@@ -54,25 +74,177 @@ char* putShortText(char* out, const char* from, const char* end) {
     return out + textLength(word);
 }
 
-char* putOddFraction(char* out, long nanoseconds) {
-    constexpr size_t kWidth = 6;
-    *out++ = '.';
-    const long micros = nanoseconds / 1000;
-    char digits[20];
-    if (micros < 0) {
-        *out++ = '-';
+/// Where the room is a block or more, or where a block of the same text has been copied already.
+[[gnu::always_inline]] inline char* putBlocks(char* out, const char* from, const char* end) {
+    constexpr size_t kBytes = CharBlock::kBytes;
+    for (; static_cast<size_t>(end - from) >= kBytes; from += kBytes, out += kBytes) {
+        const CharBlock block(from);
+        block.store(out);
+        const NulMask nuls = block.nuls();
+        if (nuls.any()) {
+            return out + nuls.first();
+        }
     }
-    const auto magnitude = static_cast<unsigned long>(micros < 0 ? -micros : micros);
-    const auto count = static_cast<size_t>(putNumber(digits, magnitude) - digits);
-    const size_t width = micros < 0 ? kWidth - 1 : kWidth;
-    for (size_t i = count; i < width; ++i) {
-        *out++ = '0';
+    const auto left = static_cast<size_t>(end - from);
+    if (left == 0) {
+        return out;
     }
-    memcpy(out, digits, count);
-    return out + count;
+    // The last block ends where the text has to; some of it is there already.
+    const size_t again = kBytes - left;
+    const CharBlock block(end - kBytes);
+    block.store(out - again);
+    const NulMask nuls = block.nuls().behind(again);
+    return out + (nuls.any() ? nuls.first() : left);
 }
 
-LineRenderer::LineRenderer(int32_t pid) : mPid(pid) {
+/// putBlocks() out of line, for what most names do not need.
+[[gnu::noinline]] char* putMoreBlocks(char* out, const char* from, const char* end) {
+    return putBlocks(out, from, end);
+}
+
+/// `end`, or where a text at `from` ends that is cut to `maxChars`.
+inline const char* cutTo(size_t maxChars, const char* from, const char* end) {
+    return from + std::min(maxChars, static_cast<size_t>(end - from));
+}
+
+[[gnu::always_inline]] inline char* putName(char* out, const char* from, const char* end) {
+    end = cutTo(kMaxNameChars, from, end);
+    if (static_cast<size_t>(end - from) < CharBlock::kBytes) {
+        return putShortText(out, from, end);
+    }
+    const CharBlock block(from);
+    block.store(out);
+    const NulMask nuls = block.nuls();
+    return nuls.any() ? out + nuls.first()
+                      : putMoreBlocks(out + CharBlock::kBytes, from + CharBlock::kBytes, end);
+}
+
+[[gnu::always_inline]] inline char* putMessage(char* out, const char* from, const char* end) {
+    end = cutTo(kMaxMessageChars, from, end);
+    return static_cast<size_t>(end - from) < CharBlock::kBytes ? putShortText(out, from, end)
+                                                               : putBlocks(out, from, end);
+}
+
+// No line outgrows its room, whatever the numbers, and neither does what is written behind it.
+constexpr size_t kMaxOriginBytes = 1 + 20 + 1 + 11 + 1 + 11 + 1;
+constexpr size_t kOverrun = 32;
+static_assert(kMaxOriginBytes + kMaxNameChars + kMaxModuleNameChars +
+                      sizeof("D JLog    : R AppRequest:4294967295 M[:ffffffff] +  : "
+                             "#4294967295\n") +
+                      kOverrun <=
+              TextBuffer::kMaxLineBytes);
+static_assert(kMaxOriginBytes + 2 + kMaxNameChars + 2 + kMaxMessageChars + 1 + kOverrun <=
+              TextBuffer::kMaxLineBytes);
+
+}  // namespace
+
+inline char* LineRenderer::putShort(char* out, const ShortText& text) {
+    memcpy(out, text.text, ShortText::kBytes);
+    return out + text.length;
+}
+
+/// "MM-DD hh:mm:ss". May write two bytes behind the end.
+[[gnu::always_inline]] inline char* LineRenderer::putDate(char* out, time_t second) {
+    if (second != mDateSecond) [[unlikely]] {
+        rememberDate(second);
+    }
+    memcpy(out, mDateText, sizeof(mDateText));
+    return out + kDateChars;
+}
+
+/// ".uuuuuu PPPPP TTTTT ".
+[[gnu::always_inline]] inline char* LineRenderer::putOrigin(char* out, const LogHeader& header) {
+    ThreadText& thread = mThreads[static_cast<uint32_t>(header.tid) % mThreads.size()];
+    if (thread.tid != header.tid) [[unlikely]] {
+        rememberThread(thread, header.tid);
+    }
+    out = putFraction(out, header.timestamp.tv_nsec);
+    return putShort(out, thread.text);
+}
+
+[[gnu::always_inline]] inline char* LineRenderer::putEnterExit(char* out,
+                                                               const LogEnterExit& record,
+                                                               const char* recordEnd,
+                                                               Direction direction) {
+    constexpr uint32_t kTopBit = 0x80000000;  // so that any id has a bit
+    auto& modules = mModules[static_cast<size_t>(direction)];
+    ModuleText& module = modules[static_cast<size_t>(std::countr_zero(record.moduleId | kTopBit)) %
+                                 modules.size()];
+    if (module.moduleId != record.moduleId) [[unlikely]] {
+        rememberModule(module, record.moduleId, direction);
+    }
+    out = putOrigin(out, record.header);
+    out = put(out, "D JLog    : R AppRequest:");
+    out = mRequestNo.put(out, record.requestNo);
+    out = putShort(out, module.text);
+    out = putName(out, record.name(), recordEnd);
+    return mSerial.put(out, record.serial);
+}
+
+[[gnu::always_inline]] inline char* LineRenderer::putDetails(char* out, const LogDetails& record,
+                                                             const char* recordEnd) {
+    out = putOrigin(out, record.header);
+    out = put(out, {record.level < kLevels ? kLevelTexts[record.level] : "V ", 2});
+    char* column = out + kNameColumn;
+    out = putName(out, record.name(), recordEnd);
+    memcpy(out, kEightBlanks, kNameColumn);
+    out = put(std::max(out, column), ": ");
+    out = putMessage(out, record.message, recordEnd);
+    *out++ = '\n';
+    return out;
+}
+
+[[gnu::always_inline]] inline LineRenderer::Line LineRenderer::render(const LogHeader& header,
+                                                                      RecordType type, size_t size,
+                                                                      TextBuffer& text) {
+    const char* recordEnd = reinterpret_cast<const char*>(&header) + size;
+    char* end;
+    static_assert(RECORD_EXIT == RECORD_ENTER + 1);
+    const auto direction = static_cast<Direction>(type - RECORD_ENTER);
+    if (direction <= Direction::EXIT && size > LogEnterExit::kNameOffset) {
+        end = putEnterExit(putDate(text.end(), header.timestamp.tv_sec),
+                           reinterpret_cast<const LogEnterExit&>(header), recordEnd, direction);
+    } else {
+        const auto& details = reinterpret_cast<const LogDetails&>(header);
+        const std::less<> before;
+        if (type != RECORD_DETAILS || size <= LogDetails::kNameOffset ||
+            before(details.message, details.name()) || !before(details.message, recordEnd)) {
+            return Line::NONE;
+        }
+        end = putDetails(putDate(text.end(), header.timestamp.tv_sec), details, recordEnd);
+    }
+    return text.endLine(end) ? Line::TAKEN_IN : Line::AT_LIMIT;
+}
+
+bool LineRenderer::renderRecord(const LogHeader& header, RecordType type, TextBuffer& text) {
+    return render(header, type, header.size(), text) == Line::AT_LIMIT;
+}
+
+bool LineRenderer::renderToLimit(RecordWalk& walk, TextBuffer& text) {
+    RecordWalk step = walk;  // in registers
+    Line line = Line::NONE;
+    while (line != Line::AT_LIMIT && step.bytesLeft >= sizeof(LogHeader)) {
+        const auto& header = *reinterpret_cast<const LogHeader*>(step.place);
+        const RecordType type = header.type();
+        const size_t size = header.size();
+        if (size > step.bytesLeft || size % kRecordAlignment != 0) {
+            break;
+        }
+        line = render(header, type, size, text);
+        // A record that has a line is large enough to be stepped over.
+        if (line == Line::NONE && size < sizeof(LogHeader)) {
+            break;
+        }
+        step.place += size;
+        step.bytesLeft -= size;
+        ++step.records;
+    }
+    walk = step;
+    return line == Line::AT_LIMIT;
+}
+
+LineRenderer::LineRenderer(int32_t pid) : mPid(pid), mDateSecond(kNoLocalTime) {
+    File::putDate(mDateText, {});
     for (ThreadText& entry : mThreads) {
         rememberThread(entry, entry.tid);
     }
@@ -81,6 +253,18 @@ LineRenderer::LineRenderer(int32_t pid) : mPid(pid) {
             rememberModule(entry, entry.moduleId, direction);
         }
     }
+}
+
+void LineRenderer::makeSignalSafe(clockid_t recordClock) {
+    mSignalSafe = true;
+    mRecordClock = recordClock;
+}
+
+void LineRenderer::rememberDate(time_t second) {
+    static_assert(kDateChars == TextBuffer::kDateBytes && kDateChars <= sizeof(mDateText));
+    File::putDate(mDateText,
+                  mSignalSafe ? cachedLocalTime(second, mRecordClock) : localTime(second));
+    mDateSecond = second;
 }
 
 void LineRenderer::rememberThread(ThreadText& entry, int32_t tid) const {

@@ -23,7 +23,7 @@ tm localTime(time_t seconds) {
     return localtime_r(&seconds, &local) != nullptr ? local : tm{};
 }
 
-tm shiftedTime(time_t seconds, int64_t offsetSec) {
+tm cachedLocalTime(time_t seconds, clockid_t clock) {
     constexpr int64_t kSecondsPerDay = 86400;
     constexpr int64_t kSecondsPerHour = 3600;
     constexpr int64_t kSecondsPerMinute = 60;
@@ -32,7 +32,7 @@ tm shiftedTime(time_t seconds, int64_t offsetSec) {
     if (seconds < -kMaxSeconds || seconds > kMaxSeconds) {
         return {};
     }
-    const int64_t shifted = seconds + offsetSec;
+    const int64_t shifted = seconds + cachedUtcOffset(clock);
     const int64_t secondOfDay = ((shifted % kSecondsPerDay) + kSecondsPerDay) % kSecondsPerDay;
     const int64_t days = (shifted - secondOfDay) / kSecondsPerDay;
 

@@ -12,10 +12,6 @@ namespace JCam::Utils::JLog::File {
 /// Not signal-safe.
 tm localTime(time_t seconds);
 
-/// The same by arithmetic alone, for a place `offsetSec` seconds ahead of UTC. Of the result only
-/// year, month, day, hour, minute and second are set. Signal-safe.
-tm shiftedTime(time_t seconds, int64_t offsetSec);
-
 /// Finds out the current UTC offsets for cachedUtcOffset(). Any thread. Not signal-safe.
 void refreshUtcOffsets();
 
@@ -23,5 +19,9 @@ void refreshUtcOffsets();
 /// CLOCK_MONOTONIC it is the offset of its reading taken as seconds since the epoch, as it stands
 /// in the lines of a log: that of 1970, whatever the zone has done since. Signal-safe.
 int64_t cachedUtcOffset(clockid_t clock);
+
+/// Local time by the cached offset of `clock` and arithmetic alone: year, month, day, hour, minute
+/// and second are set, nothing else. Signal-safe.
+tm cachedLocalTime(time_t seconds, clockid_t clock);
 
 }  // namespace JCam::Utils::JLog::File

@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <cstddef>
 
-#include "jlog/file/FixedText.h"
+#include "jlog/file/PathText.h"
 
 // printf without stdio. A signal handler may use it: the functions of libc may allocate, lock, or
 // read the locale. It knows what its callers need: %s, %d, %u, %x and %p, with a field width that

@@ -86,7 +86,7 @@ bool isSameFolder(const char* a, const char* b) {
 }  // namespace
 
 bool StorageCleaner::isOlder(const FileInfo& a, const FileInfo& b) {
-    return a.mtime != b.mtime ? a.mtime < b.mtime : a.name.view() < b.name.view();
+    return a.mtime != b.mtime ? a.mtime < b.mtime : strcmp(a.name, b.name) < 0;
 }
 
 bool StorageCleaner::isSpared(const struct stat& status) const {
@@ -130,7 +130,7 @@ bool StorageCleaner::deleteOldest(int64_t& freeBytes, int64_t minFreeBytes) cons
         if (!mSilent) {
             CrashGate::awaitOpen();
         }
-        const PathText path = pathOf(mOldest[i].name.c_str());
+        const PathText path = pathOf(mOldest[i].name);
         if (unlink(path.c_str()) != 0) {
             if (errno == EROFS) {
                 return true;  // as good as it gets: the next ones would fail, too
@@ -195,7 +195,7 @@ bool StorageCleaner::inspect(const char* name, FileInfo& file) const {
     }
     file.fileSize = status.st_size;
     file.mtime = status.st_mtime;
-    file.name = name;
+    formatText(file.name, sizeof(file.name), "%s", name);
     return true;
 }
 

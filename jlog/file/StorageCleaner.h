@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "jlog/file/FileIdentity.h"
-#include "jlog/file/FixedText.h"
+#include "jlog/file/PathText.h"
 
 namespace JCam::Utils::JLog::File {
 
@@ -40,7 +40,7 @@ class StorageCleaner {
     struct FileInfo {
         int64_t fileSize;
         int64_t mtime;
-        FixedText<256> name;
+        char name[256];  // NUL-terminated
     };
     /// By age, and by name where that is equal, so that a pass can go on where the last one ended.
     static bool isOlder(const FileInfo& a, const FileInfo& b);

@@ -1,20 +1,14 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
-#include <memory>
 
-#include "jlog/file/FileIdentity.h"
-#include "jlog/file/FixedText.h"
-#include "jlog/file/LineRenderer.h"
 #include "jlog/file/LogRecord.h"
+#include "jlog/file/PathText.h"
 #include "jlog/JLogExport.h"
 
 namespace JCam::Utils::JLog::File {
-
-class StorageCleaner;
 
 /// Renders records as lines of text and writes them to a series of files in the log folder.
 ///
@@ -34,11 +28,10 @@ class StorageCleaner;
 ///
 /// Threads: one at a time; the writer has no lock. Its own messages go to the Android log. A write
 /// takes as long as the file system does, and does not begin while a crash dump runs, unless that
-/// has made no progress for seconds. By itself it allocates nothing after construction.
+/// has made no progress for seconds. The writer itself allocates nothing after construction.
 ///
-/// Signals: a silent writer on which makeSignalSafe() was called may be used in a signal handler.
-/// It neither allocates nor locks nor waits: all memory that it needs is in it since its
-/// construction.
+/// Signals: a signal handler may use a silent writer on which makeSignalSafe() was called. That one
+/// neither allocates nor locks nor waits: it has all its memory since its construction.
 class JLOG_EXPORT FileJLogWriter {
   public:
     /// Above this many bytes the file is followed by the next one: 180 MiB.
@@ -83,9 +76,8 @@ class JLOG_EXPORT FileJLogWriter {
     /// Goes on to the next file if the open one has no name any more, because somebody has deleted
     /// it. Says so in a WARN line, once a file, and makes the folder again if it is gone. If there
     /// is no place for a next file, it keeps the open one, so that the next call tries again. There
-    /// is no clean-up.
-    /// Nothing may be buffered. One system call where the file is still there. Not in a signal
-    /// handler.
+    /// is no clean-up. Nothing may be buffered. One system call where the file is still there. Not
+    /// in a signal handler.
     void leaveDeletedFile();
 
     /// Appends the line of an enter record, which stands there as in a buffer, unless its contents
@@ -117,102 +109,24 @@ class JLOG_EXPORT FileJLogWriter {
     PathText mFilePath;
 
   private:
-    static constexpr size_t kWriteBufferBytes = 24576;
-    /// From this many buffered bytes on they are written out. The room that is left below it, at
-    /// least 1125 bytes, holds any line but one whose name and message are both near their limits;
-    /// that one is cut.
-    static constexpr size_t kFlushMark = 23452;
-    /// "MM-DD hh:mm:ss".
-    static constexpr size_t kDateBytes = 14;
-    /// In place of an errno.
-    static constexpr int32_t kNoLoss = -1;
+    struct Parts;
 
-    JLOG_INTERNAL void startSeries(const char* namePrefix, bool silent);
-    /// Creates the next file in mFolder and leaves its path in `path`; -1 when that fails, and then
-    /// the index is as before.
-    JLOG_INTERNAL int createFile(PathText& path);
-    /// open() without a new series and without the clean-up.
-    JLOG_INTERNAL bool openFile();
-    /// Goes on to the next file.
-    JLOG_INTERNAL void rotate();
-    JLOG_INTERNAL void writeContinuedMark();
-    JLOG_INTERNAL void closeDescriptor();
-    /// Keeps the identity of the file that `fd` has open; below 0 none.
-    JLOG_INTERNAL void setIdentity(int fd);
-    [[nodiscard]] JLOG_INTERNAL FileIdentity identity() const;
-    JLOG_INTERNAL void reserveDescriptor();
-    JLOG_INTERNAL void releaseDescriptor();
-    [[nodiscard]] JLOG_INTERNAL tm toLocalTime(time_t seconds, clockid_t clock) const;
-    /// Appends the line of a record of `size` bytes; false if it has none.
-    JLOG_INTERNAL bool appendRecord(const LogHeader& header, RecordType type, size_t size);
-    /// Puts the date at mEnd and returns where the rest of its line is to stand.
-    JLOG_INTERNAL char* beginLine(const timespec& timestamp);
-    /// Takes in the line that ends at `end`.
-    JLOG_INTERNAL void endLine(char* end);
-    /// The same where it ends at mLimit or behind: it may have to be cut.
-    JLOG_INTERNAL void endLineBehindLimit(char* end);
-    JLOG_INTERNAL void setDate(time_t second);
-    JLOG_INTERNAL void setDateText(const tm& local);
-    /// Takes in the text up to `end`.
-    JLOG_INTERNAL void advanceTo(char* end);
+    JLOG_INTERNAL Parts& parts();
+    [[nodiscard]] JLOG_INTERNAL const Parts& parts() const;
+    JLOG_INTERNAL void append(const LogHeader& header, RecordType type);
+    /// Takes in a line that reaches the limit of the text buffer.
+    JLOG_INTERNAL void takeInLine();
     /// Writes the text out, and goes on to the next file, where that is due.
     JLOG_INTERNAL void heedLimit();
-    /// To be called when mFileBytes has changed.
+    /// Sets the limit of the text buffer. To be called when the bytes of the file have changed.
     JLOG_INTERNAL void setLimit();
-    JLOG_INTERNAL void emptyBuffer();
-    /// False if text was lost; errno tells why, 0 if a part was written. So does writeOut().
-    [[nodiscard]] JLOG_INTERNAL bool writeBuffered() const;
-    [[nodiscard]] JLOG_INTERNAL bool writeOut(const char* bytes, size_t count) const;
-    JLOG_INTERNAL void reportLoss();
-    [[nodiscard]] char* buffer() { return mText + kDateBytes; }
-    [[nodiscard]] size_t bufferedBytes() const {
-        return static_cast<size_t>(mEnd - (mText + kDateBytes));
-    }
+    JLOG_INTERNAL bool openNext();
+    JLOG_INTERNAL void startFile();
+    JLOG_INTERNAL void rotate();
 
-    /// The text that is not written yet. It begins at buffer(), or at a date that is held over.
-    const char* mBegin{nullptr};
-    char* mEnd{nullptr};
-    /// From here on there is more to do than to append: the text is to be written, or the file is
-    /// full.
-    const char* mLimit{nullptr};
-    /// Bytes counted against the current file but for those behind buffer(); drives the rotation.
-    uint64_t mFileBytes{0};
-    /// The file that is open or, in a rotation, was before. Two words, which spareFileOf() reads on
-    /// another thread. Relaxed: a pair that is torn is the identity of no file of the folder.
-    std::atomic<uint64_t> mDevice{0};
-    std::atomic<uint64_t> mInode{0};
-    /// What the clean-up spares for somebody else.
-    FileIdentity mOthersFile;
-    const int32_t mPid;
-    /// Index of the next file of the series.
-    uint32_t mFileIndex{1};
-    bool mSilent{false};
-    bool mSignalSafe{false};
-    /// A line has told that the open file was deleted.
-    bool mDeletionTold{false};
-    /// Open, for its number alone, while a signal-safe writer has no file; otherwise -1.
-    int32_t mReservedFd{-1};
-    /// Clock of the records, in a signal handler.
-    clockid_t mRecordClock{CLOCK_REALTIME};
-    /// Why a write to the current file has lost text, as it was reported last; kNoLoss if it was
-    /// not.
-    int32_t mReportedLoss{kNoLoss};
-    /// Time stamp in the file names of the series.
-    FixedText<40> mTimeStamp;
-    /// Stands before the time stamp in the file names; empty for normal files.
-    FixedText<30> mNamePrefix;
-    /// Null without memory; then no space is freed.
-    const std::unique_ptr<StorageCleaner> mCleaner;
-    LineRenderer mRenderer;
-    /// The date part of the second rendered last, which most records repeat; copied as a whole.
-    char mDateText[16]{};
-    time_t mDateSecond;
-    /// The text buffer, and in front of it room for the date of a line. A date that fills the
-    /// buffer up to the mark is to be written out; it is held over there instead, to be written
-    /// with the rest of its line. Behind the buffer is room for the end of a line that is to be
-    /// cut.
-    char mText[kDateBytes + kFlushMark + kDateBytes + kMaxLineBytes];
-    static_assert(sizeof(mText) > kDateBytes + kWriteBufferBytes);
+    /// Holds the parts in place: a writer is made where memory may be short, and in the logger. The
+    /// spare bytes let the parts change without the layout of programs that are built already.
+    alignas(64) std::byte mParts[28 * 1024];
 };
 
 }  // namespace JCam::Utils::JLog::File
