@@ -13,18 +13,15 @@
 //    next one is touched.
 // 5. The kernel is given whole lines.
 
-#include <sys/resource.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <cstdint>
 #include <ctime>
 
+#include "jlog/file/CrashDump.h"
 #include "jlog/file/CrashGate.h"
 #include "jlog/file/CrashSignals.h"
 #include "jlog/file/FileJLoggerBase.h"
@@ -33,81 +30,6 @@
 namespace JCam::Utils::JLog::File {
 
 namespace {
-
-constexpr char kCrashFilePrefix[] = "NE_";
-/// In mode 1 a current buffer with more bytes of records than this is dumped alone.
-constexpr ptrdiff_t kMaxBytesOfSmallDump = 12799;
-/// What describes a buffer, in front of its records.
-constexpr size_t kHeadBytes = offsetof(Buffer, data);
-
-/// Whether the signal waits for this thread to unblock it.
-bool isPending(int sig) {
-    sigset_t pending;
-    return sigpending(&pending) == 0 && sigismember(&pending, sig) == 1;
-}
-
-/// The signal mask of a dump, for a scope.
-///
-/// SIGSEGV and SIGBUS are let through: the kernel ends a process at once that faults while the
-/// signal is blocked, and the action that was installed before us would never learn of a fault in
-/// here. SIGXFSZ is kept off: beyond the file size limit the write is to fail, not the process to
-/// die of another signal than the one it has received. SIGABRT can only come from elsewhere, and
-/// has no business in here either: another thread takes it, or this one afterwards.
-class DumpSignalMask {
-  public:
-    DumpSignalMask() {
-        sigset_t faults;
-        sigemptyset(&faults);
-        sigaddset(&faults, SIGSEGV);
-        sigaddset(&faults, SIGBUS);
-        sigset_t others;
-        sigemptyset(&others);
-        sigaddset(&others, SIGABRT);
-        sigaddset(&others, SIGXFSZ);
-        pthread_sigmask(SIG_BLOCK, &others, &mOriginal);
-        mWasPending = isPending(SIGXFSZ);
-        pthread_sigmask(SIG_UNBLOCK, &faults, nullptr);
-    }
-    ~DumpSignalMask() {
-        if (!mWasPending && isPending(SIGXFSZ)) {
-            const timespec noWait = {};
-            sigset_t fileSize;
-            sigemptyset(&fileSize);
-            sigaddset(&fileSize, SIGXFSZ);
-            sigtimedwait(&fileSize, nullptr, &noWait);
-        }
-        pthread_sigmask(SIG_SETMASK, &mOriginal, nullptr);
-    }
-    DumpSignalMask(const DumpSignalMask&) = delete;
-    DumpSignalMask& operator=(const DumpSignalMask&) = delete;
-
-  private:
-    sigset_t mOriginal;
-    bool mWasPending;
-};
-
-/// The priority of a dump, for a scope: it may run on the flush thread, which is at the end of
-/// every queue, while others wait for the process to end. Without the right to raise it, it stays.
-class DumpPriority {
-  public:
-    explicit DumpPriority(pid_t tid)
-            : mTid(static_cast<id_t>(tid)), mOriginal(getpriority(PRIO_PROCESS, mTid)) {
-        if (mOriginal > 0) {
-            setpriority(PRIO_PROCESS, mTid, 0);
-        }
-    }
-    ~DumpPriority() {
-        if (mOriginal > 0) {
-            setpriority(PRIO_PROCESS, mTid, mOriginal);
-        }
-    }
-    DumpPriority(const DumpPriority&) = delete;
-    DumpPriority& operator=(const DumpPriority&) = delete;
-
-  private:
-    id_t mTid;
-    int mOriginal;
-};
 
 /// A signal that somebody has sent to the thread that dumps, for when the dump is over; 0 if none.
 /// Relaxed: one thread sets and takes it.
@@ -150,36 +72,6 @@ bool wasSent(const siginfo_t& info) {
     return info.si_code <= 0;
 }
 
-/// How many bytes from the start of a buffer can be read; it may be no buffer at all. The kernel
-/// tells by copying a byte of each page: unlike a load, that may fail.
-size_t readableBytes(const Buffer* buffer) {
-    constexpr size_t kPageBytes = 4096;  // the smallest there is
-    constexpr size_t kPages = sizeof(Buffer) / kPageBytes + 2;
-    const auto begin = reinterpret_cast<uintptr_t>(buffer);
-    // Not null, which a kernel without the call would let pass, nor so near the end that the
-    // addresses of pages would wrap.
-    if (begin < kPageBytes || begin > UINTPTR_MAX - 2 * sizeof(Buffer) ||
-        begin % alignof(Buffer) != 0) {
-        return 0;
-    }
-    const uintptr_t end = begin + sizeof(Buffer);
-    std::array<iovec, kPages> probes;
-    std::array<char, kPages> copies;
-    size_t count = 0;
-    for (uintptr_t place = begin; place < end; place = (place / kPageBytes + 1) * kPageBytes) {
-        // NOLINTNEXTLINE(performance-no-int-to-ptr): for the kernel alone
-        probes[count++] = {reinterpret_cast<void*>(place), 1};
-    }
-    const iovec local = {copies.data(), count};
-    const ssize_t copied = process_vm_readv(getpid(), &local, 1, probes.data(), count, 0);
-    if (copied == static_cast<ssize_t>(count) || (copied < 0 && errno != EFAULT)) {
-        return sizeof(Buffer);  // or the kernel lacks the call, and it is to be tried
-    }
-    return copied <= 0 ? 0
-                       : reinterpret_cast<uintptr_t>(probes[static_cast<size_t>(copied)].iov_base) -
-                                 begin;
-}
-
 const char* nameOf(int sig) {
     const size_t i = crashSignalIndex(sig);
     return i < kCrashSignals.size() ? kCrashSignals[i].name : "NE";
@@ -213,6 +105,20 @@ bool handOn(int sig, siginfo_t* info, void* context, const struct sigaction& act
     return true;
 }
 
+/// Ends the dump of this thread, once no other thread is in the middle of a write.
+void endDump(pid_t tid, int sig) {
+    CrashGate::awaitWrite(tid);
+    CrashGate::endDump(tid, sig);
+}
+
+/// The process outlives the signal.
+void goOn(pid_t tid) {
+    CrashGate::reopen(tid);
+    if (const int postponed = sPostponed.exchange(0, std::memory_order_relaxed)) {
+        raise(postponed);
+    }
+}
+
 }  // namespace
 
 void FileJLoggerBase::sigHandler(int sig, siginfo_t* info, void* context) {
@@ -230,11 +136,9 @@ void FileJLoggerBase::sigHandler(int sig, siginfo_t* info, void* context) {
         case CrashGate::Role::DUMP:
             sPostponed.store(0, std::memory_order_relaxed);
             if (logger != nullptr) {
-                const DumpPriority priority(tid);
                 logger->dump(nameOf(sig), info != nullptr ? info->si_addr : nullptr);
             }
-            CrashGate::awaitWrite(tid);
-            CrashGate::endDump(tid, sig);
+            endDump(tid, sig);
             break;
         case CrashGate::Role::AGAIN:
             break;
@@ -248,8 +152,7 @@ void FileJLoggerBase::sigHandler(int sig, siginfo_t* info, void* context) {
             if (logger != nullptr && logger->mCrashWriter != nullptr) {
                 logger->mCrashWriter->rescue();
             }
-            CrashGate::awaitWrite(tid);
-            CrashGate::endDump(tid, sig);
+            endDump(tid, sig);
             break;
         case CrashGate::Role::LATE:
             CrashGate::awaitDumpEnd();
@@ -257,10 +160,7 @@ void FileJLoggerBase::sigHandler(int sig, siginfo_t* info, void* context) {
     }
     errno = callersErrno;
     if (handOn(sig, info, context, previous) && role == CrashGate::Role::DUMP) {
-        CrashGate::reopen(tid);
-        if (const int postponed = sPostponed.exchange(0, std::memory_order_relaxed)) {
-            raise(postponed);
-        }
+        goOn(tid);
     }
     errno = callersErrno;
 }
@@ -293,75 +193,12 @@ const struct sigaction* FileJLoggerBase::previousAction(int sig) const {
 }
 
 void FileJLoggerBase::dump(const char* signalName, const void* address) {
-    FileJLogWriter* writer = mCrashWriter.get();
-    if (writer == nullptr) {
+    if (mCrashWriter == nullptr) {
         return;
     }
-    const DumpSignalMask mask;
-    // Open is the file of a dump whose handler was left by a jump.
-    writer->close();
-    writer->spareFileOf(mLogWriter.load(std::memory_order_seq_cst));
-    if (!writer->open(true, kCrashFilePrefix, true)) {
-        return;
-    }
-    writer->writeString("%s : addr = %p\n", signalName, address);
-    writer->flush(false);
-    dumpRecords();
-    writer->close();
-}
-
-void FileJLoggerBase::dumpRecords() {
-    // The current buffer first: whatever becomes of it, all records that were there before are in
-    // it or in those that the queue holds up to it. It is found there if it was retired meanwhile.
-    const Buffer* current = mCurrent.peek();
-    const size_t currentBytes = readableBytes(current);
-    const bool hasCurrent = current != nullptr && currentBytes >= kHeadBytes;
-    if (hasCurrent && mNeHook.load(std::memory_order_relaxed) <= 1 &&
-        current->end() - current->data > kMaxBytesOfSmallDump) {
-        dumpBuffer(*current, currentBytes);
-        return;
-    }
-    // The size before the front: a buffer that leaves in between is counted, and not found.
-    const size_t queued = mFullBuffers.size();
-    QueueWalk walk = {mFullBuffers.peekFront(), nullptr, queued};
-    dumpQueue(walk, current);
-    const Buffer* back = mFullBuffers.peekBack();
-    if (walk.next != current && walk.last != back) {
-        // A damaged link, or buffers that came meanwhile. What is behind it is reached from the
-        // other end.
-        const size_t most = mFullBuffers.size();
-        walk.next = nullptr;
-        for (walk.left = 0; walk.left < most && back != walk.last; ++walk.left) {
-            if (readableBytes(back) < kHeadBytes ||
-                (walk.next != nullptr && back->next.load(std::memory_order_seq_cst) != walk.next)) {
-                break;
-            }
-            walk.next = back;
-            back = back->prev.load(std::memory_order_seq_cst);
-        }
-        dumpQueue(walk, current);
-    }
-    if (hasCurrent) {
-        dumpBuffer(*current, currentBytes);
-    }
-}
-
-void FileJLoggerBase::dumpQueue(QueueWalk& walk, const Buffer* end) {
-    // Counted, since damaged links may go round in circles.
-    for (; walk.left > 0 && walk.next != end; --walk.left) {
-        const size_t bytes = readableBytes(walk.next);
-        if (bytes < kHeadBytes) {
-            return;
-        }
-        dumpBuffer(*walk.next, bytes);
-        walk.last = walk.next;
-        walk.next = walk.next->next.load(std::memory_order_seq_cst);
-    }
-}
-
-void FileJLoggerBase::dumpBuffer(const Buffer& buffer, size_t readable) {
-    renderRecords(buffer, *mCrashWriter, readable - kHeadBytes);
-    mCrashWriter->flush(false);
+    mCrashWriter->spareFileOf(mLogWriter.load(std::memory_order_seq_cst));
+    CrashDump(*mCrashWriter, mCurrent, mFullBuffers)
+            .write(signalName, address, mNeHook.load(std::memory_order_relaxed) <= 1);
 }
 
 }  // namespace JCam::Utils::JLog::File

@@ -24,4 +24,10 @@ constexpr size_t crashSignalIndex(int number) {
     return i;
 }
 
+/// Whether `sig` waits for this thread to unblock it. Signal-safe.
+inline bool isPending(int sig) {
+    sigset_t pending;
+    return sigpending(&pending) == 0 && sigismember(&pending, sig) == 1;
+}
+
 }  // namespace JCam::Utils::JLog::File

@@ -206,20 +206,8 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// `found`, which may be null, or the default action. Signal-safe.
     JLOG_INTERNAL static struct sigaction restoreAction(int sig, const struct sigaction* found);
     /// Writes a crash file; `address` is the fault's. Signal-safe.
-    JLOG_INTERNAL void dump(const char* signalName, const void* address);
-    /// Renders what is buffered into the crash file. Signal-safe.
-    JLOG_INTERNAL void dumpRecords() JLOG_NO_THREAD_SAFETY_ANALYSIS;
-    /// How far a dump has got with the queue.
-    struct QueueWalk {
-        const Buffer* next;
-        const Buffer* last;  // that was dumped; null before the first
-        size_t left;         // buffers to come, at most
-    };
-    /// Renders the queue up to `end`, or to where its links lead nowhere. Signal-safe.
-    JLOG_INTERNAL void dumpQueue(QueueWalk& walk, const Buffer* end);
-    /// Renders a buffer of whose memory the first `readable` bytes can be read. Signal-safe.
-    JLOG_INTERNAL void dumpBuffer(const Buffer& buffer, size_t readable);
-
+    JLOG_INTERNAL void dump(const char* signalName,
+                            const void* address) JLOG_NO_THREAD_SAFETY_ANALYSIS;
     /// What setLogWriter() was told last. Sequentially consistent, like sActiveLogger.
     std::atomic<const FileJLogWriter*> mLogWriter{nullptr};
     bool mQueueBounded JLOG_GUARDED_BY(mMutex){false};

@@ -1,0 +1,197 @@
+// Runs after a fatal signal, by the rules of CrashHandler.cpp.
+
+#include "jlog/file/CrashDump.h"
+
+#include <sys/resource.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <ctime>
+#include <functional>
+
+#include "jlog/file/CrashSignals.h"
+#include "jlog/file/FileJLogWriter.h"
+
+namespace JCam::Utils::JLog::File {
+
+namespace {
+
+constexpr char kCrashFilePrefix[] = "NE_";
+/// A small dump writes a current buffer with more bytes of records than this alone.
+constexpr ptrdiff_t kMaxBytesOfSmallDump = 12799;
+/// What describes a buffer, in front of its records.
+constexpr size_t kHeadBytes = offsetof(Buffer, data);
+
+/// The signal mask of a dump, for a scope.
+///
+/// SIGSEGV and SIGBUS are let through: the kernel ends a process at once that faults while the
+/// signal is blocked, and the action that was installed before us would never learn of a fault in
+/// here. SIGXFSZ is kept off: beyond the file size limit the write is to fail, not the process to
+/// die of another signal than the one it has received. SIGABRT can only come from elsewhere, and
+/// has no business in here either: another thread takes it, or this one afterwards.
+class DumpSignalMask {
+  public:
+    DumpSignalMask() {
+        sigset_t faults;
+        sigemptyset(&faults);
+        sigaddset(&faults, SIGSEGV);
+        sigaddset(&faults, SIGBUS);
+        sigset_t others;
+        sigemptyset(&others);
+        sigaddset(&others, SIGABRT);
+        sigaddset(&others, SIGXFSZ);
+        pthread_sigmask(SIG_BLOCK, &others, &mOriginal);
+        mWasPending = isPending(SIGXFSZ);
+        pthread_sigmask(SIG_UNBLOCK, &faults, nullptr);
+    }
+    ~DumpSignalMask() {
+        if (!mWasPending && isPending(SIGXFSZ)) {
+            const timespec noWait = {};
+            sigset_t fileSize;
+            sigemptyset(&fileSize);
+            sigaddset(&fileSize, SIGXFSZ);
+            sigtimedwait(&fileSize, nullptr, &noWait);
+        }
+        pthread_sigmask(SIG_SETMASK, &mOriginal, nullptr);
+    }
+    DumpSignalMask(const DumpSignalMask&) = delete;
+    DumpSignalMask& operator=(const DumpSignalMask&) = delete;
+
+  private:
+    sigset_t mOriginal;
+    bool mWasPending;
+};
+
+/// The priority of a dump, for a scope: it may run on the flush thread, which is at the end of
+/// every queue, while others wait for the process to end. Without the right to raise it, it stays.
+class DumpPriority {
+  public:
+    DumpPriority() : mTid(static_cast<id_t>(gettid())), mOriginal(getpriority(PRIO_PROCESS, mTid)) {
+        if (mOriginal > 0) {
+            setpriority(PRIO_PROCESS, mTid, 0);
+        }
+    }
+    ~DumpPriority() {
+        if (mOriginal > 0) {
+            setpriority(PRIO_PROCESS, mTid, mOriginal);
+        }
+    }
+    DumpPriority(const DumpPriority&) = delete;
+    DumpPriority& operator=(const DumpPriority&) = delete;
+
+  private:
+    id_t mTid;
+    int mOriginal;
+};
+
+/// How many bytes from the start of a buffer can be read; it may be no buffer at all. The kernel
+/// tells by copying a byte of each page: unlike a load, that may fail.
+size_t readableBytes(const Buffer* buffer) {
+    constexpr size_t kPageBytes = 4096;  // the smallest there is
+    constexpr size_t kPages = sizeof(Buffer) / kPageBytes + 2;
+    const auto begin = reinterpret_cast<uintptr_t>(buffer);
+    // Not null, which a kernel without the call would let pass, nor so near the end that the
+    // addresses of pages would wrap.
+    if (begin < kPageBytes || begin > UINTPTR_MAX - 2 * sizeof(Buffer) ||
+        begin % alignof(Buffer) != 0) {
+        return 0;
+    }
+    const uintptr_t end = begin + sizeof(Buffer);
+    std::array<iovec, kPages> probes;
+    std::array<char, kPages> copies;
+    size_t count = 0;
+    for (uintptr_t place = begin; place < end; place = (place / kPageBytes + 1) * kPageBytes) {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): for the kernel alone
+        probes[count++] = {reinterpret_cast<void*>(place), 1};
+    }
+    const iovec local = {copies.data(), count};
+    const ssize_t copied = process_vm_readv(getpid(), &local, 1, probes.data(), count, 0);
+    if (copied == static_cast<ssize_t>(count) || (copied < 0 && errno != EFAULT)) {
+        return sizeof(Buffer);  // or the kernel lacks the call, and it is to be tried
+    }
+    return copied <= 0 ? 0
+                       : reinterpret_cast<uintptr_t>(probes[static_cast<size_t>(copied)].iov_base) -
+                                 begin;
+}
+
+}  // namespace
+
+void CrashDump::write(const char* signalName, const void* address, bool smallDump) {
+    const DumpPriority priority;
+    const DumpSignalMask mask;
+    // Open is the file of a dump whose handler was left by a jump.
+    mWriter.close();
+    if (!mWriter.open(true, kCrashFilePrefix, true)) {
+        return;
+    }
+    mWriter.writeString("%s : addr = %p\n", signalName, address);
+    mWriter.flush(false);
+    writeRecords(smallDump);
+    mWriter.close();
+}
+
+void CrashDump::writeRecords(bool smallDump) {
+    // The current buffer first: whatever becomes of it, all records that were there before are in
+    // it or in those that the queue holds up to it. It is found there if it was retired meanwhile.
+    const Buffer* current = mCurrent.peek();
+    const size_t currentBytes = readableBytes(current);
+    const bool hasCurrent = current != nullptr && currentBytes >= kHeadBytes;
+    if (!hasCurrent || !smallDump || current->end() - current->data <= kMaxBytesOfSmallDump) {
+        writeQueue(current);
+    }
+    if (hasCurrent) {
+        writeBuffer(*current, currentBytes);
+    }
+}
+
+void CrashDump::writeQueue(const Buffer* end) {
+    // The size before the front: a buffer that leaves in between is counted, and not found.
+    const size_t queued = mQueue.size();
+    QueueWalk walk = {mQueue.peekFront(), nullptr, queued};
+    writeForward(walk, end);
+    if (walk.next != end && walk.last != mQueue.peekBack()) {
+        // A damaged link, or buffers that came meanwhile.
+        findFromBack(walk);
+        writeForward(walk, end);
+    }
+}
+
+void CrashDump::writeForward(QueueWalk& walk, const Buffer* end) {
+    // Counted, since damaged links may go round in circles.
+    for (; walk.left > 0 && walk.next != end; --walk.left) {
+        const size_t bytes = readableBytes(walk.next);
+        if (bytes < kHeadBytes) {
+            return;
+        }
+        writeBuffer(*walk.next, bytes);
+        walk.last = walk.next;
+        walk.next = walk.next->next.load(std::memory_order_seq_cst);
+    }
+}
+
+void CrashDump::findFromBack(QueueWalk& walk) {
+    const Buffer* back = mQueue.peekBack();
+    const size_t most = mQueue.size();
+    walk.next = nullptr;
+    for (walk.left = 0; walk.left < most && back != walk.last; ++walk.left) {
+        if (readableBytes(back) < kHeadBytes ||
+            (walk.next != nullptr && back->next.load(std::memory_order_seq_cst) != walk.next)) {
+            return;
+        }
+        walk.next = back;
+        back = back->prev.load(std::memory_order_seq_cst);
+    }
+}
+
+void CrashDump::writeBuffer(const Buffer& buffer, size_t readable) {
+    const char* readableEnd = buffer.data + (readable - kHeadBytes);
+    mWriter.appendRecords(buffer.data, std::min(buffer.end(), readableEnd, std::less<>()));
+    mWriter.flush(false);
+}
+
+}  // namespace JCam::Utils::JLog::File

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstddef>
+
+#include "jlog/file/Buffer.h"
+
+namespace JCam::Utils::JLog::File {
+
+class FileJLogWriter;
+
+/// Writes what is in memory into a crash file: the current buffer and the queue of a logger, which
+/// others may be changing, and which whatever has killed the process may have damaged. Pointers are
+/// probed before they are followed, links are counted and compared, and the text of a buffer is
+/// written out before the next one is touched.
+///
+/// Runs after a fatal signal, by the rules of CrashHandler.cpp.
+class CrashDump {
+  public:
+    /// `writer` is one that makeSignalSafe() was called on. All three must outlive the object.
+    CrashDump(FileJLogWriter& writer, const BufferSlot& current, const BufferList& queue)
+            : mWriter(writer), mCurrent(current), mQueue(queue) {}
+
+    /// Writes the crash file: a line with the name of the signal and the address of the fault, the
+    /// queue, and the current buffer. With `smallDump` a current buffer of 12800 bytes of records
+    /// or more is written alone.
+    void write(const char* signalName, const void* address, bool smallDump);
+
+  private:
+    /// How far the dump has got with the queue.
+    struct QueueWalk {
+        const Buffer* next;
+        const Buffer* last;  // that was written; null before the first
+        size_t left;         // buffers to come, at most
+    };
+
+    void writeRecords(bool smallDump);
+    void writeQueue(const Buffer* end);
+    /// Writes the queue up to `end`, or to where its links lead nowhere.
+    void writeForward(QueueWalk& walk, const Buffer* end);
+    /// Finds the first buffer that is reached from the back of the queue and was not written.
+    void findFromBack(QueueWalk& walk);
+    /// Writes a buffer of whose memory the first `readable` bytes can be read.
+    void writeBuffer(const Buffer& buffer, size_t readable);
+
+    FileJLogWriter& mWriter;
+    const BufferSlot& mCurrent;
+    const BufferList& mQueue;
+};
+
+}  // namespace JCam::Utils::JLog::File
