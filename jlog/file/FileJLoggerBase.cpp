@@ -150,52 +150,63 @@ bool FileJLoggerBase::allocLogSpace(unsigned long size, LogHeader** header, Buff
         __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "Log size too large: %zu", bytes);
         return false;
     }
-    mMutex.lock();
-    Buffer* current = mCurrent.get();
-    bool retired = false;
-    if (current == nullptr || current->freeBytes < bytes) [[unlikely]] {
-        retired = current != nullptr;
-        if (!makeRoomLocked()) {
-            const bool reported = std::exchange(mOutOfMemory, true);
-            mMutex.unlock();
-            if (retired) {
-                mCond.notifyOne();
-            }
-            if (!reported) {
-                __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
-                                    "Out of memory: no buffer of %zu bytes, dropping records",
-                                    sizeof(Buffer));
-            }
-            return false;
-        }
-        current = mCurrent.get();
+    Reservation reservation;
+    {
+        const JLogLock lock(mMutex);
+        reservation = reserveLocked(bytes, serial);
     }
-    LogHeader* record = current->reserve(bytes);
+    if (reservation.retired) [[unlikely]] {
+        // Not under the mutex: a wake-up is a system call, and the woken would first of all wait.
+        mCond.notifyOne();
+    }
+    LogHeader* record = reservation.record;
+    if (record == nullptr) [[unlikely]] {
+        if (reservation.firstRefusal) {
+            __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
+                                "Out of memory: no buffer of %zu bytes, dropping records",
+                                sizeof(Buffer));
+        }
+        return false;
+    }
+    prefetchBehind(record, bytes);
+    stamp(*record);
+    *header = record;
+    *buffer = reservation.buffer;
+    if (mReservationLine.load(std::memory_order_relaxed)) [[unlikely]] {
+        __android_log_print(ANDROID_LOG_DEBUG, kFileLogTag, "size = %zu, %p of buffer %p", bytes,
+                            static_cast<void*>(record), static_cast<void*>(reservation.buffer));
+    }
+    return true;
+}
+
+inline FileJLoggerBase::Reservation FileJLoggerBase::reserveLocked(size_t bytes,
+                                                                   unsigned int* serial) {
+    Reservation reservation;
+    reservation.buffer = mCurrent.get();
+    if (reservation.buffer == nullptr || reservation.buffer->freeBytes < bytes) [[unlikely]] {
+        reservation.retired = reservation.buffer != nullptr;
+        if (!makeRoomLocked()) {
+            reservation.firstRefusal = !std::exchange(mOutOfMemory, true);
+            return reservation;
+        }
+        reservation.buffer = mCurrent.get();
+    }
+    reservation.record = reservation.buffer->reserve(bytes);
     if (serial != nullptr) {
         mSerial = wrappingSum(mSerial, 1U);
         *serial = mSerial;
     }
-    mMutex.unlock();
-    if (retired) [[unlikely]] {
-        // Not under the mutex: a wake-up is a system call, and the woken would first of all wait.
-        mCond.notifyOne();
-    }
-    prefetchBehind(record, bytes);
+    return reservation;
+}
 
+inline void FileJLoggerBase::stamp(LogHeader& record) const {
     if (sTid < 0) [[unlikely]] {
         sTid = gettid();
     }
-    record->tid = sTid;
-    if (clock_gettime(mClockId, &record->timestamp) != 0) [[unlikely]] {
-        record->timestamp = {};  // not what the buffer held before
+    record.tid = sTid;
+    if (clock_gettime(mClockId, &record.timestamp) != 0) [[unlikely]] {
+        record.timestamp = {};  // not what the buffer held before
     }
-    *header = record;
-    *buffer = current;
-    if (mReservationLine.load(std::memory_order_relaxed)) [[unlikely]] {
-        __android_log_print(ANDROID_LOG_DEBUG, kFileLogTag, "size = %zu, %p of buffer %p", bytes,
-                            static_cast<void*>(record), static_cast<void*>(current));
-    }
-    return true;
 }
 
 void FileJLoggerBase::publish(LogHeader* header, Buffer* buffer, RecordType type) {

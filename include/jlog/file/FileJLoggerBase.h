@@ -189,6 +189,17 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// Writes what enter and exit records share.
     JLOG_INTERNAL void logEnterExit(RecordType type, unsigned int moduleId, const char* name,
                                     unsigned int requestNo);
+    /// What a reservation has come to.
+    struct Reservation {
+        LogHeader* record{nullptr};  // null without memory
+        Buffer* buffer{nullptr};
+        bool retired{false};       // a buffer was: the consumer is to be woken
+        bool firstRefusal{false};  // memory has just run out: that is to be logged
+    };
+    JLOG_INTERNAL Reservation reserveLocked(size_t bytes, unsigned int* serial)
+            JLOG_REQUIRES(mMutex);
+    /// Writes thread id and time.
+    JLOG_INTERNAL void stamp(LogHeader& record) const;
     /// Replaces a current buffer that has no room, or none at all; false without memory.
     JLOG_INTERNAL bool makeRoomLocked() JLOG_REQUIRES(mMutex);
     /// Frees a buffer that has left queue and slot, unless a crash dump may have it in hand.
