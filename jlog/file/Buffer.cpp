@@ -11,9 +11,9 @@ namespace JCam::Utils::JLog::File {
 
 namespace {
 
-/// Writes to every page and changes nothing: a byte is replaced by itself, unless another writer
-/// has just changed it, who then has had the page made. To a processor that is no race; to the
-/// language it is one, since the other's stores are not atomic.
+/// Writes to every page and changes nothing: a compare-exchange replaces a byte by itself. Where it
+/// fails, a writer has just changed the byte, and the page is there. The writer's stores are not
+/// atomic, which is a race for the language and none for the processor.
 __attribute__((no_sanitize("thread"))) void touchPages(char* memory, size_t bytes) {
     const auto pageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     for (size_t offset = 0; offset < bytes; offset += pageBytes) {
@@ -36,7 +36,7 @@ void Buffer::operator delete(void* memory) noexcept {
         return;
     }
     const int callersErrno = errno;
-    // Where the kernel has merged neighbours, it needs memory of its own to part them again.
+    // munmap(2) may fail: splitting a mapping that was merged with its neighbours takes memory.
     if (munmap(memory, sizeof(Buffer)) != 0) {
         madvise(memory, sizeof(Buffer), MADV_DONTNEED);
     }
@@ -51,7 +51,7 @@ void Buffer::makePages() {
     pagesMade = true;
     const int callersErrno = errno;
     if (madvise(this, sizeof(Buffer), MADV_POPULATE_WRITE) != 0) {
-        // A kernel before 5.14, or one without memory.
+        // Linux before 5.14, or no memory.
         touchPages(reinterpret_cast<char*>(this), sizeof(Buffer));
     }
     errno = callersErrno;
@@ -69,19 +69,19 @@ void BufferList::pushBackFrom(BufferSlot& slot, std::unique_ptr<Buffer> successo
     Buffer* back = mBack.load(std::memory_order_relaxed);
     added->prev.store(back, std::memory_order_relaxed);
     added->next.store(nullptr, std::memory_order_relaxed);
-    // Release: whoever walks up to the buffer sees its end, and that it is the last one.
+    // Release: a dump that reaches the buffer sees its end, and that it is the last one.
     (back != nullptr ? back->next : mFront).store(added, std::memory_order_release);
     mBack.store(added, std::memory_order_release);
     mSize.store(size() + 1, std::memory_order_release);
-    // Its order is release, and so all of the above comes before the successor.
+    // A release, too: all of the above comes before the successor.
     static_cast<void>(slot.replace(std::move(successor)).release());
 }
 
 std::unique_ptr<Buffer> BufferList::remove(Buffer* buffer) {
     Buffer* prev = buffer->prev.load(std::memory_order_relaxed);
     Buffer* next = buffer->next.load(std::memory_order_relaxed);
-    // Sequentially consistent: a dump that still gets at the buffer is one that shut the CrashGate
-    // before, which whoever is to reuse or free the buffer then sees.
+    // Sequentially consistent: a dump that still reaches the buffer has shut the CrashGate before,
+    // and the thread that is to reuse or free the buffer sees the gate shut.
     (prev != nullptr ? prev->next : mFront).store(next, std::memory_order_seq_cst);
     (next != nullptr ? next->prev : mBack).store(prev, std::memory_order_seq_cst);
     // After the unlinking, so that a dump never counts too few.

@@ -41,7 +41,7 @@ class NulMask {
     Bits mBits;
 };
 
-/// 16 characters that are looked at and copied together.
+/// 16 characters that are examined and copied together.
 class CharBlock {
   public:
     static constexpr size_t kBytes = 16;
@@ -51,7 +51,7 @@ class CharBlock {
 
     [[nodiscard]] NulMask nuls() const {
 #if defined(__aarch64__)
-        // Every byte to four bits, since there is no instruction that takes one of each.
+        // Four bits for each byte: there is no instruction that takes one bit of each.
         const uint8x8_t nibbles = vshrn_n_u16(vreinterpretq_u16_u8(vceqzq_u8(mChars)), 4);
         return NulMask(vget_lane_u64(vreinterpret_u64_u8(nibbles), 0));
 #elif defined(__SSE2__)

@@ -24,16 +24,15 @@ namespace {
 constexpr char kCrashFilePrefix[] = "NE_";
 /// A small dump writes a current buffer with more bytes of records than this alone.
 constexpr ptrdiff_t kMaxBytesOfSmallDump = 12799;
-/// What describes a buffer, in front of its records.
+/// The fields of a buffer, in front of its records.
 constexpr size_t kHeadBytes = offsetof(Buffer, data);
 
-/// The signal mask of a dump, for a scope.
+/// A scope with the signal mask of a dump.
 ///
-/// SIGSEGV and SIGBUS are let through: the kernel ends a process at once that faults while the
-/// signal is blocked, and the action that was installed before us would never learn of a fault in
-/// here. SIGXFSZ is kept off: beyond the file size limit the write is to fail, not the process to
-/// die of another signal than the one it has received. SIGABRT can only come from elsewhere, and
-/// has no business in here either: another thread takes it, or this one afterwards.
+/// SIGSEGV and SIGBUS are unblocked: the kernel ends a process at once that faults while the signal
+/// is blocked, and the previous action would not learn of a fault of the dump. SIGXFSZ is blocked:
+/// beyond the file size limit the write is to fail, and the process to die of its own signal.
+/// SIGABRT is blocked: it comes from elsewhere, and another thread takes it, or this one later.
 class DumpSignalMask {
   public:
     DumpSignalMask() {
@@ -67,8 +66,8 @@ class DumpSignalMask {
     bool mWasPending;
 };
 
-/// The priority of a dump, for a scope: it may run on the flush thread, which is at the end of
-/// every queue, while others wait for the process to end. Without the right to raise it, it stays.
+/// A scope with the priority of a dump: the flush thread, which may run it, has the lowest one, and
+/// others wait for the process to end. Without the right to raise it, the priority stays.
 class DumpPriority {
   public:
     DumpPriority() : mTid(static_cast<id_t>(gettid())), mOriginal(getpriority(PRIO_PROCESS, mTid)) {
@@ -89,14 +88,14 @@ class DumpPriority {
     int mOriginal;
 };
 
-/// How many bytes from the start of a buffer can be read; it may be no buffer at all. The kernel
-/// tells by copying a byte of each page: unlike a load, that may fail.
+/// How many bytes from the start of `buffer`, which may be any address, can be read. The kernel
+/// copies one byte of each page; unlike a load, that may fail.
 size_t readableBytes(const Buffer* buffer) {
     constexpr size_t kPageBytes = 4096;  // the smallest there is
     constexpr size_t kPages = sizeof(Buffer) / kPageBytes + 2;
     const auto begin = reinterpret_cast<uintptr_t>(buffer);
-    // Not null, which a kernel without the call would let pass, nor so near the end that the
-    // addresses of pages would wrap.
+    // Not null, which would pass on a kernel without the call, nor so near the end of the address
+    // space that the addresses of pages would wrap.
     if (begin < kPageBytes || begin > UINTPTR_MAX - 2 * sizeof(Buffer) ||
         begin % alignof(Buffer) != 0) {
         return 0;
@@ -112,7 +111,7 @@ size_t readableBytes(const Buffer* buffer) {
     const iovec local = {copies.data(), count};
     const ssize_t copied = process_vm_readv(getpid(), &local, 1, probes.data(), count, 0);
     if (copied == static_cast<ssize_t>(count) || (copied < 0 && errno != EFAULT)) {
-        return sizeof(Buffer);  // or the kernel lacks the call, and it is to be tried
+        return sizeof(Buffer);  // all of it, or the kernel lacks the call: then it is tried
     }
     return copied <= 0 ? 0
                        : reinterpret_cast<uintptr_t>(probes[static_cast<size_t>(copied)].iov_base) -
@@ -124,7 +123,7 @@ size_t readableBytes(const Buffer* buffer) {
 void CrashDump::write(const char* signalName, const void* address, bool smallDump) {
     const DumpPriority priority;
     const DumpSignalMask mask;
-    // Open is the file of a dump whose handler was left by a jump.
+    // A file may still be open, from a dump whose handler was left by a jump.
     mWriter.close();
     if (!mWriter.open(true, kCrashFilePrefix, true)) {
         return;
@@ -136,8 +135,8 @@ void CrashDump::write(const char* signalName, const void* address, bool smallDum
 }
 
 void CrashDump::writeRecords(bool smallDump) {
-    // The current buffer first: whatever becomes of it, all records that were there before are in
-    // it or in those that the queue holds up to it. It is found there if it was retired meanwhile.
+    // The slot is read before the queue: all records that were there before are in this buffer or
+    // in those that the queue holds up to it, even if it is retired meanwhile.
     const Buffer* current = mCurrent.peek();
     const size_t currentBytes = readableBytes(current);
     const bool hasCurrent = current != nullptr && currentBytes >= kHeadBytes;
@@ -150,19 +149,20 @@ void CrashDump::writeRecords(bool smallDump) {
 }
 
 void CrashDump::writeQueue(const Buffer* end) {
-    // The size before the front: a buffer that leaves in between is counted, and not found.
+    // The size before the front: a buffer that leaves in between is counted and not found, rather
+    // than the other way round.
     const size_t queued = mQueue.size();
     QueueWalk walk = {mQueue.peekFront(), nullptr, queued};
     writeForward(walk, end);
     if (walk.next != end && walk.last != mQueue.peekBack()) {
-        // A damaged link, or buffers that came meanwhile.
+        // A damaged link, or buffers that were queued meanwhile.
         findFromBack(walk);
         writeForward(walk, end);
     }
 }
 
 void CrashDump::writeForward(QueueWalk& walk, const Buffer* end) {
-    // Counted, since damaged links may go round in circles.
+    // Counted: damaged links may form a circle.
     for (; walk.left > 0 && walk.next != end; --walk.left) {
         const size_t bytes = readableBytes(walk.next);
         if (bytes < kHeadBytes) {

@@ -8,8 +8,8 @@ namespace JCam::Utils::JLog::File {
 
 class FileJLogWriter;
 
-/// Writes what is in memory into a crash file: the current buffer and the queue of a logger, which
-/// others may be changing, and which whatever has killed the process may have damaged. Pointers are
+/// Writes the records that a logger has in memory, in its queue and its current buffer, into a
+/// crash file. Other threads may be changing that memory, and it may be damaged: pointers are
 /// probed before they are followed, links are counted and compared, and the text of a buffer is
 /// written out before the next one is touched.
 ///
@@ -26,18 +26,18 @@ class CrashDump {
     void write(const char* signalName, const void* address, bool smallDump);
 
   private:
-    /// How far the dump has got with the queue.
+    /// The dump's place in the queue.
     struct QueueWalk {
         const Buffer* next;
-        const Buffer* last;  // that was written; null before the first
+        const Buffer* last;  // the last one written; null before the first
         size_t left;         // buffers to come, at most
     };
 
     void writeRecords(bool smallDump);
     void writeQueue(const Buffer* end);
-    /// Writes the queue up to `end`, or to where its links lead nowhere.
+    /// Writes the queue up to `end`, or up to a link that leads nowhere.
     void writeForward(QueueWalk& walk, const Buffer* end);
-    /// Finds the first buffer that is reached from the back of the queue and was not written.
+    /// Goes from the back of the queue to the oldest buffer that was not written.
     void findFromBack(QueueWalk& walk);
     /// Writes a buffer of whose memory the first `readable` bytes can be read.
     void writeBuffer(const Buffer& buffer, size_t readable);

@@ -12,7 +12,7 @@ namespace JCam::Utils::JLog::File {
 
 namespace {
 
-/// poll, unlike the functions that only sleep, is on POSIX's list for signal handlers. It may end
+/// poll is on POSIX's list for signal handlers; the functions that only sleep are not. May end
 /// early.
 void pause() {
     constexpr int kPollMs = 5;
@@ -35,7 +35,7 @@ std::atomic<pid_t> CrashGate::sWriter{0};
 
 CrashGate::Role CrashGate::enter(pid_t tid, int sig) {
     const auto self = static_cast<uint32_t>(tid);
-    reportProgress();  // before the gate is shut: nobody has waited in vain for this dump
+    reportProgress();  // before the gate is shut, so that no thread has waited in vain yet
     uint32_t holder = kOpen;
     // A gate whose dump has ended may be taken over: the crash writer is free.
     while (!sHolder.compare_exchange_weak(holder, self, std::memory_order_seq_cst)) {
@@ -52,14 +52,14 @@ CrashGate::Role CrashGate::enter(pid_t tid, int sig) {
 void CrashGate::endDump(pid_t tid, int sig) {
     sSignal.store(sig, std::memory_order_relaxed);
     auto holder = static_cast<uint32_t>(tid);
-    // Release: the files of the dump are closed for whoever sees it.
+    // Release: a thread that sees the end of the dump sees its files closed.
     sHolder.compare_exchange_strong(holder, holder | kDumped, std::memory_order_release,
                                     std::memory_order_relaxed);
 }
 
 void CrashGate::reopen(pid_t tid) {
     uint32_t holder = static_cast<uint32_t>(tid) | kDumped;
-    // Release: the buffers are not read any more.
+    // Release: the dump has read its last buffer.
     sHolder.compare_exchange_strong(holder, kOpen, std::memory_order_release,
                                     std::memory_order_relaxed);
 }
@@ -71,7 +71,7 @@ uint32_t CrashGate::awaitWhile(Predicate isShut) {
     uint32_t lastProgress = 0;
     int64_t stalledMs = 0;
     for (int64_t lastMs = nowMs();;) {
-        // In this order: who sees a gate shut sees the progress that was reported before.
+        // In this order: a thread that sees the gate shut sees the progress reported before.
         const uint32_t holder = sHolder.load(std::memory_order_seq_cst);
         const uint32_t progress = sProgress.load(std::memory_order_relaxed);
         if (!isShut(holder) || sStalledAt.load(std::memory_order_relaxed) == progress) {
@@ -107,8 +107,8 @@ bool CrashGate::awaitOpen() {
 void CrashGate::awaitWrite(pid_t tid) {
     for (const int64_t end = nowMs() + kWriteWaitMs; nowMs() < end;) {
         const pid_t writer = sWriter.load(std::memory_order_seq_cst);
-        // This thread's own write, which the signal has interrupted, is behind it: a write to a
-        // file is not given up half way for a signal that has a handler.
+        // This thread's own write, if the signal came in one, is complete: the kernel does not
+        // break off a write to a file for a signal that has a handler.
         if (writer == 0 || writer == tid) {
             return;
         }
@@ -121,7 +121,7 @@ CrashGate::Passage::Passage() {
     for (bool isStalled = false;;) {
         pid_t none = 0;
         mRegistered = sWriter.compare_exchange_strong(none, self, std::memory_order_seq_cst);
-        // After the registration: either the handler sees it, or the gate is seen shut here.
+        // After the registration: either the handler sees that, or this thread sees the gate shut.
         if (isStalled || sHolder.load(std::memory_order_seq_cst) == kOpen) {
             return;
         }

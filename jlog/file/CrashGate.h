@@ -7,37 +7,35 @@
 
 namespace JCam::Utils::JLog::File {
 
-/// Keeps the ordinary threads out of the way of a crash dump. One per process, as signal handlers
-/// are. The gate is open; the thread that is to dump shuts it, and it opens again only if the
-/// process outlives its signal.
+/// A gate that a thread shuts for the time of its crash dump. While it is shut, the other threads
+/// reuse and free no buffer and begin no write; it opens again if the process outlives the signal.
+/// One per process, as signal handlers are.
 ///
-/// Memory: while a dump runs, nobody reuses or frees a buffer. Whoever is about to first takes the
-/// buffer out of where the dump looks for buffers, then asks isDumping(). The dump first shuts the
-/// gate, then looks for buffers. All four are sequentially consistent operations, so that either
-/// the dump does not find the buffer, or the other sees the gate shut. Nobody waits, least of all
-/// the dump for a thread that may never run again.
+/// Memory: a thread that is about to reuse or free a buffer first takes it out of slot and queue,
+/// then asks isDumping(). The dump first shuts the gate, then looks into slot and queue. All four
+/// are sequentially consistent operations: either the dump does not find the buffer, or the thread
+/// sees the gate shut. Neither waits; the thread may never run again.
 ///
-/// Files: while the gate is shut, no writer but the crash writer begins a write, so that none is
-/// cut short by the end of the process, which leaves half a line. The dump ends with a short wait
-/// for the one write that may have begun before.
+/// Files: a write that the end of the process cuts short would leave half a line. So no writer but
+/// the crash writer begins one, and the dump ends with a short wait for the one write that may have
+/// begun before.
 ///
-/// Threads that wait at the gate hold no lock that a dump needs, since it needs none.
+/// A dump needs no lock, so a thread that waits at the gate may hold any.
 class CrashGate {
   public:
-    /// What a thread that comes with a fatal signal has to do.
+    /// The part of a thread that enters with a fatal signal.
     enum class Role {
-        DUMP,    // it has shut the gate and dumps
-        NESTED,  // it is the very thread that dumps, interrupted
-        AGAIN,   // it has dumped for this signal and handed it on, and got it back
-        LATE,    // another thread dumps
+        DUMP,    // has shut the gate, and dumps
+        NESTED,  // is in the middle of its own dump
+        AGAIN,   // has dumped for this signal and handed it on, and got it back
+        LATE,    // comes while another thread dumps
     };
 
     // For signal handlers, and signal-safe.
 
-    /// `tid`: the calling thread; `sig`: the signal that it comes with.
+    /// Shuts the gate if it is open. `tid` is the calling thread, `sig` its signal.
     static Role enter(pid_t tid, int sig);
-    /// Tells those who wait that the dump goes on. To be called from time to time within anything
-    /// long.
+    /// Tells the waiting threads that the dump goes on. To be called now and then in long work.
     static void reportProgress() { sProgress.fetch_add(1, std::memory_order_relaxed); }
     /// Waits up to kWriteWaitMs for a write that another thread has begun before the gate was shut.
     static void awaitWrite(pid_t tid);
@@ -50,9 +48,9 @@ class CrashGate {
 
     // For ordinary threads.
 
-    /// To be called when a hook is armed: what an earlier dump was for is of the past.
+    /// Forgets the signal of an earlier dump. To be called when a hook is armed.
     static void forgetSignal() { sSignal.store(0, std::memory_order_relaxed); }
-    /// Whether a dump may have a buffer in hand.
+    /// Whether a dump may be reading buffers.
     [[nodiscard]] static bool isDumping() {
         return isDumper(sHolder.load(std::memory_order_seq_cst));
     }
@@ -60,7 +58,7 @@ class CrashGate {
     /// kStallMs.
     static bool awaitOpen();
 
-    /// The write of an ordinary writer: made before it begins, which may take until the gate opens.
+    /// A scope for the write of an ordinary writer. Construction waits until the gate is open.
     class Passage {
       public:
         Passage();
@@ -73,17 +71,16 @@ class CrashGate {
     };
 
   private:
-    /// After so long without progress nobody waits any longer. If a dump has ended by then, its
-    /// thread has left the handler by a way of its own, or the process cannot die: the gate opens.
-    /// If not, it stays shut, for a dump that is held up; only the waiting is over.
+    /// The longest wait without progress. If the dump has ended by then, its thread has left the
+    /// handler by a jump, or the process does not die: the gate opens. If not, the dump is held up:
+    /// the gate stays shut, and only the waiting ends.
     static constexpr int kStallMs = 3000;
     static constexpr int kWriteWaitMs = 200;
     static constexpr uint32_t kOpen = 0;
     static constexpr uint32_t kDumped = 0x80000000;
 
     static bool isDumper(uint32_t holder) { return holder != kOpen && (holder & kDumped) == 0; }
-    /// Waits for as long as `isShut` says so of the holder and the dump makes progress. Returns the
-    /// holder of that moment.
+    /// Waits while `isShut(holder)` is true and the dump makes progress. Returns the last holder.
     template <typename Predicate>
     static uint32_t awaitWhile(Predicate isShut);
 
@@ -93,10 +90,10 @@ class CrashGate {
     static std::atomic<int> sSignal;
     /// Grows while a dump goes on. Relaxed: only whether it has changed matters.
     static std::atomic<uint32_t> sProgress;
-    /// The progress at which somebody has waited in vain. Relaxed, likewise.
+    /// The progress at which a thread has waited in vain. Relaxed, likewise.
     static std::atomic<uint32_t> sStalledAt;
-    /// The thread that is in a Passage, 0 if none is. One is enough: a process has one file logger,
-    /// and the write of a second one merely is not waited for.
+    /// The thread that is in a Passage, 0 if none is. One is enough: a process has one file logger.
+    /// A dump does not wait for the write of a second one.
     static std::atomic<pid_t> sWriter;
 };
 

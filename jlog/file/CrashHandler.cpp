@@ -1,17 +1,19 @@
-// What runs after a fatal signal, on the thread that received it, while all others go on. That
+// The protocol of a crash: the gate, the roles of threads, the previous action, and how a signal is
+// handed on. CrashDump.cpp writes the crash file.
+//
+// This code runs after a fatal signal, on the thread that received it, while all others go on. The
 // thread may have been stopped anywhere: in malloc, in the time-zone code, with the logger's mutex
-// in hand, in the rendering of the flush thread. The rules for everything here, and for whatever it
-// calls:
+// locked, in the rendering of the flush thread. The rules for this file and for all that it calls:
 //
 // 1. No allocation, no lock, no stdio, no locale, no time-zone code, no opendir, no Android log.
-//    There are system calls that POSIX lists as signal-safe or that are plain calls on Linux,
-//    arithmetic, and memory that was set aside when the hook was armed.
-// 2. Little stack: it is the one of the thread that died.
-// 3. No waiting for what this thread may hold itself, nor for what makes no progress.
-// 4. What others write is read through atomics, and nothing in memory is trusted: pointers are
-//    probed before they are followed, sizes checked. The text of a buffer is written out before the
-//    next one is touched.
-// 5. The kernel is given whole lines.
+//    What is left: system calls that POSIX lists as signal-safe or that are plain calls on Linux,
+//    arithmetic, and memory that was allocated when the hook was armed.
+// 2. Little stack: it belongs to the thread that died.
+// 3. No waiting for anything that this thread may hold, nor for anything that makes no progress.
+// 4. Data of other threads is read through atomics, and no memory is trusted: pointers are probed
+//    before they are followed, sizes are checked. The text of a buffer is written out before the
+//    next buffer is touched.
+// 5. Every write ends with a whole line.
 
 #include <unistd.h>
 
@@ -31,18 +33,17 @@ namespace JCam::Utils::JLog::File {
 
 namespace {
 
-/// A signal that somebody has sent to the thread that dumps, for when the dump is over; 0 if none.
+/// A signal that was sent to the thread that dumps, to be raised after the dump; 0 if none.
 /// Relaxed: one thread sets and takes it.
 std::atomic<int> sPostponed{0};
 
-/// How many times in a row a signal was raised for the default action, as far as is known, and the
-/// process goes on; and when that was last, in seconds of the monotonic clock. Relaxed: an
-/// estimate.
+/// How many times in a row a signal was raised for the default action and the process went on, and
+/// when that was last, in seconds of the monotonic clock. Relaxed: an estimate.
 std::atomic<int> sRounds{0};
 std::atomic<int64_t> sLastRoundSec{0};
 
-/// Whether signals go round in circles: somebody else's action is in place, and only leads back
-/// here. To be called before a signal is raised for the default action.
+/// Whether a signal goes round in circles: another action is in place, and only leads back here. To
+/// be called before a signal is raised for the default action.
 bool goesRound() {
     constexpr int kMaxRounds = 4;  // an action may take the signal itself the second time
     constexpr int64_t kPauseSec = 30;
@@ -55,8 +56,8 @@ bool goesRound() {
     return sRounds.fetch_add(1, std::memory_order_relaxed) + 1 >= kMaxRounds;
 }
 
-/// Lets the default action end the process here: an action that runs around this handler, and puts
-/// itself back, would keep it from that for ever.
+/// Has the default action end the process at once: an action that calls this handler, and then puts
+/// itself back, would prevent it for ever.
 void endBy(int sig) {
     const struct sigaction defaultAction = {};
     sigaction(sig, &defaultAction, nullptr);
@@ -67,7 +68,7 @@ void endBy(int sig) {
     raise(sig);
 }
 
-/// Whether the signal was sent, as opposed to a fault of the thread.
+/// Whether the signal was sent, and is no fault of the thread.
 bool wasSent(const siginfo_t& info) {
     return info.si_code <= 0;
 }
@@ -77,10 +78,10 @@ const char* nameOf(int sig) {
     return i < kCrashSignals.size() ? kCrashSignals[i].name : "NE";
 }
 
-/// Hands the signal to `action`. Returns whether the process goes on, as far as can be told: after
-/// the default action it does not, which takes effect when the handler returns.
+/// Hands the signal to `action`. Returns whether the process goes on, as far as can be told. The
+/// default action, which ends it, takes effect when the handler returns.
 bool handOn(int sig, siginfo_t* info, void* context, const struct sigaction& action) {
-    // One word whatever the flags say: the kernel looks for the two special values first.
+    // Whatever the flags say: the kernel, too, checks for the two special values first.
     if (action.sa_handler == SIG_IGN) {
         return true;
     }
@@ -90,7 +91,7 @@ bool handOn(int sig, siginfo_t* info, void* context, const struct sigaction& act
         } else {
             action.sa_handler(sig);
         }
-        return !isPending(sig);  // for the default action, where it has led back here
+        return !isPending(sig);  // it is, if the action has led back here and on to the default
     }
     if (goesRound()) {
         endBy(sig);
@@ -99,19 +100,19 @@ bool handOn(int sig, siginfo_t* info, void* context, const struct sigaction& act
     pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
     raise(sig);
     if (sigismember(&blocked, sig) == 1) {
-        return false;  // as while its handler runs: it stays pending until the handler returns
+        return false;  // pending until the handler returns, as is usual in its own handler
     }
     sRounds.store(0, std::memory_order_relaxed);
     return true;
 }
 
-/// Ends the dump of this thread, once no other thread is in the middle of a write.
+/// Ends the dump of this thread. Waits, within bounds, for a write of another thread.
 void endDump(pid_t tid, int sig) {
     CrashGate::awaitWrite(tid);
     CrashGate::endDump(tid, sig);
 }
 
-/// The process outlives the signal.
+/// To be called when the process outlives the signal.
 void goOn(pid_t tid) {
     CrashGate::reopen(tid);
     if (const int postponed = sPostponed.exchange(0, std::memory_order_relaxed)) {
@@ -124,11 +125,12 @@ void goOn(pid_t tid) {
 void FileJLoggerBase::sigHandler(int sig, siginfo_t* info, void* context) {
     const int callersErrno = errno;
     const pid_t tid = gettid();
-    // Before the look for the logger: whoever destroys it sees the gate shut, or is not found.
+    // Before the look for the logger: a thread that destroys it sees the gate shut, or the logger
+    // is not found.
     const CrashGate::Role role = CrashGate::enter(tid, sig);
     FileJLoggerBase* logger = sActiveLogger.load(std::memory_order_seq_cst);
     const struct sigaction* found = logger != nullptr ? logger->previousAction(sig) : nullptr;
-    // The action that was found has had the signal, and has led back here.
+    // AGAIN: the previous action has had the signal, and has led back here.
     const struct sigaction defaultAction = {};
     const struct sigaction previous = restoreAction(
             sig, role == CrashGate::Role::AGAIN && found != nullptr ? &defaultAction : found);
@@ -148,7 +150,7 @@ void FileJLoggerBase::sigHandler(int sig, siginfo_t* info, void* context) {
                 errno = callersErrno;
                 return;
             }
-            // A fault in the dump, and so the end of it.
+            // A fault in the dump, which ends it.
             if (logger != nullptr && logger->mCrashWriter != nullptr) {
                 logger->mCrashWriter->rescue();
             }
@@ -176,9 +178,9 @@ struct sigaction FileJLoggerBase::restoreAction(int sig, const struct sigaction*
         return previous;
     }
     // There is no action to go back to: the hook was armed on top of another one, the logger is
-    // gone, or the signal is none of the three. The default action, so that the signal does not
-    // come back here for ever. If somebody else's action is in place, the signal may be meant for
-    // that: goesRound() tells when it is not.
+    // gone, or the signal is none of the three. The default action keeps the signal from coming
+    // back here for ever. Another action that is in place may be meant to get the signal, and
+    // stays: goesRound() tells when it only leads back here.
     struct sigaction current = {};
     sigaction(sig, nullptr, &current);
     if (found != nullptr || isOurs(current)) {

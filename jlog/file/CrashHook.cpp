@@ -1,4 +1,4 @@
-// The crash hook is armed and disarmed here, by ordinary code; CrashHandler.cpp has what it does.
+// Arms and disarms the crash hook, in ordinary code. CrashHandler.cpp has the handler.
 
 #include <csignal>
 #include <memory>
@@ -36,12 +36,12 @@ void FileJLoggerBase::initHook() {
     prepareLogFolder(folder);
     writer->mFolder = folder;
     writer->makeSignalSafe(mClockId);
-    // Ready for use: the handler of another logger's hook may work on this logger already.
+    // Complete by now: the handler of another logger's hook may already work on this logger.
     mCrashWriter = std::move(writer);
     refreshUtcOffsets();
     CrashGate::forgetSignal();
-    // Relaxed, and the barrier behind it: writers that fence before they publish from now on meet a
-    // handler that is installed after it.
+    // Relaxed, with the fence behind it: the handler is installed after the fence, and finds
+    // writers that fence before they publish.
     mNeHook.store(mode, std::memory_order_relaxed);
     std::atomic_thread_fence(std::memory_order_seq_cst);
     for (size_t i = 0; i < kCrashSignals.size(); ++i) {
@@ -58,7 +58,7 @@ void FileJLoggerBase::uninitHook() {
         sigaction(kCrashSignals[i].number, &mOldActions[i], nullptr);
     }
     std::atomic_thread_fence(std::memory_order_seq_cst);
-    // What follows here stops the consumer and frees the buffers.
+    // The caller then stops the consumer and frees the buffers.
     CrashGate::awaitDumpEnd();
 }
 

@@ -26,8 +26,8 @@ using std::chrono::milliseconds;
 
 constexpr char kThreadName[] = "FileAloneJLogger";
 
-/// Nice value of each boost level. Going back up from 19 needs a capability, like going below 0, or
-/// a resource limit that allows it; a thread without either stays where it is, which is no error.
+/// Nice value of each boost level. To lower a nice value takes a capability or a resource limit
+/// that allows it. A thread without either keeps its value, which is no error.
 constexpr int kNiceByBoost[] = {19, 10, 0, -4};
 constexpr int kMaxBoost = 3;
 constexpr int kBusyBoost = 2;
@@ -37,21 +37,20 @@ static_assert(sizeof(kNiceByBoost) / sizeof(kNiceByBoost[0]) == kMaxBoost + 1);
 constexpr size_t kBusyQueue = 4;
 constexpr size_t kOverloadQueue = 10;
 
-/// How long to wait for a writer between two looks: a record takes far less, and a wake-up that was
-/// missed costs no more than this.
+/// The longest wait for a writer between two looks. A record takes far less, and a missed wake-up
+/// costs no more than this.
 constexpr milliseconds kWritersWait(40);
 constexpr milliseconds kFlushWait(1000);
 
 constexpr uint32_t kStatusPasses = 4;
-/// A batch that ends on its own is worth a status line when it comes at most this often.
+/// The end of a batch has a status line if batches are at least this far apart.
 constexpr int32_t kStatusIntervalMs = 500;
 
-/// Creates a thread that disturbs nobody: under the default policy, whatever real-time one the
-/// creator has, and deaf to the host's signals. Only what a thread does to itself still reaches it;
-/// a write beyond the file size limit then fails instead of ending the process. Returns the error.
+/// Creates a thread under the default policy, whatever real-time one the creator has, that blocks
+/// the host's signals. Only the signals of its own faults reach it; a write beyond the file size
+/// limit fails instead of ending the process. Returns the error.
 ///
-/// Not std::thread, which throws where this returns: there is nothing to catch with in a build
-/// without exceptions.
+/// std::thread would throw that error, and the library is built without exceptions.
 int createBackgroundThread(pthread_t* thread, void* (*entry)(void*), void* argument) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
@@ -79,7 +78,7 @@ FileAloneJLogger::FileAloneJLogger() {
     setLogWriter(&mWriter);
 }
 
-// Statically bound: this class's own, whatever a subclass overrides.
+// Qualified: this class's own, whatever a subclass overrides.
 FileAloneJLogger::~FileAloneJLogger() {
     FileAloneJLogger::onUninit();
     setLogWriter(nullptr);
@@ -89,7 +88,7 @@ void FileAloneJLogger::onInit() {
     char folder[kFolderPathBytes] = {};
     prepareLogFolder(folder);
     mWriter.mFolder = folder;
-    // Without a file the thread runs all the same: it reports, and keeps memory from growing.
+    // Without a file the thread runs all the same: it says so, and keeps memory from growing.
     mWriter.open(true, "", false);
     // Release: a thread that sees the logger running sees what was prepared for it.
     mRunning.store(true, std::memory_order_release);
@@ -132,7 +131,7 @@ void FileAloneJLogger::onUninit() {
         thread = *mThread;
     }
     pthread_join(thread, nullptr);
-    // Even the last write and the close: an onFlush() that comes now finds a stopped logger.
+    // The close is under the mutex, too: an onFlush() that comes now finds a stopped logger.
     const JLogLock lock(mMutex);
     mThread.reset();
     finishFlushLocked();
@@ -151,7 +150,7 @@ void FileAloneJLogger::onFlush(int timeoutSec) {
         return;
     }
     for (int second = 0; second < timeoutSec; ++second) {
-        // By deadline, so that a wait that ends early does not count as a second.
+        // By deadline: a wait that ends early does not count as a second.
         const auto deadline = std::chrono::steady_clock::now() + kFlushWait;
         while (mFlushPending.load(std::memory_order_relaxed)) {
             if (!mFlushDone.waitUntil(mMutex, deadline)) {
@@ -178,14 +177,14 @@ void FileAloneJLogger::flushThreadEntry() {
                         "File ULogger is running; flushInterval = %d ms, neHook = %d",
                         state.flushIntervalMs, mNeHook.load(std::memory_order_relaxed));
     size_t remaining = 0;
-    // Under a light load two buffers take turns: with the current one these are there now.
+    // Under a light load two buffers take turns: the current one and this one.
     prepareBuffer();
     while (const Buffer* buffer = nextBuffer(state, &remaining)) {
         renderBuffer(*buffer, remaining, state);
         refreshReservationLine();
         refreshLocalTime();
-        // Without a file there was no write that a crash dump would have held up, and the dump may
-        // have one.
+        // Without a file there was no write that would have waited for a crash dump, and the dump
+        // may have a file.
         CrashGate::awaitOpen();
         recycleFront();
     }
@@ -266,7 +265,7 @@ void FileAloneJLogger::pauseLocked(const FlushState& state) {
 }
 
 void FileAloneJLogger::refreshLocalTime() {
-    // Without the mutex: the time-zone code may have to wait, and then only this thread does.
+    // Without the mutex: the time-zone code may wait for a lock of its own.
     if (mNeHook.load(std::memory_order_relaxed) >= 1) {
         refreshUtcOffsets();
     }
@@ -286,7 +285,7 @@ void FileAloneJLogger::raiseBoostLocked(FlushState& state) {
 
 void FileAloneJLogger::setBoost(FlushState& state, int level) {
     state.boostLevel = level;
-    // On Linux this changes the one thread, whatever the name of the first argument says.
+    // On Linux PRIO_PROCESS with a thread id changes that thread alone.
     setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNiceByBoost[level]);
 }
 
@@ -297,16 +296,16 @@ void FileAloneJLogger::awaitFrontWritersLocked() {
 }
 
 void FileAloneJLogger::renderBuffer(const Buffer& buffer, size_t remaining, FlushState& state) {
-    // Before the records are rendered rather than behind: they are in the next file then. Before
-    // each buffer, since under a heavy load a batch may have no end.
+    // Before the records are rendered, so that they reach the next file; before each buffer, since
+    // under a heavy load a batch may have no end.
     mWriter.leaveDeletedFile();
     if (mWriter.mFd < 0) {
         __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "%s", kNoFileText);
         return;
     }
     state.logsWritten = wrappingSum(state.logsWritten, renderRecords(buffer, mWriter));
-    // With its text in the file, whether or not the batch goes on, nothing is lost that leaves
-    // memory now: a crash dump finds records either there or in a buffer.
+    // Whether or not the batch goes on, the text goes out before its buffer is recycled: a record
+    // is in the file, or a crash dump finds it in a buffer.
     mWriter.flush(remaining == 0);
     const bool batchEndsWithStatus =
             remaining == 0 && (state.flushIntervalMs >= kStatusIntervalMs ||

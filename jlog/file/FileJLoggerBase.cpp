@@ -43,13 +43,13 @@ constexpr size_t alignRecord(size_t size) {
 /// The room behind the fixed part of a record must hold the largest name and message.
 static_assert(sizeof(LogDetails) + kMaxNameChars + kMaxMessageChars + 2 < kBufferBytes);
 
-/// Asks for the memory of the records to come, for writing. The flush thread has read these cache
-/// lines when the buffer was in use before, so its core holds them; a caller that has to wait for
-/// the first of them does so with the mutex in hand, since the unlock waits for the stores before
-/// it.
+/// Asks for the cache lines of the next records, for writing. The core of the flush thread holds
+/// them, which has rendered the buffer's last contents. A caller that misses such a line waits with
+/// the mutex in hand: the unlock waits for the stores before it.
 void prefetchBehind(const LogHeader* record, size_t bytes) {
     constexpr uintptr_t kLines = 3;  // a record of some 120 bytes, and the head of the one behind
-    // As a number: behind the buffer's end there is nothing to point at, and no harm in asking.
+    // As a number: behind the end of the buffer there is nothing to point at, and a prefetch does
+    // no harm.
     const uintptr_t end = reinterpret_cast<uintptr_t>(record) + bytes;
     for (uintptr_t line = 1; line <= kLines; ++line) {
         // NOLINTNEXTLINE(performance-no-int-to-ptr): never dereferenced
@@ -57,12 +57,12 @@ void prefetchBehind(const LogHeader* record, size_t bytes) {
     }
 }
 
-/// A buffer of fresh memory; null without.
+/// A buffer of fresh memory; null without memory.
 std::unique_ptr<Buffer> newBuffer() {
     const int callersErrno = errno;
     std::unique_ptr<Buffer> buffer(new (std::nothrow) Buffer);
     errno = callersErrno;
-    // A crash handler may come upon the buffer without the mutex: its fields before its address.
+    // A crash handler may find the buffer without the mutex: its fields before its address.
     std::atomic_thread_fence(std::memory_order_seq_cst);
     return buffer;
 }
@@ -84,9 +84,8 @@ FileJLoggerBase::FileJLoggerBase() : mClockId(chooseClock()) {
 }
 
 FileJLoggerBase::~FileJLoggerBase() {
-    // A handler may still be installed, of a hook that was armed beside another logger's or is not
-    // disarmed by its subclass: it must not find an object that is gone. One that has found it is
-    // waited for.
+    // A handler may still be installed: by the hook of another logger, or because the subclass has
+    // not disarmed its own. It must not find this object from now on; one that has is waited for.
     FileJLoggerBase* self = this;
     sActiveLogger.compare_exchange_strong(self, nullptr, std::memory_order_seq_cst);
     CrashGate::awaitDumpEnd();
@@ -131,7 +130,7 @@ void FileJLoggerBase::onLogDetails(unsigned int moduleId, const char* name, JLog
     auto* record = reinterpret_cast<LogDetails*>(header);
     auto* bytes = reinterpret_cast<char*>(header);
     record->moduleId = moduleId;
-    // Eight bits keep every level that has a name; of what is above, all print alike.
+    // Eight bits hold every level that has a name; all above print alike.
     record->level = static_cast<uint8_t>(std::min<uint32_t>(level, UINT8_MAX));
     record->message = bytes + messageOffset;
     copyText(bytes + LogDetails::kNameOffset, name, nameChars);
@@ -145,7 +144,7 @@ void FileJLoggerBase::onLogDetails(unsigned int moduleId, const char* name, JLog
 bool FileJLoggerBase::allocLogSpace(unsigned long size, LogHeader** header, Buffer** buffer,
                                     unsigned int* serial) {
     const size_t bytes = alignRecord(size);
-    // The size itself is compared: aligning one close to the type's end wraps to 0.
+    // Compares the size itself: the aligned size wraps to 0 near the end of the type.
     if (size > kBufferBytes) {
         __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "Log size too large: %zu", bytes);
         return false;
@@ -156,7 +155,8 @@ bool FileJLoggerBase::allocLogSpace(unsigned long size, LogHeader** header, Buff
         reservation = reserveLocked(bytes, serial);
     }
     if (reservation.retired) [[unlikely]] {
-        // Not under the mutex: a wake-up is a system call, and the woken would first of all wait.
+        // Not under the mutex: a wake-up is a system call, and the thread that it wakes would wait
+        // for the mutex first.
         mCond.notifyOne();
     }
     LogHeader* record = reservation.record;
@@ -205,20 +205,20 @@ inline void FileJLoggerBase::stamp(LogHeader& record) const {
     }
     record.tid = sTid;
     if (clock_gettime(mClockId, &record.timestamp) != 0) [[unlikely]] {
-        record.timestamp = {};  // not what the buffer held before
+        record.timestamp = {};  // overwrites what the buffer held before
     }
 }
 
 void FileJLoggerBase::publish(LogHeader* header, Buffer* buffer, RecordType type) {
     if (mNeHook.load(std::memory_order_relaxed) >= 1) {
-        // Full, not only the release of the type: a crash handler also reads the buffer's other
-        // words, without the mutex.
+        // A full fence, where the type alone needs a release: a crash handler also reads the
+        // buffer's other words without the mutex.
         std::atomic_thread_fence(std::memory_order_seq_cst);
     }
     header->publish(type);
-    // The first writer of a new buffer has all its pages made, while the others fill it: otherwise
-    // every fortieth record has to wait for a page. Only now that his record is safe, and before he
-    // takes himself off, so that the buffer stays.
+    // The first writer of a new buffer has all its pages made; otherwise every fortieth record has
+    // a page fault. It does so after its own record is published, and before finishWriter(), so
+    // that the buffer stays.
     if (reinterpret_cast<char*>(header) == buffer->data && !buffer->pagesMade) [[unlikely]] {
         buffer->makePages();
     }
@@ -237,7 +237,7 @@ bool FileJLoggerBase::makeRoomLocked() {
 }
 
 uint32_t FileJLoggerBase::retireCurrentLocked() {
-    // A dump wants all that there was when its signal came.
+    // A dump is to find everything that was queued when its signal came.
     if (mQueueBounded && !CrashGate::isDumping()) {
         trimQueueLocked();
     }
@@ -258,7 +258,8 @@ void FileJLoggerBase::trimQueueLocked() {
 }
 
 std::unique_ptr<Buffer> FileJLoggerBase::allocEmptyBuffer() {
-    // The buffers of the pool have left the queue before: a dump that came upon one is seen here.
+    // A buffer of the pool has left the queue before. If a dump has found it there, the gate is
+    // seen shut here.
     if (mEmptyBuffers.size() > 0 && !CrashGate::isDumping()) {
         std::unique_ptr<Buffer> buffer = mEmptyBuffers.take();
         buffer->reset();
@@ -299,14 +300,14 @@ void FileJLoggerBase::prepareBuffer() {
     const JLogLock lock(mMutex);
     mOutOfMemory = false;
     if (mEmptyBuffers.size() == 0) {
-        static_cast<void>(mEmptyBuffers.put(std::move(buffer)));  // has nothing to give up
+        static_cast<void>(mEmptyBuffers.put(std::move(buffer)));  // returns null
     }
 }
 
 void FileJLoggerBase::discard(std::unique_ptr<Buffer> buffer) {
     if (CrashGate::isDumping()) {
-        // Left where it is, since the process is about to end. It takes a dump that begins just now
-        // to get here: for one that runs, consumers wait and queues are not trimmed.
+        // Leaked, since the process is about to end. Only a dump that begins just now leads here:
+        // while one runs, consumers wait and queues are not trimmed.
         static_cast<void>(buffer.release());
     }
 }
@@ -347,7 +348,7 @@ char* FileJLoggerBase::getTimeStamp(int clockId, char* out, unsigned long size) 
     return out;
 }
 
-// A member by its interface, though it needs nothing of the object.
+// The interface has it as a member, though it needs nothing of the object.
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static)
 void FileJLoggerBase::getFolderPath(char* path, unsigned long /*size*/) {
     prepareLogFolder(path);

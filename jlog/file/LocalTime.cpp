@@ -6,7 +6,7 @@ namespace JCam::Utils::JLog::File {
 
 namespace {
 
-// Each complete in itself, so relaxed. Threads that refresh at the same moment find out the same.
+// Relaxed: each is complete in itself, and threads that refresh at the same moment store the same.
 std::atomic<int64_t> sRealtimeOffset{0};
 std::atomic<int64_t> sMonotonicOffset{0};
 
@@ -27,7 +27,7 @@ tm cachedLocalTime(time_t seconds, clockid_t clock) {
     constexpr int64_t kSecondsPerDay = 86400;
     constexpr int64_t kSecondsPerHour = 3600;
     constexpr int64_t kSecondsPerMinute = 60;
-    // Some 31 million years: what is beyond that, in a damaged record, is too far off to matter.
+    // Some 31 million years. Only a damaged record is beyond that.
     constexpr int64_t kMaxSeconds = 1000000000000000;
     if (seconds < -kMaxSeconds || seconds > kMaxSeconds) {
         return {};
@@ -36,8 +36,8 @@ tm cachedLocalTime(time_t seconds, clockid_t clock) {
     const int64_t secondOfDay = ((shifted % kSecondsPerDay) + kSecondsPerDay) % kSecondsPerDay;
     const int64_t days = (shifted - secondOfDay) / kSecondsPerDay;
 
-    // The usual way from days to a date: years that begin in March, so that a leap day is the last
-    // one, in eras of 400 years, which all have the same length.
+    // From days to a date, as usual: years begin in March, so that the leap day is the last one,
+    // and eras of 400 years all have the same length.
     constexpr int64_t kDaysPerEra = 146097;
     constexpr int64_t kDaysToEpoch = 719468;  // from the March before year 0
     const int64_t fromYear0 = days + kDaysToEpoch;

@@ -4,20 +4,20 @@
 #include <ctime>
 
 // Local time, with the time-zone code of libc and without it. That code takes a lock, allocates and
-// opens files, so nothing that runs after a fatal signal may call it. There, seconds are shifted by
-// the UTC offset that ordinary code has found out last.
+// opens files, so nothing may call it after a fatal signal. Then the last UTC offset that ordinary
+// code has stored serves.
 namespace JCam::Utils::JLog::File {
 
 /// `seconds` since the epoch in the process's time zone; all zero when they have no local form.
 /// Not signal-safe.
 tm localTime(time_t seconds);
 
-/// Finds out the current UTC offsets for cachedUtcOffset(). Any thread. Not signal-safe.
+/// Stores the current UTC offsets for cachedUtcOffset(). Any thread. Not signal-safe.
 void refreshUtcOffsets();
 
-/// By how many seconds local time was ahead of UTC at the last refresh; 0 before the first one. For
-/// CLOCK_MONOTONIC it is the offset of its reading taken as seconds since the epoch, as it stands
-/// in the lines of a log: that of 1970, whatever the zone has done since. Signal-safe.
+/// The seconds by which local time was ahead of UTC at the last refresh; 0 before the first one.
+/// Lines show a reading of CLOCK_MONOTONIC as seconds since the epoch, so its offset is the zone's
+/// of 1970. Signal-safe.
 int64_t cachedUtcOffset(clockid_t clock);
 
 /// Local time by the cached offset of `clock` and arithmetic alone: year, month, day, hour, minute

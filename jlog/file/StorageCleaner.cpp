@@ -75,7 +75,7 @@ bool isLogFileName(std::string_view name) {
            name.ends_with(kSuffix);
 }
 
-/// By identity: one folder goes by many names.
+/// Compares identities: one folder may have many names.
 bool isSameFolder(const char* a, const char* b) {
     struct stat statusA = {};
     struct stat statusB = {};
@@ -100,12 +100,12 @@ void StorageCleaner::freeUpTo(int64_t minFreeBytes, const char* folder, const ch
     mFolder = folder;
     mSilent = silent;
     mSpared = spared;
-    // On Linux one system call, and so fit for a signal handler, though POSIX does not promise it.
+    // On Linux one system call, so a signal handler may use it, though POSIX does not promise that.
     struct statvfs storage = {};
     if (statvfs(pathOf("").c_str(), &storage) != 0) {
         return;
     }
-    // A file system without a size of its own, such as ramfs, counts no blocks: it is never full.
+    // A file system without a size, such as ramfs, counts no blocks: it is never full.
     int64_t freeBytes = 0;
     if (storage.f_blocks == 0 ||
         __builtin_mul_overflow(storage.f_bfree, storage.f_bsize, &freeBytes) ||
@@ -173,7 +173,7 @@ bool StorageCleaner::findOldest(const FileInfo* last) {
 }
 
 void StorageCleaner::keepIfOld(const FileInfo& file) {
-    // A heap whose top is the newest of the oldest files so far.
+    // A heap; its top is the newest of the oldest files so far.
     if (mCount == kFilesPerPass) {
         if (!isOlder(file, mOldest.front())) {
             return;

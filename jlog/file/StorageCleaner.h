@@ -12,14 +12,14 @@
 namespace JCam::Utils::JLog::File {
 
 /// Frees storage by deleting the oldest regular files of one folder, whoever made them: the log
-/// folder is ours and the vendor logger's. In a folder that others keep files in, only log files
-/// ("cam_jlog_*.txt") are deleted. Free space is measured once; each deleted file counts with its
+/// folder belongs to this library and the vendor's logger. In a shared folder it deletes log files
+/// ("cam_jlog_*.txt") only. It measures free space once, and counts each deleted file with its
 /// size.
 ///
-/// It works in constant memory, whatever the folder holds, since it may run when memory is as short
-/// as storage, and in a signal handler: it keeps the oldest files of one pass over the folder,
-/// deletes them, and makes another pass for the next ones when that was not enough. The object is
-/// too large for a thread's stack at a bad moment; make it beforehand.
+/// It may run in a signal handler, and when memory is as short as storage, so it needs constant
+/// memory for any folder: one pass over the folder collects the oldest files, which are deleted,
+/// and another pass follows if that was not enough. The object is large (69 KiB): allocate it
+/// beforehand, not on the stack.
 class StorageCleaner {
   public:
     /// The files that are left alone, whatever their names.
@@ -27,14 +27,13 @@ class StorageCleaner {
 
     /// Deletes files of `folder`, oldest first, until more than `minFreeBytes` are free or only
     /// files of `spared` are left. In `sharedFolder` it deletes log files only. `silent` suppresses
-    /// the messages to the Android log and makes the call signal-safe. An ordinary call waits for
-    /// the end of a crash dump before it deletes a file, which might be that of the dump.
+    /// the messages to the Android log and makes the call signal-safe. A call that is not silent
+    /// waits for the end of a crash dump before it deletes a file, which might be the dump's.
     void freeUpTo(int64_t minFreeBytes, const char* folder, const char* sharedFolder, bool silent,
                   const SparedFiles& spared);
 
   private:
-    /// How many files one pass finds: the more, the fewer times a folder of thousands is read. They
-    /// take 68 KiB.
+    /// Files that one pass collects. The more, the fewer passes over a folder of thousands.
     static constexpr size_t kFilesPerPass = 256;
 
     struct FileInfo {
@@ -42,7 +41,7 @@ class StorageCleaner {
         int64_t mtime;
         char name[256];  // NUL-terminated
     };
-    /// By age, and by name where that is equal, so that a pass can go on where the last one ended.
+    /// By age, then by name, so that a pass can go on where the last one ended.
     static bool isOlder(const FileInfo& a, const FileInfo& b);
 
     /// Fills mOldest with the oldest files that are newer than `last` (null: with the oldest), in
@@ -52,12 +51,12 @@ class StorageCleaner {
     /// False when it may not be deleted.
     bool inspect(const char* name, FileInfo& file) const;
     [[nodiscard]] PathText pathOf(const char* name) const;
-    /// Deletes what mOldest lists. Returns whether that was enough, or nothing can be deleted.
+    /// Deletes the files in mOldest. True if that was enough, or if no file can be deleted.
     bool deleteOldest(int64_t& freeBytes, int64_t minFreeBytes) const;
 
     [[nodiscard]] bool isSpared(const struct stat& status) const;
 
-    // Of the call that runs.
+    // The arguments of the call that runs, and its files.
     const char* mFolder{nullptr};
     bool mSilent{false};
     bool mLogFilesOnly{false};

@@ -15,42 +15,42 @@ namespace JCam::Utils::JLog::File {
 /// The file logger that works on its own: records become text files within one flush interval.
 ///
 /// One background thread, the flush thread, takes full buffers off the queue, renders them through
-/// the writer and recycles them; when nothing fills up it retires the current buffer once an
-/// interval. It idles at nice 19 and raises itself as buffers queue up.
+/// the writer and recycles them. When no buffer fills up, it retires the current one once an
+/// interval. It idles at nice 19 and raises its priority as buffers queue up.
 ///
 /// Life: construct, onInit() once, log and onFlush() from any thread, onUninit(), destroy. Records
 /// logged before onInit() wait in memory and reach the first file; what is logged after onUninit()
 /// stays in memory and goes with the object.
 ///
 /// Failures: without a file, records are dropped with an ERROR line per buffer, and memory does not
-/// grow. A file that somebody deletes while it is open is followed by the next one, in a folder
-/// that is made again if need be: the flush thread looks for it before it renders a buffer. Without
-/// a flush thread, one ERROR line says so, and the newest buffers stay in memory. The Android log
-/// has all this under the tag "FileAloneJLogger".
+/// grow. When the open file is deleted, the flush thread goes on to the next one before it renders
+/// a buffer, and makes the folder again if need be. Without a flush thread, one ERROR line says so,
+/// and the newest buffers stay in memory. All lines have the tag "FileAloneJLogger".
 ///
 /// Threads: any, but onInit() and onUninit() not at once. The flush thread blocks all signals but
-/// those that a thread brings upon itself. Nothing is signal-safe but what FileJLoggerBase says is.
+/// those of its own faults. Only what FileJLoggerBase says to be signal-safe is.
 class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
   public:
-    /// Makes a logger that takes records and does not run. Allocates.
+    /// Makes a logger that takes records but does not run yet. Allocates.
     FileAloneJLogger();
-    /// onUninit(). What was logged after that, or on a logger that never ran, is lost.
+    /// Calls onUninit(). What was logged after that, or on a logger that never ran, is lost.
     ~FileAloneJLogger() override;
 
-    /// Creates the folder and the first file, starts the flush thread and arms the crash hook. Not
-    /// again before onUninit(). Blocks for the file, and for the clean-up where storage is full.
+    /// Creates the folder and the first file, starts the flush thread and arms the crash hook. May
+    /// not be repeated before onUninit(). Blocks for the file, and for the clean-up if storage is
+    /// full.
     void onInit() override;
     /// Disarms the crash hook, writes everything that is buffered, stops the thread and closes the
     /// file. Blocks for as long as that takes. Without effect on a logger that does not run.
     void onUninit() override;
     /// Retires the current buffer and wakes the flush thread. Waits until everything logged before
-    /// the call is in the file, at most `timeoutSec` seconds; below 1, and on a logger that does
-    /// not run, it does not wait. The batch ends with an fsync, unless all its text had gone out
-    /// already because the text buffer was full.
+    /// the call is in the file, at most `timeoutSec` seconds; does not wait if that is below 1, nor
+    /// on a logger that does not run. The batch ends with an fsync, unless a full text buffer had
+    /// sent all its text out already.
     void onFlush(int timeoutSec) override;
 
   private:
-    /// What the flush thread knows.
+    /// The state of the flush thread.
     struct FlushState {
         int32_t flushIntervalMs{0};
         /// Index into the nice values; higher is more urgent.
@@ -59,7 +59,7 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
         uint32_t passes{0};
     };
 
-    /// What the next pass has to do.
+    /// The work of the next pass.
     enum class Decision {
         STOP,             // nothing is buffered, and the logger is to stop
         RENDER_COMPLETE,  // the one queued buffer has no pending writer
@@ -77,7 +77,7 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
     JLOG_INTERNAL Decision decideLocked(FlushState& state) JLOG_REQUIRES(mMutex);
     JLOG_INTERNAL void idleStepLocked(FlushState& state) JLOG_REQUIRES(mMutex);
     JLOG_INTERNAL void pauseLocked(const FlushState& state) JLOG_REQUIRES(mMutex);
-    /// Keeps the UTC offset fresh for the crash hook.
+    /// Refreshes the UTC offsets for the crash hook.
     JLOG_INTERNAL void refreshLocalTime() JLOG_EXCLUDES(mMutex);
     JLOG_INTERNAL void raiseBoostLocked(FlushState& state) JLOG_REQUIRES(mMutex);
     JLOG_INTERNAL void awaitFrontWritersLocked() JLOG_REQUIRES(mMutex);
@@ -91,11 +91,11 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
 
     /// The flush thread, from onInit() to onUninit().
     std::optional<pthread_t> mThread JLOG_GUARDED_BY(mMutex);
-    /// Used by the flush thread alone while it lives, and by the thread that starts and stops it
-    /// before and after: the start and the join order the accesses.
+    /// Used by the flush thread while that lives; before and after by the thread that starts and
+    /// stops it. The start and the join order the accesses.
     FileJLogWriter mWriter;
-    /// An onFlush() waits for the queue to be drained. Written under the mutex; the status line
-    /// reads it without, relaxed, since it only decides about that one line.
+    /// An onFlush() waits for the queue to be drained. Written under the mutex. Relaxed: the status
+    /// line reads it without the mutex, and it decides about that one line alone.
     std::atomic<bool> mFlushPending{false};
     /// Notified when mFlushPending is cleared.
     JLogCondition mFlushDone;
