@@ -9,7 +9,7 @@ namespace JCam::Utils::JLog {
 
 namespace {
 
-/// The Android priority of a details level; ANDROID_LOG_UNKNOWN for a level that is not printed.
+/// ANDROID_LOG_UNKNOWN for a level that is not printed.
 constexpr android_LogPriority toPriority(JLogLevel level) {
     switch (level) {
         case LEVEL_ERROR:
@@ -27,8 +27,7 @@ constexpr android_LogPriority toPriority(JLogLevel level) {
     return ANDROID_LOG_UNKNOWN;
 }
 
-/// What Android's formatter prints for a module without a name. Spelled out, since a null argument
-/// of %s is undefined elsewhere.
+/// "(null)" is what Android's formatter prints for null, which %s leaves undefined elsewhere.
 const char* nameOf(unsigned int moduleId) {
     const char* name = getModuleName(moduleId);
     return name != nullptr ? name : "(null)";

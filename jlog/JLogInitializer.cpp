@@ -9,7 +9,7 @@
 
 namespace JCam::Utils::JLog {
 
-// Without memory there is no initialisation, and logging stays with the Android log.
+// Without memory nothing is initialised, and the Android log stays installed.
 JLogInitializer::JLogInitializer(int mask) : mImpl(new (std::nothrow) JLogInitializerImpl(mask)) {
     __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "new JLogInitializerImpl");
 }

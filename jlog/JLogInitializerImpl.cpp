@@ -17,7 +17,7 @@
 
 namespace JCam::Utils::JLog {
 
-// MultiJLogger.cpp has them; a copy of a vtable here might be the hidden one that the linker keeps.
+// Instantiated in MultiJLogger.cpp alone: of two vtable copies the linker might keep a hidden one.
 extern template class MultiJLogger<DefaultJLogger, TraceJLogger>;
 extern template class MultiJLogger<File::FileMergeJLogger, TraceJLogger>;
 extern template class MultiJLogger<File::FileAloneJLogger, TraceJLogger>;
@@ -46,15 +46,14 @@ class PropertyText {
     static_assert(sizeof(mValue) >= PROPERTY_VALUE_MAX);
 };
 
-/// The installed logger, owned, once the initializer that created it is gone before others. Not a
-/// smart pointer: at exit an installed logger must not vanish under the threads that use it.
+/// The installed logger, owned, if its initializer was destroyed before others. Not a smart
+/// pointer: at exit an installed logger must not be destroyed under the threads that use it.
 JLogger* sOrphanedLogger = nullptr;
 
 bool isPanicEnabled() {
     return PropertyText(kPanicProperty, "false").isTrue();
 }
 
-/// The level that the user's level property stands for.
 JLogLevel levelOfProperty(int32_t value) {
     constexpr JLogLevel kLevels[] = {LEVEL_WARN, LEVEL_ERROR, LEVEL_INFO, LEVEL_DEBUG,
                                      LEVEL_VERBOSE};
@@ -180,12 +179,12 @@ void JLogInitializerImpl::install(uint32_t mode, uint32_t level) {
             static_cast<uint64_t>(property_get_int64("vendor.debug.camera.jlog.filter", -1));
     mLogger = createLogger(mode);
     if (mLogger == nullptr) {
-        // Also where memory was too short for the logger: the Android log needs none.
+        // Also without memory for the logger: the Android log needs none.
         level = mode == 0 ? uint32_t{LEVEL_ERROR} : level;
         mode = MODE_DEFAULT;
     }
     JLogger* logger = mLogger != nullptr ? mLogger.get() : getDefaultJLogger();
-    // Release: meets the acquire in JLogger::getLogger() and publishes the logger's construction.
+    // Release: publishes the logger's construction to the acquire in JLogger::getLogger().
     JLogger::sJLogger.store(logger, std::memory_order_release);
     JLogger::sInitJlogLevel.store(level, memory_order_relaxed);
     JLogger::sLevel.store(level, memory_order_relaxed);

@@ -4,27 +4,27 @@ namespace JCam::Utils::JLog {
 
 namespace {
 
-// The mutex of the file logger is held for some ten nanoseconds, and what it guards moves with it
-// from core to core, which takes up to two hundred on a large machine. Who finds it taken stands
-// back for a moment: meanwhile the holder's core gets through several calls with everything at
-// hand, and the cache lines move once for all of them. After that he looks often, so that his own
-// wait does not grow. Who sleeps at once pays for two system calls, one of them the holder's, and
-// with several threads at it nearly every unlock ends up waking somebody; so threads sleep only
-// when the holder has probably lost its core.
+// The file logger's mutex is held for some 10 ns, but the cache lines that it guards move from core
+// to core with it, which takes up to 200 ns on a large machine. A thread that finds it locked first
+// backs off: meanwhile the holder's core gets through several calls with the lines in its cache,
+// and they move once for all of these. Then the thread retries often, to keep its own wait short.
+// Sleeping at once would cost two system calls, one of them the holder's wake-up, and under
+// contention nearly every unlock would have to wake a thread. So a thread sleeps only when the
+// holder has probably lost its core.
 
-/// Before the first second look: some 250 ns, half a dozen calls' worth.
+/// Before the first retry: some 250 ns, the time of half a dozen calls.
 constexpr int kFirstPauses = 10;
-/// Before every further one: some 50 ns.
+/// Before every further retry: some 50 ns.
 constexpr int kPauses = 2;
-/// Looks before the thread sleeps, after some 8 us.
+/// Retries before the thread sleeps, after some 8 us.
 constexpr int kLooks = 160;
 
-/// Tells the processor that this is a loop that waits.
+/// The processor's hint for a spin loop.
 void pauseCore() {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();
 #elif defined(__aarch64__)
-    // Not `yield`, which does nothing on most cores; this takes about as long as the other's pause.
+    // Not `yield`, which does nothing on most cores; `isb` takes about as long as x86's pause.
     asm volatile("isb" ::: "memory");
 #endif
 }

@@ -17,14 +17,13 @@ namespace JCam::Utils::JLog {
 
 namespace {
 
-/// From this value of sDebugLevel on (unsigned) the tests print what they decide.
+/// From this value of sDebugLevel on (as unsigned), tests print their result.
 constexpr uint32_t kDebugLevelTests = 4;
 
-/// Holds the default logger without ever destroying it: threads may log until the process is gone.
+/// Holds the default logger and never destroys it: threads may log until the process has ended.
 union ImmortalLogger {
     constexpr ImmortalLogger() : logger() {}
-    // Empty on purpose. Not defaulted: the default would be deleted, since the member has a
-    // destructor of its own.
+    // Not defaulted: that would be deleted, because the member has a destructor of its own.
     ~ImmortalLogger() {}  // NOLINT(modernize-use-equals-default)
     ImmortalLogger(const ImmortalLogger&) = delete;
     ImmortalLogger& operator=(const ImmortalLogger&) = delete;
@@ -39,8 +38,8 @@ bool testsArePrinted() {
            kDebugLevelTests;
 }
 
-/// The details test that prints what it decides, and upon what. Apart, so that the usual one needs
-/// no stack frame.
+/// The details test that prints its result. A separate function, so that the usual test needs no
+/// stack frame.
 [[gnu::noinline, gnu::cold]] bool printDetailsTest(unsigned int moduleId, JLogLevel level) {
     const uint64_t filter = JLogger::sFilter.load(std::memory_order_relaxed);
     const bool enable = JLogger::isLevelEnabled(level) && (filter & moduleId) != 0;
@@ -57,18 +56,17 @@ const char* orEmpty(const char* text) {
     return text != nullptr ? text : "";
 }
 
-/// A text of logFormatted(), with room for its NUL.
 using Text = char[JLogger::kMaxTextChars + 1];
 
-/// Formats like vsnprintf, and returns the characters of what was kept.
+/// Formats like vsnprintf, but returns how many characters `text` keeps.
 __attribute__((format(printf, 2, 0))) size_t formatText(Text& text, const char* format,
                                                         va_list arguments) {
     const int chars = vsnprintf(text, sizeof(text), format, arguments);
     if (chars >= 0) {
         return std::min<size_t>(static_cast<size_t>(chars), sizeof(text) - 1);
     }
-    // An argument that cannot be converted, like a wide character without a multibyte form: the
-    // format still tells which message it was.
+    // An argument cannot be converted, like a wide character without a multibyte form. The format
+    // still tells which message it was.
     const size_t kept = strnlen(format, sizeof(text) - 1);
     memcpy(text, format, kept);
     text[kept] = '\0';
@@ -77,8 +75,8 @@ __attribute__((format(printf, 2, 0))) size_t formatText(Text& text, const char* 
 
 }  // namespace
 
-// Load order: the installed logger and the default logger are constants, in place before any code
-// runs; the property is read when the library is initialised, after the property library.
+// Load order: all but sDebugLevel are initialised before any code runs. The property is read when
+// the library is initialised, after the property library.
 constinit std::atomic<JLogger*> JLogger::sJLogger{&sImmortalLogger.logger};
 constinit DefaultJLogger& sDefaultJLogger = sImmortalLogger.logger;
 std::atomic<int32_t> JLogger::sDebugLevel{property_get_int32("vendor.debug.camera.jlog.level", 0)};
@@ -97,8 +95,8 @@ void JLogger::onUninit() {}
 void JLogger::onFlush(int /*timeoutSec*/) {}
 
 JLogger* JLogger::getLogger() {
-    // Acquire: the logger's construction, published by the initializer before it stored the
-    // pointer, is visible to whoever calls through it.
+    // Acquire: pairs with the release store of the pointer, which publishes the logger's
+    // construction.
     return sJLogger.load(std::memory_order_acquire);
 }
 

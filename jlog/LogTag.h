@@ -2,7 +2,7 @@
 
 namespace JCam::Utils::JLog {
 
-/// Under this tag the front end and the initializer speak on the Android log.
+/// The Android log tag of the front end and the initializer.
 inline constexpr char kLogTag[] = "JLOG";
 
 }  // namespace JCam::Utils::JLog

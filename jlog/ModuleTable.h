@@ -14,7 +14,7 @@ struct ModuleRow {
     std::string_view name;
 };
 
-/// Every module that has a name, by ascending id. The spellings are those of the log files.
+/// Every module that has a name, by ascending id. Log files contain these spellings.
 inline constexpr ModuleRow gModuleTable[] = {
         {MODULE_INVALID, "MODULE_INVALID"}, {MODULE_DEFAULT, "DEFAULT"}, {MODULE_COMMON, "Common"},
         {MODULE_PREVIEW, "Preview"},        {MODULE_CAPTURE, "Capture"}, {MODULE_VIDEO, "Video"},
@@ -23,8 +23,8 @@ inline constexpr ModuleRow gModuleTable[] = {
 
 inline constexpr int kModuleRows = sizeof(gModuleTable) / sizeof(gModuleTable[0]);
 
-/// The row whose id is exactly `moduleId`, or null: an id with several bits, or with a bit that has
-/// no row, has no name. Allocates nothing; signal-safe.
+/// The row whose id is exactly `moduleId`, or null. So an id with several bits has no name.
+/// Allocates nothing; signal-safe.
 constexpr const ModuleRow* findModule(uint64_t moduleId) {
     int low = 0;
     int high = kModuleRows - 1;
@@ -42,7 +42,7 @@ constexpr const ModuleRow* findModule(uint64_t moduleId) {
     return low == high && gModuleTable[low].id == moduleId ? &gModuleTable[low] : nullptr;
 }
 
-/// Its name, or null.
+/// Null for a module without a name.
 constexpr const char* getModuleName(uint64_t moduleId) {
     const ModuleRow* row = findModule(moduleId);
     return row != nullptr ? row->name.data() : nullptr;
@@ -66,7 +66,6 @@ constexpr size_t longestModuleName() {
     return longest;
 }
 
-/// Of the longest name in the table.
 inline constexpr size_t kMaxModuleNameChars = longestModuleName();
 
 }  // namespace JCam::Utils::JLog

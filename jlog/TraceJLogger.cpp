@@ -8,8 +8,8 @@ namespace JCam::Utils::JLog {
 
 namespace {
 
-/// Where a marker would be written. Enter and exit are alike up to the category test, and no
-/// category passes it while kTraceCategoryMask is 0.
+/// Enter and exit are alike up to the category test, which nothing passes while kTraceCategoryMask
+/// is 0.
 void traceEvent(unsigned int moduleId, const char* name) {
     [[maybe_unused]] char section[kTraceSectionBytes];
     formatTraceSection(section, moduleId, name);

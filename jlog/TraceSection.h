@@ -7,10 +7,10 @@
 
 namespace JCam::Utils::JLog {
 
-/// Bytes of a trace section name, its NUL included: longer names are cut.
+/// Including the NUL.
 inline constexpr size_t kTraceSectionBytes = 128;
 
-/// Writes "MODULE NAME" to `section`, cut to 127 characters; a module without a name becomes one
+/// Writes "MODULE NAME" to `section`, cut to 127 characters. A module without a name becomes one
 /// blank. Allocates nothing.
 inline void formatTraceSection(char (&section)[kTraceSectionBytes], unsigned int moduleId,
                                const char* name) {

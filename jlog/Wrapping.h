@@ -4,8 +4,8 @@
 
 namespace JCam::Utils::JLog {
 
-/// The sum of two numbers of a kind that is meant to wrap. Said so, because a device's build ends
-/// the process where an unsigned sum wraps unannounced.
+/// The sum of two numbers that may wrap. A device's build ends the process where a plain unsigned
+/// sum wraps.
 template <std::unsigned_integral Number>
 constexpr Number wrappingSum(Number a, Number b) {
     Number sum = 0;

@@ -1,10 +1,10 @@
 #pragma once
 
 /// \file
-/// The mark of what libjcam_jlog.so exports.
+/// Visibility of the symbols of libjcam_jlog.so.
 
-/// Marks what libjcam_jlog.so exports; everything else has hidden visibility.
+/// Marks what the library exports; everything else is hidden.
 #define JLOG_EXPORT __attribute__((visibility("default")))
 
-/// Marks a member of an exported class that the library alone calls.
+/// Marks a member of an exported class that only the library uses.
 #define JLOG_INTERNAL __attribute__((visibility("hidden")))

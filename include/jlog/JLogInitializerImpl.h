@@ -11,61 +11,61 @@ namespace JCam::Utils::JLog {
 
 /// Placeholder for parameters of a later stage of the initialisation; nothing reads it.
 struct JLogInitParam {
-    /// Without meaning yet.
+    /// Unused.
     bool enabled{false};
 };
 
-/// The start-up policy behind JLogInitializer: decides level, mode, filter and back end from the
-/// properties, the kind of build and the host's enable mask, installs the back end and starts it.
+/// The start-up policy behind JLogInitializer. It chooses level, mode, filter and back end from the
+/// properties, the kind of build and the host's enable mask, then installs and starts the back end.
 ///
-/// Kinds of build: a release build is a pre-release, a market (end-user) build or neither; every
-/// other build is an engineering build. Aging builds, which run for days under heat, are told by a
-/// property of their own.
+/// Kinds of build: a release build is a pre-release build, a market (end-user) build or neither.
+/// All others are engineering builds. A property of its own marks aging builds, which run for days
+/// under heat.
 ///
-/// A host holds a JLogInitializer; of this class it reads the flags, and asks for the kind of
-/// build.
+/// A host holds a JLogInitializer. From this class it reads the flags and the kind of build.
 ///
-/// Threads: instances are created and destroyed on one thread; the static functions run on any.
+/// Threads: create and destroy instances on one thread. The static functions run on any thread.
 class JLOG_EXPORT JLogInitializerImpl {
   public:
-    /// Adds to the count. The first one decides, installs the back end and starts it, which for own
-    /// files makes folder, file and thread. `mask` is a combination of JLogEnableMask.
+    /// Increments sInited. The first one chooses, installs and starts the back end; with own files
+    /// that creates folder, file and thread. `mask` combines JLogEnableMask bits.
     explicit JLogInitializerImpl(int mask);
-    /// Destroys the logger when no initializer is left; while others live it is handed on to them.
+    /// Destroys the logger that it created, or leaves it to the initializers that still live.
     ~JLogInitializerImpl();
     JLogInitializerImpl(const JLogInitializerImpl&) = delete;
     JLogInitializerImpl& operator=(const JLogInitializerImpl&) = delete;
 
-    /// Classifies the build; may decide the default level and sLaoEnable. Logs a line.
+    /// Classifies the build; on release builds sets sLaoEnable and may set the default level. Logs
+    /// a line.
     static void camLogPolicy();
-    /// The default level: the cached one, or else that of the user's level property, which it then
-    /// keeps for the life of the process.
+    /// The default level: the cached one, or else that of the user's level property, which it
+    /// caches for the life of the process.
     static uint32_t getDefaultJLogLevel();
     /// Whether a property says that this is an aging build. Logs a line.
     static bool isAgingVer();
     /// Whether the log-capture tool runs in USB mode: panic is true and the user's log property is
     /// 0. Logs a line.
     static bool isCapsuleInUsbMode();
-    /// As JLogInitializer has it.
+    /// See JLogInitializer.
     static void updateLogLevel();
-    /// As JLogInitializer has it.
+    /// See JLogInitializer.
     static void setCamLaoEnable(bool enable);
-    /// As JLogInitializer has it.
+    /// See JLogInitializer.
     static void setIsReleaseVer(bool release);
-    /// Does nothing: a place for what is to come after the start.
+    /// Does nothing: reserved for a stage after the start.
     static void initForJLogInit(const JLogInitParam& param);
 
-    /// Takes one initializer off the count. The last one stops the logger and puts the Android log
-    /// back in its place. Waits, without a bound, for what that logger has to write.
+    /// Decrements sInited. At 0 it stops the logger, waits without a limit until that has written
+    /// everything, and installs the Android log.
     static void release();
 
     /// Live initializers. Not atomic: see Threads.
     static int32_t sInited;
 
     // What the properties said. Atomic because updateLogLevel() runs on any thread; relaxed because
-    // each is a word of its own, from which nobody concludes about another.
+    // no reader relates one to another.
 
-    /// Cached default level; 0 while undecided.
+    /// Cached default level; 0 until it is chosen.
     static std::atomic<uint32_t> sDefaultLogLevel;
     /// A release build.
     static std::atomic<bool> sReleaseVer;
@@ -73,13 +73,13 @@ class JLOG_EXPORT JLogInitializerImpl {
     static std::atomic<bool> sPreVer;
     /// A market build.
     static std::atomic<bool> sMarketVer;
-    /// Pair the Android log with the trace back end in default mode.
+    /// Pair the Android log with the trace back end in mode 1.
     static std::atomic<bool> sLaoEnable;
-    /// What the mask said about file logging when it was asked, on a market build.
+    /// Whether the mask has ENABLE_ULOG_MARKET; set only on market builds in a mode other than 1.
     static std::atomic<bool> sJlogEnable4Market;
-    /// The same on a pre-release build.
+    /// The same for ENABLE_ULOG_PRE on pre-release builds.
     static std::atomic<bool> sJlogEnable4Pre;
-    /// Always false; isAgingVer() asks anew.
+    /// Always false; isAgingVer() reads the property each time.
     static std::atomic<bool> sAgingVer;
 
   private:

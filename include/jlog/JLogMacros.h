@@ -16,16 +16,16 @@
 ///         }
 ///     }
 ///
-/// `module` is a ModuleId or any other id of 32 bits. A larger constant does not compile; a larger
-/// variable counts by its low 32 bits. The macros for messages take printf's format and its
-/// arguments, which the compiler checks against each other. The tag of their lines is JLOG_TAG, a
-/// macro that each source defines for itself: an expression of type const char*.
+/// `module` is a ModuleId or any other id of 32 bits. A larger constant does not compile; only the
+/// low 32 bits of a larger variable count. The message macros take a printf format and its
+/// arguments, which the compiler checks. JLOG_TAG, the tag of their lines, is an expression of type
+/// const char*.
 ///
-/// A message whose level or module is off costs its test alone: its arguments are not evaluated.
-/// (Name and request number of a scope always are.) The library formats the text on the stack and
-/// cuts it after 1023 bytes. Module and level are evaluated once. The macros work on any thread,
-/// but not in a signal handler. Use them in sources: in an inline function of a header, each source
-/// that includes it would have another tag.
+/// A message whose level or module is off costs only its test: its arguments are not evaluated.
+/// (Name and request number of a scope always are.) Module and level are evaluated once. The
+/// library formats the text on the stack and cuts it after 1023 bytes. The macros work on any
+/// thread, but not in a signal handler. Use them in sources only: in an inline function of a
+/// header, the tag would be that of whichever source includes it.
 
 #include <cstdint>
 #include <type_traits>
@@ -36,9 +36,9 @@
 #include "jlog/JLogScope.h"
 
 /// The most verbose level that is compiled in: a number from 0 (none) to 6 (all, the default).
-/// Messages above it leave no code behind, whatever the properties say, and neither do scopes if it
-/// is below LEVEL_DEBUG. Set it on the command line or before this file is included; each source
-/// may have its own.
+/// Messages above it compile to nothing, whatever the properties say; so do scopes if it is below
+/// LEVEL_DEBUG. Define it on the command line or before including this file; each source may have
+/// its own.
 #ifndef JLOG_MAX_LEVEL
 #define JLOG_MAX_LEVEL 6
 #endif
@@ -47,11 +47,11 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
 
 /// Logs a formatted text at level error: something is broken.
 #define JLOGE(module, ...) JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_ERROR, __VA_ARGS__)
-/// At level warn: something is not as it should be, and the camera goes on.
+/// At level warn: something is wrong, but the camera goes on.
 #define JLOGW(module, ...) JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_WARN, __VA_ARGS__)
 /// At level info: a few times a session.
 #define JLOGI(module, ...) JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_INFO, __VA_ARGS__)
-/// At level debug high, between info and debug: printed like debug.
+/// At level debug high, between info and debug; printed like debug.
 #define JLOG_DEBUG_HIGH(module, ...) \
     JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_DEBUG_HIGH, __VA_ARGS__)
 /// At level debug: a few times a request.
@@ -59,10 +59,10 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
 /// At level verbose: everything else.
 #define JLOGV(module, ...) JLOG_DETAILS(module, ::JCam::Utils::JLog::LEVEL_VERBOSE, __VA_ARGS__)
 
-/// The same at any JLogLevel, also one that is known at run time only.
+/// At any JLogLevel, which need not be a constant.
 #define JLOG_DETAILS(module, level, ...) \
     JLOG_DETAILS_COUNTED(__COUNTER__, module, level, __VA_ARGS__)
-/// Not for call sites: the second step of JLOG_DETAILS, in which `number` is expanded.
+/// Not for call sites: the second step of JLOG_DETAILS, which expands `number`.
 #define JLOG_DETAILS_COUNTED(number, module, level, ...) \
     JLOG_DETAILS_NAMED(number, module, level, __VA_ARGS__)
 /// Not for call sites: the third step.
@@ -74,9 +74,8 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
         }                                                                               \
     } while (false)
 
-/// Logs like JLOGE, but at most once in `ms` milliseconds from this place in the source, over all
-/// threads. If calls were held back since the last line, the text ends in " (N held back)". Takes
-/// no lock.
+/// Logs like JLOGE, but this call site logs at most once in `ms` milliseconds over all threads. If
+/// calls were held back since its last line, the text ends in " (N held back)". Takes no lock.
 #define JLOGE_EVERY_MS(module, ms, ...) \
     JLOG_DETAILS_EVERY_MS(module, ::JCam::Utils::JLog::LEVEL_ERROR, ms, __VA_ARGS__)
 /// The same at level warn.
@@ -94,7 +93,7 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
 /// The same at any JLogLevel.
 #define JLOG_DETAILS_EVERY_MS(module, level, ms, ...) \
     JLOG_EVERY_MS_COUNTED(__COUNTER__, module, level, ms, __VA_ARGS__)
-/// Not for call sites: the second step, in which `number` is expanded.
+/// Not for call sites: the second step, which expands `number`.
 #define JLOG_EVERY_MS_COUNTED(number, module, level, ms, ...) \
     JLOG_EVERY_MS_NAMED(number, module, level, ms, __VA_ARGS__)
 /// Not for call sites: the third step.
@@ -113,13 +112,13 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
     } while (false)
 
 /// Logs that request `requestNo` enters a scope here and, at the end of the block, that it leaves
-/// it. That takes a bit in the module filter and, if the Android log is the back end, level debug.
-/// `name` must outlive the block. `requestNo` is an integer; its low 32 bits are logged. Both are
-/// always evaluated, unless JLOG_MAX_LEVEL compiles the scope out.
+/// it. The module filter must have a bit of `module` and, if the Android log is the back end, the
+/// level must be debug or above. `name` must outlive the block. `requestNo` is an integer; its low
+/// 32 bits are logged. Both are evaluated unless JLOG_MAX_LEVEL compiles the scope out.
 #define JLOG_SCOPE(module, name, requestNo) JLOG_SCOPE_COUNTED(__COUNTER__, module, name, requestNo)
-/// The same with the name of the function that it stands in; in a lambda that is "operator()".
+/// The same, named after the enclosing function; in a lambda that is "operator()".
 #define JLOG_FUNCTION_SCOPE(module, requestNo) JLOG_SCOPE(module, __func__, requestNo)
-/// Not for call sites: the second step of JLOG_SCOPE, in which `number` is expanded.
+/// Not for call sites: the second step of JLOG_SCOPE, which expands `number`.
 #define JLOG_SCOPE_COUNTED(number, module, name, requestNo) \
     JLOG_SCOPE_NAMED(number, module, name, requestNo)
 /// Not for call sites: the third step.
@@ -130,8 +129,8 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
                                                      static_cast<unsigned int>(requestNo)) \
                     : ::JCam::Utils::JLog::JLogScope()
 
-/// Not for call sites: tests whether a message is wanted. The variables are numbered, so that an
-/// argument may contain another call.
+/// Not for call sites: tests whether a message is wanted. `number` makes the variables unique, so
+/// that an argument may contain another call.
 #define JLOG_IF_WANTED(number, module, level)                                               \
     static_assert(__builtin_strcmp(JLOG_STRING(JLOG_TAG), "JLOG_TAG") != 0,                 \
                   "JLOG_TAG is missing: #define JLOG_TAG \"Name\" gives the lines of this " \
@@ -141,14 +140,14 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
     if (jlogLevel##number <= JLOG_MAX_LEVEL &&                                              \
         ::JCam::Utils::JLog::JLogger::wantsDetails(jlogModule##number, jlogLevel##number))
 
-/// Not for call sites: the text of what the argument expands to.
+/// Not for call sites: what the argument expands to, as a string literal.
 #define JLOG_STRING(...) JLOG_STRINGIFY(__VA_ARGS__)
 /// Not for call sites: the second step of JLOG_STRING.
 #define JLOG_STRINGIFY(...) #__VA_ARGS__
 
-/// Not for call sites: the 32 bits of a module. The compiler looks at the value only where it is
-/// constant; elsewhere __builtin_constant_p is 0, and nothing is evaluated. clang folds a
-/// conditional with that test, but no other expression.
+/// Not for call sites: the 32 bits of a module. Checks the value only if it is constant; otherwise
+/// __builtin_constant_p is 0 and the check evaluates nothing. A conditional, because clang folds no
+/// other expression with that test.
 #define JLOG_MODULE(module)                                                                     \
     ::JCam::Utils::JLog::moduleBits<(__builtin_constant_p(module)                               \
                                              ? ::JCam::Utils::JLog::isTooLargeForModule(module) \
@@ -156,8 +155,8 @@ static_assert(static_cast<unsigned int>(JLOG_MAX_LEVEL) <= ::JCam::Utils::JLog::
 
 namespace JCam::Utils::JLog {
 
-/// Not for call sites: whether a value of this type may be looked at when it is constant. Values of
-/// such types are passed on as such, never by reference: a constant needs no capture then.
+/// Not for call sites: whether a constant of this type is checked. Such types are passed by value:
+/// by reference, a lambda would have to capture the constant.
 template <typename Value>
 inline constexpr bool kIsPlain = std::is_integral_v<Value> || std::is_enum_v<Value>;
 
@@ -172,7 +171,7 @@ constexpr bool isTooLargeForModule(const Id& /*id*/) {
     return false;
 }
 
-/// Not for call sites: what JLOG_MODULE makes of a module, or why it does not compile.
+/// Not for call sites: the bits of a module, or the message why it does not compile.
 template <bool kIsTooLarge, typename Id, std::enable_if_t<kIsPlain<Id>, int> = 0>
 constexpr unsigned int moduleBits(Id id) {
     static_assert(!std::is_same_v<Id, JLogLevel>,
@@ -195,7 +194,7 @@ constexpr unsigned int moduleBits(Id&& id) {
     }
 }
 
-/// Not for call sites: the interval of a rate limit, or why it does not compile.
+/// Not for call sites: the interval of a rate limit, or the message why it does not compile.
 template <typename Ms>
 constexpr int64_t intervalOf(Ms ms) {
     constexpr bool kIsNumber = std::is_convertible_v<Ms, int64_t>;

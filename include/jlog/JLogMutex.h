@@ -7,11 +7,11 @@
 #include "jlog/JLogExport.h"
 
 /// \file
-/// Clang's thread-safety annotations: with them the compiler proves that a guarded member is
-/// touched only with its mutex held. Other compilers see nothing.
+/// Clang's thread-safety annotations, with which it proves that a guarded member is used only with
+/// its mutex held. Other compilers ignore them.
 
 #if defined(__clang__)
-/// The attribute that the other macros put in place.
+/// The attribute behind the other macros.
 #define JLOG_THREAD_ANNOTATION(x) __attribute__((x))
 #else
 #define JLOG_THREAD_ANNOTATION(x)
@@ -20,9 +20,9 @@
 #define JLOG_CAPABILITY(name) JLOG_THREAD_ANNOTATION(capability(name))
 /// The same for a class that holds a mutex for a scope.
 #define JLOG_SCOPED_CAPABILITY JLOG_THREAD_ANNOTATION(scoped_lockable)
-/// For a member that is touched only with `mutex` held.
+/// For a member that is used only with `mutex` held.
 #define JLOG_GUARDED_BY(mutex) JLOG_THREAD_ANNOTATION(guarded_by(mutex))
-/// For a function whose caller holds `mutex`, before and after.
+/// For a function whose caller holds `mutex`.
 #define JLOG_REQUIRES(mutex) JLOG_THREAD_ANNOTATION(requires_capability(mutex))
 /// For a function whose caller holds none of these mutexes.
 #define JLOG_EXCLUDES(...) JLOG_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
@@ -35,19 +35,18 @@
 
 namespace JCam::Utils::JLog {
 
-/// std::mutex with the annotations that the standard libraries leave out, for sections of a few
-/// nanoseconds: who finds it taken spins for a moment, some 8 us at most, before he sleeps. It
-/// allocates nothing, and a static one is there before any code runs. Not recursive, not
-/// signal-safe.
+/// std::mutex with the annotations that the standard libraries leave out, for critical sections of
+/// a few nanoseconds. A thread that finds it locked spins for about 8 us, then sleeps. It allocates
+/// nothing; a static one exists before any code runs. Not recursive, not signal-safe.
 class JLOG_EXPORT JLOG_CAPABILITY("mutex") JLogMutex {
   public:
-    /// Waits until the mutex is free, and takes it.
+    /// Blocks until the calling thread holds the mutex.
     void lock() JLOG_ACQUIRE() {
         if (__builtin_expect(!mMutex.try_lock(), false) != 0) {
             lockContended();
         }
     }
-    /// Gives it back; by the thread that holds it.
+    /// Only the thread that holds it may call this.
     void unlock() JLOG_RELEASE() { mMutex.unlock(); }
 
   private:
@@ -57,12 +56,12 @@ class JLOG_EXPORT JLOG_CAPABILITY("mutex") JLogMutex {
     std::mutex mMutex;
 };
 
-/// Holds a JLogMutex, which must live as long, for a scope.
+/// Holds a JLogMutex for a scope. The mutex must outlive it.
 class JLOG_SCOPED_CAPABILITY JLogLock {
   public:
-    /// Waits for `mutex`.
+    /// Locks `mutex`.
     explicit JLogLock(JLogMutex& mutex) JLOG_ACQUIRE(mutex) : mMutex(mutex) { mMutex.lock(); }
-    /// Gives it back.
+    /// Unlocks it.
     ~JLogLock() JLOG_RELEASE() { mMutex.unlock(); }
     JLogLock(const JLogLock&) = delete;
     JLogLock& operator=(const JLogLock&) = delete;
@@ -71,17 +70,16 @@ class JLOG_SCOPED_CAPABILITY JLogLock {
     JLogMutex& mMutex;
 };
 
-/// Condition variable for a JLogMutex. A wait may end early, so callers look at their condition
-/// again. Time is that of the steady clock. Any thread may notify, with the mutex or without; not
-/// signal-safe.
+/// Condition variable for a JLogMutex. A wait may end early, so callers check their condition
+/// again. Uses the steady clock. Any thread may notify, with or without the mutex. Not signal-safe.
 class JLogCondition {
   public:
-    /// Ends the wait of one thread, if any waits.
+    /// Wakes one waiting thread, if there is one.
     void notifyOne() noexcept { mCondition.notify_one(); }
-    /// Ends the wait of all threads that wait.
+    /// Wakes all waiting threads.
     void notifyAll() noexcept { mCondition.notify_all(); }
 
-    /// Waits until notified, at most `timeout`; `mutex` is held before and after.
+    /// Waits until notified, at most `timeout`. Unlocks `mutex` meanwhile.
     void waitFor(JLogMutex& mutex, std::chrono::milliseconds timeout) JLOG_REQUIRES(mutex) {
         std::unique_lock<std::mutex> lock(mutex.mMutex, std::adopt_lock);
         mCondition.wait_for(lock, timeout);

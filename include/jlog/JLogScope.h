@@ -4,12 +4,12 @@
 
 namespace JCam::Utils::JLog {
 
-/// Logs that a request enters a scope and, in the destructor, that it leaves it. It asks
-/// JLogger::wantsScope() once, in the constructor, so that an enter has its exit whatever changes
-/// meanwhile. JLOG_SCOPE of JLogMacros.h makes one.
+/// Logs that a request enters a scope and, in the destructor, that it leaves it. Only the
+/// constructor asks JLogger::wantsScope(), so that an enter has its exit whatever changes
+/// meanwhile. JLOG_SCOPE in JLogMacros.h makes one.
 ///
-/// Threads: one object belongs to one thread. It neither locks nor allocates by itself; the entry
-/// points of JLogger say what they do. Not signal-safe.
+/// Threads: one object belongs to one thread. It takes no lock and allocates nothing beyond what
+/// the entry points of JLogger do. Not signal-safe.
 class JLogScope {
   public:
     /// Logs nothing.

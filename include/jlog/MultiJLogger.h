@@ -4,16 +4,16 @@
 
 namespace JCam::Utils::JLog {
 
-/// Hands every event to two loggers that it owns: `mFirst`, then `mSecond`. They are stopped and
-/// destroyed in the opposite order, so the primary back end is the last to go. It adds no state,
-/// no lock and no test; its thread safety is that of its members. `A` and `B` are back ends with a
-/// default constructor. The library instantiates the pairs that JLogInitializer installs.
+/// Passes every event to two loggers that it owns: `mFirst`, then `mSecond`. Stops and destroys
+/// them in the opposite order, so that the primary back end goes last. It adds no state, lock or
+/// test; its thread safety is that of its members. `A` and `B` are back ends with a default
+/// constructor. The library instantiates the pairs that JLogInitializer installs.
 template <typename A, typename B>
 class JLOG_EXPORT MultiJLogger : public JLogger {
   public:
-    /// Makes both; neither is started.
+    /// Starts neither.
     MultiJLogger();
-    /// Destroys both, as above; what still runs in one is up to its destructor.
+    /// Does not stop them first.
     ~MultiJLogger() override;
 
     void onLogEnter(unsigned int moduleId, const char* name, unsigned int requestNo) override;
@@ -23,7 +23,7 @@ class JLOG_EXPORT MultiJLogger : public JLogger {
     void onInit() override;
     /// Stops the second, then the first.
     void onUninit() override;
-    /// One after the other: each may take up to `timeoutSec` seconds.
+    /// Flushes one after the other: each may take up to `timeoutSec` seconds.
     void onFlush(int timeoutSec) override;
 
   private:
@@ -31,8 +31,8 @@ class JLOG_EXPORT MultiJLogger : public JLogger {
     B mSecond;
 };
 
-// Defined outside the class, and so not inline: a build that hides inline functions still exports
-// the pairs. The calls name the member's class: the type is known here, so none of them is virtual.
+// Defined outside the class, so not inline: a build that hides inline functions still exports the
+// pairs. The calls name the member's class, so none of them is virtual.
 
 template <typename A, typename B>
 MultiJLogger<A, B>::MultiJLogger() = default;

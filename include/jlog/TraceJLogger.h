@@ -6,13 +6,13 @@
 
 namespace JCam::Utils::JLog {
 
-/// The back end set aside for trace markers. For every enter and exit event it forms the section
-/// name "MODULE NAME" on the stack, cut to 127 characters, and asks which trace categories are
-/// enabled; its own category mask is 0, so it writes no marker. Details, start, stop and flush do
-/// nothing. Stateless; any thread; nothing is allocated. Not signal-safe.
+/// The back end reserved for trace markers. For every enter and exit event it forms the section
+/// name "MODULE NAME" on the stack, cut to 127 characters, and reads the enabled trace categories.
+/// Its own category mask is 0, so it writes no marker. Details, start, stop and flush do nothing.
+/// Stateless; any thread; allocates nothing. Not signal-safe.
 class JLOG_EXPORT TraceJLogger : public JLogger {
   public:
-    /// The trace categories (ATRACE_TAG_...) that would make it write markers: none.
+    /// The trace categories (ATRACE_TAG_...) for which it writes markers: none.
     static constexpr uint64_t kTraceCategoryMask = 0;
 
     /// Does nothing.

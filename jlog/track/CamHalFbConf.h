@@ -15,8 +15,8 @@ struct CamHalFbRow {
     const char* category;  ///< name of the exception's class
 };
 
-/// The exceptions that the kernel's feedback node is told about. The order of the rows and their
-/// spellings are known to readers of payloads.
+/// The exceptions that are sent to the kernel's feedback node. Readers of payloads know the order
+/// and the spellings.
 inline constexpr CamHalFbRow gCamHalFbConf[] = {
         {0x10025005, "EXCEP_PROBE", "EXP_HARDWARE"},
         {0x10025010, "FLASHLIGHT_SET_FAIL", "EXP_HARDWARE"},
@@ -65,7 +65,6 @@ constexpr int findCamHalFbRow(int32_t code) {
     return -1;
 }
 
-/// Whether an exception can be reported whose code is that of the row.
 constexpr bool hasReportableCode(const CamHalFbRow& row) {
     const int type = (row.errCode >> 8) & 0xF;
     const int subCode = row.errCode & 0xFF;

@@ -4,8 +4,8 @@
 
 namespace JCam::Utils::JLog::Track {
 
-/// Name of the application package that has the camera open, as it is known at construction. Empty
-/// when unknown, which is told to the Android log.
+/// Name of the application package that has the camera open, read at construction. Empty if
+/// unknown, which logs an error.
 class ClientPackage {
   public:
     ClientPackage();

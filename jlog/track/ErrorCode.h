@@ -4,12 +4,12 @@
 
 namespace JCam::Utils::JLog::Track {
 
-// A camera exception error code: bits 31 to 12 tell that it is one, bits 11 to 8 are the class of
-// the exception, bits 7 to 0 its number within the class.
+// A camera exception error code: bits 31 to 12 mark it as one, bits 11 to 8 are the type, bits 7 to
+// 0 the sub-code within the type.
 
 inline constexpr int32_t kCameraErrorBase = 0x10025000;
-/// What the HAL may report: all known exceptions are among these. Numbers beyond the fields would
-/// set bits of others, so nothing outside the two ranges becomes a code.
+/// Only types and sub-codes below these become codes; all known exceptions are among them. Numbers
+/// too large for their field would set bits of the others.
 inline constexpr int kErrorTypes = 8;
 inline constexpr int kErrorSubCodes = 33;
 

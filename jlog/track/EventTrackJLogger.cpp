@@ -14,14 +14,14 @@ using std::memory_order_relaxed;
 
 namespace {
 
-/// Where the instance lives, so that making it cannot fail.
+/// Holds the instance, so that creating it cannot fail.
 alignas(EventTrackJLogger) std::byte sStorage[sizeof(EventTrackJLogger)];
 
 }  // namespace
 
-// In this order, so that they are destroyed in the other: the instance goes while the mutex is
-// there (bionic's is destroyed, glibc's is not). The first two are initialised at compile time, for
-// constructors that run before ours.
+// In this order, so that the instance is destroyed before the mutex (bionic's has a destructor,
+// glibc's does not). The first two are initialised at compile time, for constructors that run
+// earlier.
 constinit std::atomic<EventTrackJLogger*> EventTrackJLogger::sETLogger{nullptr};
 constinit JLogMutex EventTrackJLogger::sETLoggerMutex;
 EventTrackJLogger::Destroyer EventTrackJLogger::sDestroyer;
@@ -36,7 +36,7 @@ EventTrackJLogger* EventTrackJLogger::getInstance() {
         return instance;
     }
     const JLogLock lock(sETLoggerMutex);
-    // Relaxed: whoever stored it held the mutex.
+    // Relaxed: every store holds the mutex.
     instance = sETLogger.load(memory_order_relaxed);
     if (instance == nullptr) {
         instance = new (sStorage) EventTrackJLogger;
@@ -48,8 +48,8 @@ EventTrackJLogger* EventTrackJLogger::getInstance() {
 
 void EventTrackJLogger::releaseInstance() {
     const JLogLock lock(sETLoggerMutex);
-    // Cleared first: a getInstance() meanwhile waits and makes a fresh one. Relaxed: whoever stored
-    // it held the mutex, and by contract nobody uses the instance any more.
+    // Cleared first: a concurrent getInstance() waits and creates a new one. Relaxed: every store
+    // holds the mutex, and by contract no thread uses the instance any more.
     EventTrackJLogger* const instance = sETLogger.exchange(nullptr, memory_order_relaxed);
     if (instance != nullptr) {
         instance->~EventTrackJLogger();
@@ -76,7 +76,7 @@ void EventTrackJLogger::clearData() {
 }
 
 void EventTrackJLogger::setTrackInfo(int openId, unsigned int opMode) {
-    // A field that is to stay is not stored again: another thread may be setting it at this moment.
+    // A field that stays as it is is not stored again: another thread may be setting it now.
     if (openId != kNoCamera) {
         mOpenID.store(openId, memory_order_relaxed);
     }

@@ -10,16 +10,16 @@
 #include "jlog/track/TrackLogTag.h"
 #include "jlog/track/WallClock.h"
 
-// Exceptions on their way into the tracker, and out of it again to the HAL.
+// Exceptions that the HAL reports, and those that it reads back.
 
 namespace JCam::Utils::JLog::Track {
 
 namespace {
 
-/// Persistent codes are handed out no faster than one in this time.
+/// Shortest time between two persistent codes that are handed out.
 constexpr int64_t kHandOutIntervalSec = 4;
 
-/// Whether the exception can be reported; if not, says so.
+/// As isReportable(), but logs a refusal.
 bool checkReportable(int type, int subCode) {
     const bool reportable = isReportable(type, subCode);
     if (!reportable) {
@@ -49,8 +49,8 @@ void EventTrackJLogger::caughtPersistentErrCode(int type, int subCode) {
     __android_log_print(ANDROID_LOG_INFO, kTrackLogTag,
                         "Persistent EXCEPTION_ERR_CODE_SAVE code = 0x%x",
                         static_cast<uint32_t>(code));
-    // Kept before it is raised, and raised without the lock: a collector that is slow, or never
-    // returns, neither holds the code back nor stops the threads that read the list.
+    // Kept before it is raised, and raised without the lock: a collector that is slow or never
+    // returns neither delays the code nor blocks the threads that read the list.
     keepPersistentCode(code);
     camJlcRaiseException(static_cast<uint32_t>(code));
 }
@@ -68,7 +68,7 @@ int EventTrackJLogger::readPersistentErrCode() {
     const JLogLock lock(mMutex);
     const int64_t nowSec = wallClockSec();
     const int64_t sinceLast = elapsedSec(mLastPersistentReadTime, nowSec);
-    // A clock that was set back holds nothing back.
+    // A clock that was set back delays nothing.
     const bool isTooSoon = sinceLast >= 0 && sinceLast < kHandOutIntervalSec;
     if (isTooSoon || mPersistentCount == 0) {
         return 0;
@@ -82,13 +82,13 @@ int EventTrackJLogger::readPersistentErrCode() {
 }
 
 int EventTrackJLogger::readExceptionErrCode() {
-    // Set before the files are read: of two threads one reads them, and a clearData() meanwhile
-    // holds.
+    // Set before the files are read, so that only one of two threads reads them and a concurrent
+    // clearData() stays effective.
     if (mExceptionErrCodeRead.exchange(true, std::memory_order_relaxed)) {
         return 0;
     }
     const int kernelCode = readKernelExceptionErrCode();
-    // Also when the kernel has one: the file is consumed.
+    // Even if the kernel has a code: the file is consumed.
     const int halCode = readHalExceptionErrCode();
     if (kernelCode != 0) {
         __android_log_print(ANDROID_LOG_INFO, kTrackLogTag, "kernel excption error code 0x%x",

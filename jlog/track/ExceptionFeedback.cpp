@@ -22,7 +22,7 @@
 // Null in a process without the log collector.
 #pragma weak jlc_raise_exception
 
-// Exceptions on their way out of the process: to the log collector and to the kernel.
+// Exceptions that leave the process: to the log collector and to the kernel.
 
 namespace JCam::Utils::JLog::Track {
 
@@ -32,14 +32,14 @@ using std::memory_order_relaxed;
 
 static_assert(std::endian::native == std::endian::little, "as the log collector reads its record");
 
-/// What the log collector wants in these fields; their meaning is its own.
+/// The log collector expects these values; their meaning is private to it.
 constexpr uint32_t kOpaque24 = 33;
 constexpr uint32_t kOpaque28 = 4;
 
 constexpr char kFeedbackNode[] = "/proc/cam_kern_fb";
-/// At most one payload per code in this time.
+/// Shortest time between two payloads about a code.
 constexpr int64_t kFeedbackIntervalSec = 30;
-/// Of a payload, terminator included.
+/// Including the NUL.
 constexpr size_t kPayloadBytes = 1024;
 constexpr size_t kSensorNameBytes = 512;
 
@@ -47,9 +47,9 @@ bool handToCollector(JlcExceptionRecord& record) {
     return jlc_raise_exception != nullptr && jlc_raise_exception(&record) == 0;
 }
 
-// The node takes each write as one payload and gives the name with one read. Hence both are system
-// calls: stdio would send the rest of a payload that was taken in part after it, as another one,
-// and would never end on a node that takes nothing.
+// The node takes each write as one payload, and returns the name in one read. Both are system calls
+// because stdio would send the rest after a short write as another payload, and would never end on
+// a node that takes nothing.
 
 void writePayload(const ScopedFile& node, const char* payload) {
     const size_t length = strlen(payload);
@@ -63,7 +63,7 @@ void writePayload(const ScopedFile& node, const char* payload) {
     }
 }
 
-/// Reads up to `size` bytes and returns how many; 0 also if that fails.
+/// Returns how many bytes it has read; 0 if that fails.
 size_t readName(const ScopedFile& node, char* name, size_t size) {
     ssize_t count;
     do {
@@ -106,7 +106,7 @@ bool EventTrackJLogger::recordFeedback(size_t row, int64_t nowSec, int64_t& last
     const JLogLock lock(mFbMutex);
     int64_t& recordSec = mFbRecordTime[row];
     lastSec = recordSec;
-    // A clock that was set back holds feedback back until it has caught up.
+    // A clock that was set back delays feedback until it has caught up.
     if (elapsedSec(lastSec, nowSec) < kFeedbackIntervalSec) {
         return false;
     }
@@ -118,8 +118,8 @@ void EventTrackJLogger::sendHalExcepFbData(int code, const char* detail) {
     const int64_t nowSec = wallClockSec();
     int64_t lastSec = 0;
     const int row = findCamHalFbRow(code);
-    // Recorded before it is sent: threads with the same code send one payload between them, and one
-    // that fails counts, too.
+    // Recorded before it is sent: of several threads with the same code one sends the payload, and
+    // a failure counts too.
     if (row < 0 || !recordFeedback(static_cast<size_t>(row), nowSec, lastSec)) {
         __android_log_print(ANDROID_LOG_ERROR, kTrackLogTag,
                             "skip exp feedback, record time = %ld, now time = %ld",

@@ -13,25 +13,24 @@
 #include "jlog/track/ScopedFile.h"
 #include "jlog/track/TrackLogTag.h"
 
-// The exception codes that others have left behind in files.
+// The exception codes that the kernel and the vendor camera stack leave in files.
 
 namespace JCam::Utils::JLog::Track {
 
 namespace {
 
 constexpr char kKernelFile[] = "/sys/class/jovix_cam/cam_event/hardware_exception";
-/// Below the working directory of the process, as the writer of the file has it.
+/// Relative to the working directory, like the path that the writer of the file uses.
 constexpr char kHalFile[] = "data/vendor/camera_dump/mtkExceptionErrCode.txt";
 
-/// Of the kernel's line, terminator included.
+/// Including the NUL.
 constexpr int kKernelLineBytes = 32;
-/// A line of the other file, or a piece of a longer one, terminator included; and how many are
-/// read.
+/// A line of the other file, or a piece of a longer one, including the NUL; and how many are read.
 constexpr int kHalSlotBytes = 24;
 constexpr int kHalSlots = 32;
 
-/// What the kernel's events mean to the HAL. The codes have no row in the table of feedback: they
-/// are handed out, and never sent to the node.
+/// The error code of a kernel event. These codes have no row in the table of feedback: they are
+/// handed out, but never sent to the node.
 struct KernelEvent {
     int type;
     int32_t errCode;
@@ -41,7 +40,7 @@ constexpr KernelEvent kKernelEvents[] = {
         {0x40010002, makeErrorCode(0, 3)},
 };
 
-/// An exclusive advisory lock on a whole file, held for a scope. Waits for it.
+/// Holds an exclusive flock() on a file for a scope. The constructor waits for it.
 class FileLock {
   public:
     explicit FileLock(const ScopedFile& file) : mFd(file.fd()), mHeld(acquire(mFd)) {}
@@ -60,7 +59,7 @@ class FileLock {
         int result;
         do {
             result = flock(fd, LOCK_EX);
-        } while (result != 0 && errno == EINTR);  // a signal is no reason to give a code up
+        } while (result != 0 && errno == EINTR);  // a signal must not lose a code
         return result == 0;
     }
 
@@ -73,12 +72,12 @@ void logNoFile(const char* path) {
                         path);
 }
 
-/// What atoi returns, without the numbers for which it is undefined.
+/// Like atoi, but defined for every number.
 int parseDecimal(const char* text) {
     return static_cast<int>(strtol(text, nullptr, 10));
 }
 
-/// The error code of an event, or 0.
+/// 0 for an unknown event.
 int toErrorCode(int eventType) {
     for (const KernelEvent& event : kKernelEvents) {
         if (event.type == eventType) {
@@ -88,7 +87,7 @@ int toErrorCode(int eventType) {
     return 0;
 }
 
-/// The code of a line "EVENT_CAMERA_TIME", whose last fields may be missing. Takes the line apart.
+/// The code of a line "EVENT_CAMERA_TIME", whose last fields may be missing. Overwrites the line.
 int parseKernelLine(char* line) {
     __android_log_print(ANDROID_LOG_INFO, kTrackLogTag, "kernel camera event %s", line);
     char* rest = nullptr;
@@ -115,7 +114,7 @@ int parseKernelLine(char* line) {
     return toErrorCode(eventType);
 }
 
-/// The number at the start of the file, all of which is logged.
+/// The number at the start of the file. Logs every slot.
 int readHalCodes(FILE* stream) {
     char first[kHalSlotBytes] = {};
     char slot[kHalSlotBytes] = {};
@@ -163,7 +162,7 @@ int EventTrackJLogger::readHalExceptionErrCode() {
             code = readHalCodes(file.stream());
         }
     }
-    // Whoever opens the file consumes it, also if it could not be locked.
+    // Whoever opens the file consumes it, even if it could not be locked.
     if (remove(kHalFile) != 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTrackLogTag, "cannot remove %s, errno %d", kHalFile,
                             errno);

@@ -4,10 +4,10 @@
 
 namespace JCam::Utils::JLog::Track {
 
-/// A file that is closed with its scope.
+/// Closes its file at the end of the scope.
 class ScopedFile {
   public:
-    /// `mode` is that of fopen. isOpen() tells whether that worked, and errno why not.
+    /// Takes the arguments of fopen. If isOpen() is false, errno says why.
     ScopedFile(const char* path, const char* mode) : mFile(fopen(path, mode)) {}
     ~ScopedFile() {
         if (mFile != nullptr) {

@@ -17,11 +17,11 @@
 
 // Reports to the stats service.
 //
-// Its interface has strings and vectors, which throw when there is no memory, and a service that
-// the host itself implements may throw anything. That ends here: this is the one source of the
-// library that is compiled with exceptions, and it lets none out.
+// Its interface has strings and vectors, which throw without memory, and a service that the host
+// implements may throw anything. This is the one source of the library that is compiled with
+// exceptions, and none leaves it.
 
-// The device maker's name with the stats service. A build sets its own.
+// The device maker's name with the stats service. A build may define its own.
 #ifndef JCAM_REVERSE_DOMAIN_NAME
 #define JCAM_REVERSE_DOMAIN_NAME "com.jovix.camera"
 #endif
@@ -39,7 +39,7 @@ constexpr char kReverseDomainName[] = JCAM_REVERSE_DOMAIN_NAME;
 static_assert(sizeof(kReverseDomainName) > 1, "JCAM_REVERSE_DOMAIN_NAME must not be empty");
 static_assert(sizeof(kReverseDomainName) - 1 < 50, "JCAM_REVERSE_DOMAIN_NAME is too long");
 
-/// The atoms of dark screens, one per module, from this id on.
+/// The first of the dark-screen atoms, one per module.
 constexpr int32_t kDarkScreenAtomId = 101147;
 constexpr int kDarkScreenModules = 4;
 
@@ -47,11 +47,11 @@ constexpr int kDarkScreenModules = 4;
 constexpr int32_t kNoInt = -1;
 constexpr char kNoText[] = "-1";
 
-/// Of the text that is logged, terminator included.
+/// Including the NUL.
 constexpr size_t kPayloadBytes = 1024;
 
-/// Whether the service was once found declared. Relaxed: it guards no other data, and several first
-/// calls that ask at once get the same answer.
+/// Whether the service was found declared. Relaxed: it guards no other data, and concurrent first
+/// calls get the same answer.
 constinit std::atomic<bool> sStatsDeclared{false};
 
 VendorAtomValue intValue(int32_t value) {
@@ -81,15 +81,15 @@ void logNotSent() {
                         "Unable to send dark screen info to Stats service");
 }
 
-/// Runs `action`; false when that ended with an exception, whatever its type.
+/// Runs `action`; false if it throws.
 template <typename Action>
 bool runContained(const Action& action) {
     try {
         action();
         return true;
     } catch (...) {
-        // What is no C++ exception has to go on: glibc unwinds a thread that is cancelled, and ends
-        // the process if somebody stops it.
+        // Not a C++ exception: glibc unwinds a cancelled thread like this, and ends the process if
+        // the unwinding is stopped.
         if (std::current_exception() == nullptr) {
             throw;
         }
@@ -97,7 +97,6 @@ bool runContained(const Action& action) {
     }
 }
 
-/// Makes the atom and hands it to the service, if there is one.
 void sendAtom(int32_t atomId, int32_t openId, uint32_t opMode, const char* packageName) {
     const VendorAtom atom{
             .reverseDomainName = kReverseDomainName,
@@ -128,7 +127,6 @@ void EventTrackJLogger::writeDarkScreenErrCode(int moduleId, const char* detail)
     const ClientPackage package;
     const int32_t openId = mOpenID.load(memory_order_relaxed);
     const uint32_t opMode = mOpMode.load(memory_order_relaxed);
-    // Below 0 as well: only these modules have an atom.
     if (moduleId < 0 || moduleId >= kDarkScreenModules) {
         __android_log_print(ANDROID_LOG_ERROR, kTrackLogTag, "input module_id:%d invaild",
                             moduleId);
@@ -142,7 +140,7 @@ void EventTrackJLogger::writeDarkScreenErrCode(int moduleId, const char* detail)
     __android_log_print(ANDROID_LOG_INFO, kTrackLogTag, "payload = %s", payload);
 
     if (!runContained([&] { sendAtom(atomId, openId, opMode, package.name()); })) {
-        logNotSent();  // and lost, as when the service does not take it
+        logNotSent();
     }
 }
 

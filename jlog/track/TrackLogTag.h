@@ -2,7 +2,7 @@
 
 namespace JCam::Utils::JLog::Track {
 
-/// The tag of exception tracking on the Android log.
+/// The Android log tag of exception tracking.
 inline constexpr char kTrackLogTag[] = "EventTrackJLogger";
 
 }  // namespace JCam::Utils::JLog::Track

@@ -13,8 +13,8 @@ inline int64_t wallClockSec() {
     return now.tv_sec;
 }
 
-/// The seconds from `thenSec` to `nowSec`, below 0 if the clock was set back. A clock may show
-/// anything: a difference that no int64_t holds wraps, where `-` would trap in a hardened build.
+/// The seconds from `thenSec` to `nowSec`, below 0 if the clock was set back. A clock may show any
+/// value: a difference beyond int64_t wraps here, where `-` would trap in a hardened build.
 inline int64_t elapsedSec(int64_t thenSec, int64_t nowSec) {
     int64_t elapsed = 0;
     static_cast<void>(__builtin_sub_overflow(nowSec, thenSec, &elapsed));
