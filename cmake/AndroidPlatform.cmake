@@ -1,6 +1,6 @@
 # The platform interfaces of a device, for a build with the NDK's toolchain file. The NDK has liblog,
-# and of libbinder_ndk all but the service manager. The rest comes from a tree of the product, by two
-# lists of folders. What is missing is named, all at once.
+# and libbinder_ndk without the service manager. The rest comes from a tree of the product, named by
+# two lists of folders. One error names everything that is missing.
 
 set(JCAM_DEVICE_INCLUDE_DIRS "" CACHE STRING
     "Folders with the headers that the NDK lacks: android/binder_manager.h, cutils/, aidl/, ulog/, jlc/")
@@ -19,8 +19,8 @@ foreach(header
         ulog/FileULogger.h
         jlc/jlc_exception.h)
     string(MAKE_C_IDENTIFIER "JCAM_DEVICE_${header}" variable)
-    # First the product's folders, which stand outside the NDK, then the NDK itself; anew each time,
-    # since the folders may have changed.
+    # The product's folders, which are outside the NDK, come before the NDK. Every configure searches
+    # anew, because the folders may have changed.
     unset(${variable} CACHE)
     find_path(${variable} "${header}" PATHS ${JCAM_DEVICE_INCLUDE_DIRS}
         NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
@@ -43,7 +43,7 @@ foreach(library log cutils binder_ndk android.frameworks.stats-V1-ndk mtkcam_ulo
     endif()
 endforeach()
 
-# A product may lack the log collector. The reference to it is weak, and no reason for the linker to
+# A product may lack the log collector. The reference to it is weak, so the linker must be told to
 # keep it.
 unset(JCAM_DEVICE_libjlc_vnd CACHE)
 find_library(JCAM_DEVICE_libjlc_vnd NAMES jlc_vnd PATHS ${JCAM_DEVICE_LIBRARY_DIRS}
@@ -59,7 +59,7 @@ if(missing)
     list(JOIN missing "\n  " missing)
     message(FATAL_ERROR "A device build takes the platform's own interfaces. Missing are\n  ${missing}")
 endif()
-# Behind all others: such a folder may hold more than what is looked for there.
+# After all other include folders: such a folder may hold more than the headers above.
 foreach(folder IN LISTS JCAM_DEVICE_INCLUDE_DIRS)
     target_compile_options(jcam_platform INTERFACE "SHELL:-idirafter \"${folder}\"")
 endforeach()

@@ -1,12 +1,12 @@
-# What `cmake --install` and CPack put where: the library, its headers, and the two ways by which a
-# project finds them. A host build brings the stand-ins along, without which it would not load.
+# What `cmake --install` and CPack install: the library, its headers, and the files by which CMake and
+# pkg-config find them. A host build adds the stand-ins, which the library needs to load.
 
 include(CMakePackageConfigHelpers)
 
 set(targets jcam_jlog)
 if(NOT ANDROID)
     list(APPEND targets jcam_platform jcam_liblog jlc_vnd)
-    # The libraries lie side by side, wherever that is.
+    # The libraries are installed in one folder, wherever that is.
     set_target_properties(jcam_jlog jcam_platform jlc_vnd PROPERTIES INSTALL_RPATH "$ORIGIN")
     install(DIRECTORY
             ${PROJECT_SOURCE_DIR}/platform/include/
@@ -20,7 +20,7 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
     DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
-# Where README's references lead.
+# README refers to these.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs
     DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
     PATTERN Doxyfile EXCLUDE)
@@ -42,8 +42,8 @@ install(FILES
     DESTINATION ${configFolder} COMPONENT development)
 
 # pkg-config: jcam_jlog, and on a host jcam_platform for programs that call the stand-ins themselves.
-# The paths are relative to the file, so that an installed tree may be moved, unless they were given
-# as absolute ones.
+# Paths are relative to the file, so that an installed tree may be moved, unless they were given as
+# absolute ones.
 file(RELATIVE_PATH JCAM_PC_PREFIX
     ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 string(REGEX REPLACE "/$" "" JCAM_PC_PREFIX "${JCAM_PC_PREFIX}")
@@ -65,7 +65,7 @@ endforeach()
 if(ANDROID)
     return()
 endif()
-# Debian packages of a host build, by `cpack`: the libraries, and what it takes to build with them.
+# Debian packages of a host build, by `cpack`.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "The jcam_jlog maintainers")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -84,7 +84,7 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libjcam-jlog${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
     "What it takes to build a program with libjcam_jlog: headers, CMake package, pkg-config files.")
-# The stand-ins' libraries lie with the others.
+# Where dpkg-shlibdeps finds the libraries of these packages.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
     ${PROJECT_BINARY_DIR}/platform ${PROJECT_BINARY_DIR}/jlog)
 include(CPack)

@@ -1,12 +1,12 @@
-# What every target of this project is compiled with: the language level, the warnings and, where a
-# preset asks for it, the sanitizers.
+# Compiler options of every target: language level, warnings and, if a preset asks for them,
+# sanitizers.
 
 set(JCAM_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, for example address,undefined")
 
 option(JCAM_WERROR "Take warnings for errors" ${PROJECT_IS_TOP_LEVEL})
 
 function(jcam_target_defaults target)
-    # Headers that are installed ask less of who includes them.
+    # Installed headers need only C++17.
     target_compile_features(${target} PRIVATE cxx_std_20 INTERFACE cxx_std_17)
     set_target_properties(${target} PROPERTIES
         CXX_EXTENSIONS OFF
@@ -16,7 +16,7 @@ function(jcam_target_defaults target)
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
         -Wold-style-cast -Woverloaded-virtual -Wformat=2 -Wundef $<$<BOOL:${JCAM_WERROR}>:-Werror>
-        # A member call inside one library is that library's: it may be inlined.
+        # Lets the compiler inline calls within a library: no other one replaces the function.
         -fno-semantic-interposition)
     if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
         target_compile_options(${target} PRIVATE -Wthread-safety -Wthread-safety-beta)
@@ -27,8 +27,8 @@ function(jcam_target_defaults target)
         target_link_options(${target} PRIVATE -fsanitize=${JCAM_SANITIZE})
         target_compile_definitions(${target} PRIVATE JCAM_SANITIZED)
         if(JCAM_SANITIZE MATCHES "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-            # ThreadSanitizer does not model fences. No two threads of a process are ordered by one
-            # alone: the fences are for readers that come in a signal handler.
+            # ThreadSanitizer does not model fences. No order between two threads depends on a fence
+            # alone: fences are for readers in a signal handler.
             target_compile_options(${target} PRIVATE -Wno-tsan)
         endif()
     endif()

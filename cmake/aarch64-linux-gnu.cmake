@@ -1,4 +1,4 @@
-# Debian's cross compiler for the processor of the devices. What it builds runs under qemu-user.
+# Debian's cross compiler for the processor of the devices. Programs run under qemu-user.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)

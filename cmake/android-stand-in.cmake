@@ -1,7 +1,7 @@
-# What the NDK's toolchain file says to CMake, with Debian's compiler behind it: so that a machine
-# without an NDK builds the library the way a device's is built.
+# Tells CMake what the NDK's toolchain file does, but with Debian's compiler, so that a machine without
+# an NDK can check the device build.
 set(CMAKE_SYSTEM_NAME Android)
-# That number keeps CMake from looking for the NDK itself; the NDK's file sets it for the same end.
+# Keeps CMake from looking for the NDK, as in the NDK's own file.
 set(CMAKE_SYSTEM_VERSION 1)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(ANDROID TRUE)

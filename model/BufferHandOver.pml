@@ -1,40 +1,38 @@
 /*
  * How records get from the callers to the flush thread: the protocol of FileJLoggerBase and
  * FileAloneJLogger for the model checker spin, with the names of the C++ code.
- * scripts/check_model.sh looks at every order in which the threads can take their steps.
+ * scripts/check_model.sh searches every order in which the threads can take their steps.
  *
- * A step is what no other thread can see the middle of: an atomic operation, or what a thread does
- * with the mutex. Such a section has two steps where it matters whether a writer, who needs no
- * mutex to take himself off pendingWriters, comes in between: between a look at that word and the
- * wait that follows from it.
+ * A step is atomic for the other threads: an atomic operation, or what a thread does while it holds
+ * the mutex. A writer decrements pendingWriters without the mutex. So a section that loads that
+ * word and then waits has two steps: the decrement may come between them.
  *
- * Assumed: sequential consistency. That the memory orders in the code are enough is for
- * ThreadSanitizer and the comments there. A wait gives the mutex back and begins in one step; a
- * notification ends a wait that has begun, and is gone when there is none; a timed wait may end at
- * any moment, with or without a reason.
+ * Assumed: sequential consistency; ThreadSanitizer and the comments in the code argue the memory
+ * orders. A wait unlocks the mutex and begins in one step. A notification ends a wait that has
+ * begun, and is lost if there is none. A timed wait may end at any moment, also without a reason.
  *
- * Left out: sizes (all records are alike, and CAPACITY of them fill a buffer), the text, the files
- * and their errors, boost, serial numbers, who makes the pages, the crash dump and its gate, the
- * logger without a flush thread and its bounded queue. The pool keeps one buffer instead of three,
- * so that it also overflows. That a type is stored last of all matters to the dump alone: the flush
- * thread waits for the count, and nothing here fails if the fill comes between the two.
+ * Left out: sizes (all records are alike, and CAPACITY of them fill a buffer), text, files and
+ * their errors, boost, serial numbers, who maps the pages, the crash dump and its gate, the logger
+ * without a flush thread and its bounded queue. The pool keeps one buffer instead of three, so that
+ * it also overflows. Only the dump depends on a type being stored last: the flush thread waits for
+ * the count, and nothing here fails if the fill comes between type and count.
  *
  * Properties:
- *   P1  A record that is rendered is complete.
- *   P2  When the flush thread has ended, every record that was reserved before is rendered, once.
- *   P3  When onFlush() returns because mFlushPending is false, everything that was reserved before
- *       its call is rendered and synced. What is reserved after the thread's end stays in memory,
- *       and it does not speak of that.
- *   P4  A logger that is to stop does not pause, and the thread does not end while slot or queue
- *       hold records.
+ *   P1  A rendered record is complete.
+ *   P2  When the flush thread has ended, every record reserved before is rendered, once.
+ *   P3  When onFlush() returns because mFlushPending is false, every record reserved before its
+ *       call is rendered and synced, but for those reserved after the thread's end, which stay in
+ *       memory.
+ *   P4  When the logger is to stop, the flush thread does not pause, and it ends only when slot and
+ *       queue hold no records.
  *   P5  There is no deadlock, and all threads end. Without a stop the callers and every onFlush()
  *       end, and each record gets into the file. (The second by LTL, under weak fairness.)
- *   P6  A buffer is in one of slot, queue and pool. Nobody touches it who is not waited for.
+ *   P6  A buffer is in one of slot, queue and pool. Only threads that are waited for touch it.
  *
  * Parameters, by -D:
  *   CALLERS, RECORDS   threads that log, and how many records each
  *   FLUSHERS, SECONDS  threads that call onFlush(), once each, and its argument
- *   CAPACITY, BUFFERS  records in a buffer, and buffers that the kernel has; with few of them a
+ *   CAPACITY, BUFFERS  records in a buffer, and buffers that the kernel has; if they are few, a
  *                      retirement finds none
  *   NO_STOP            onUninit() is not called
  *   YIELD              the flush interval is below 1
@@ -42,7 +40,7 @@
  *   UNTIMED_FLUSH      ... the wait of onFlush(), which then never gives up
  *   UNTIMED_WRITERS    ... the wait for pending writers
  *   NOTIFY_LOCKED      the last writer of a buffer notifies with the mutex
- *   STRICT_FLUSH       P3 speaks of every record
+ *   STRICT_FLUSH       P3 covers every record
  *   LIVENESS           has the LTL formula of P5
  *   FULL_ONLY          ... which then, without a stop, asks only for the buffers that are full
  *   MUTANT             a fault, at the place of its number; check_model.sh has the list
@@ -89,7 +87,7 @@
 #define NONE 15
 #define kFull 8
 
-/* Always 0: in the message of an assertion that fails they tell which property it is. */
+/* Always 0: in the message of a failed assertion they name the property. */
 hidden byte P1_COMPLETE, P2_ONCE, P3_FLUSHED, P4_STOP, P6_OWNED;
 
 mtype:place = { KERNEL, HAND, SLOT, QUEUE, POOL };
@@ -97,7 +95,7 @@ mtype:place = { KERNEL, HAND, SLOT, QUEUE, POOL };
 typedef Buffer {
     mtype:place place;
     byte pendingWriters;
-    byte end; /* of its records: writePtr */
+    byte end; /* writePtr */
     byte record[CAPACITY]
 }
 
@@ -112,16 +110,16 @@ bool mRunning = true;
 bool mThread = true;
 bool mFlushPending;
 
-/* The condition variables, by who waits: the flush thread for mCond, onFlush() for mFlushDone. */
+/* The condition variables, one per waiter: mCond of the flush thread, mFlushDone of onFlush(). */
 mtype:waiter = { AWAKE, WAITING, NOTIFIED };
 mtype:waiter mCond = AWAKE;
 mtype:waiter mFlushDone[FLUSHERS] = AWAKE;
 
-/* What the properties speak of, as sets of records. */
+/* Sets of records, for the properties. */
 unsigned reserved : 8; /* before the flush thread's end */
 unsigned late : 8;     /* reserved after it */
 unsigned filled : 8;
-unsigned complete : 8; /* with their type */
+unsigned complete : 8; /* their type is stored */
 unsigned rendered : 8;
 unsigned synced : 8;
 #define with(records, r) (records | (1 << r))
@@ -175,7 +173,7 @@ inline move(b, from, to) {
     buffers[b].place = to
 }
 
-/* At the lowest address that is free, so that it is soon used again. */
+/* Takes the lowest free address, so that it is soon used again. */
 inline newBuffer(b) {
     b = 0;
     do
@@ -211,7 +209,7 @@ inline replaceCurrent() {
 
 #define currentHoldsRecordsLocked() (mCurrent != NONE && buffers[mCurrent].end > 0)
 
-/* What it returns is in `pending`. */
+/* Returns its result in `pending`. */
 inline retireCurrentLocked() {
     pending = buffers[mCurrent].pendingWriters;
     buffers[mCurrent].pendingWriters = pending | kFull;
@@ -254,7 +252,7 @@ inline mayTouch() {
 /* A thread that logs the records from `record` on. */
 proctype Caller(byte record; byte end) {
     byte buffer = NONE;
-    byte at; /* its record stands; not `place`, which spin would take for the field */
+    byte at; /* index of its record; not `place`, which spin would take for the field */
     byte before; /* pendingWriters, at the decrement */
     bool retired;
 
@@ -279,7 +277,7 @@ proctype Caller(byte record; byte end) {
                 :: threadEnded -> late = with(late, record)
                 :: else -> reserved = with(reserved, record)
                 fi
-            :: else /* there is no memory, and the record is dropped */
+            :: else /* no memory: the record is dropped */
             fi;
             unlock()
         }
@@ -337,7 +335,7 @@ next:
 
 /* A thread that calls onFlush(SECONDS). */
 proctype Flusher(byte id) {
-    unsigned due : 8; /* what was reserved before */
+    unsigned due : 8; /* reserved before the call */
     byte second;
 
     atomic {
@@ -427,7 +425,7 @@ inline prepareBuffer() {
         !mMutex;
         if
         :: buffer != NONE ->
-            assert(P6_OWNED || mEmptyBuffers == NONE); /* Nobody else fills the pool. */
+            assert(P6_OWNED || mEmptyBuffers == NONE); /* No other thread fills the pool. */
             move(buffer, HAND, POOL);
             mEmptyBuffers = buffer;
             buffer = NONE
@@ -470,7 +468,7 @@ inline recycleFront() {
 
 /* flushThreadEntry(). Labels are the functions of one pass. A jump from one atomic block into
    another stays within the step. A block that does not end in unlock() or beginWait() leaves the
-   mutex to the next. */
+   mutex held for the next. */
 proctype FlushThread() {
     byte buffer = NONE;
     byte remaining;

@@ -4,7 +4,7 @@
 
 namespace JCam::Platform {
 
-/// Gives the caller's errno back when the scope ends.
+/// Restores the caller's errno when the scope ends.
 class ErrnoKeeper {
   public:
     ErrnoKeeper() = default;

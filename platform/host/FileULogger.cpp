@@ -20,7 +20,7 @@ bool isWanted() {
     return __android_log_is_loggable(ANDROID_LOG_DEBUG, kTag, ANDROID_LOG_VERBOSE) != 0;
 }
 
-/// Not __android_log_print, which would cut the text.
+/// Not by __android_log_print, which would cut the text.
 void print(const std::string& message) {
     __android_log_write(ANDROID_LOG_DEBUG, kTag, message.c_str());
 }

@@ -13,7 +13,7 @@ constexpr std::string_view kBlanks = " \t\r\n";
 constexpr std::string_view kLetters = "VDIWEFS";  // from ANDROID_LOG_VERBOSE upwards
 static_assert(ANDROID_LOG_VERBOSE + kLetters.size() - 1 == ANDROID_LOG_SILENT);
 
-/// The priority of what follows the tag in a word: nothing, or a colon and a letter.
+/// Parses what follows the tag in a word: nothing, or a colon and a letter.
 int parsePriority(std::string_view suffix) {
     if (suffix.empty()) {
         return ANDROID_LOG_VERBOSE;

@@ -8,21 +8,21 @@
 
 namespace JCam::Platform {
 
-/// The filter words of ANDROID_LOG_TAGS: "TAG:L" and "TAG", separated by blanks, "*" standing for
-/// every tag that has no word of its own. Immutable once made, so reading it takes no lock.
+/// The filter words of ANDROID_LOG_TAGS: "TAG:L" and "TAG", separated by blanks. The tag "*" stands
+/// for every tag that has no word of its own. Immutable, so reading it takes no lock.
 class LogFilter {
   public:
-    /// Answer for a tag that the filter does not mention.
+    /// Returned for a tag that the filter does not mention.
     static constexpr int kUnset = ANDROID_LOG_UNKNOWN;
 
-    /// Reports each malformed word on stderr and goes on without it.
+    /// Reports each malformed word on stderr and skips it.
     explicit LogFilter(std::string_view words);
 
     /// The lowest priority to log for `tag`, or kUnset.
     [[nodiscard]] int priorityOf(std::string_view tag) const;
     /// The priority of "*", or kUnset.
     [[nodiscard]] int defaultPriority() const { return mDefaultPriority; }
-    /// The lowest priority that any tag's word lets through, or the "*" that counts; or kUnset.
+    /// The lowest priority of all words, of which only the last "*" counts; or kUnset.
     [[nodiscard]] int lowestPriority() const { return mLowestPriority; }
 
   private:
@@ -34,7 +34,7 @@ class LogFilter {
     bool addWord(std::string_view word);
     [[nodiscard]] int findLowest() const;
 
-    std::vector<TagPriority> mTags;  // in the order of the words; the last one on a tag counts
+    std::vector<TagPriority> mTags;  // in the order of the words; the last one of a tag counts
     int mDefaultPriority = kUnset;
     int mLowestPriority = kUnset;
 };

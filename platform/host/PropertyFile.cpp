@@ -21,7 +21,7 @@ std::string_view trim(std::string_view text) {
     return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
-/// Hands the property of a line to the sink. Null, or what is wrong with the line.
+/// Passes the property of a line to the sink. Returns null, or what is wrong with the line.
 const char* readLine(std::string_view line, const PropertySink& sink) {
     if (line.find('\0') != std::string_view::npos) {
         return "a NUL byte";  // a C string would end there
@@ -52,14 +52,14 @@ bool readPropertyFile(const char* path, const PropertySink& sink) {
     char* text = nullptr;
     size_t room = 0;
     size_t number = 1;
-    // Of C: the standard libraries of C++ differ on whether a folder is an empty file.
+    // C's getline: C++ standard libraries differ on whether a folder reads as an empty file.
     for (ssize_t length = 0; (length = getline(&text, &room, file)) >= 0; ++number) {
         std::string_view line(text, static_cast<size_t>(length));
         if (line.ends_with('\n')) {
             line.remove_suffix(1);
         }
         if (const char* fault = readLine(line, sink)) {
-            // The text itself is not printed: it may be long, or binary.
+            // Without the text, which may be long or binary.
             dprintf(STDERR_FILENO, "%s:%zu: line ignored: %s\n", path, number, fault);
         }
     }

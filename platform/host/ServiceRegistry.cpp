@@ -19,7 +19,7 @@ struct Services {
     std::map<std::string, std::shared_ptr<ndk::ICInterface>, std::less<>> running;
 };
 
-/// Never destroyed, since destructors may look for services.
+/// Never destroyed: destructors may look for services.
 Services& services() {
     static auto* const sServices = new Services;
     return *sServices;
@@ -41,7 +41,7 @@ void ServiceRegistry::setRunning(const std::string& instance,
                                  std::shared_ptr<ndk::ICInterface> service) {
     Services& all = services();
     const std::lock_guard lock(all.mutex);
-    // The previous service goes with the argument, after the lock.
+    // The argument takes the previous service, which is thus destroyed after the unlock.
     all.running[instance].swap(service);
 }
 

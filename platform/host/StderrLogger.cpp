@@ -15,15 +15,15 @@
 
 // Prints in logcat's threadtime layout, local time:
 //     MM-DD hh:mm:ss.mmm PPPPP TTTTT L TAG     : text
-// A text of several lines gets the head on each of them, as logcat does it. An empty text, which
-// logcat leaves out, gets a line too: no message disappears.
+// Each line of a text gets the head, as in logcat. An empty text, which logcat leaves out, gets a
+// line too.
 
 namespace {
 
 constexpr std::string_view kLetters = "??VDIWEFS";  // by android_LogPriority
 static_assert(kLetters.size() == ANDROID_LOG_SILENT + 1);
 
-constexpr std::string_view kTagPadding = "        : ";  // behind a tag of no characters
+constexpr std::string_view kTagPadding = "        : ";  // after an empty tag
 constexpr size_t kTagWidth = 8;
 constexpr size_t kHeadBytes = 64;  // up to the tag; the longest ids leave 20 of them free
 
@@ -32,7 +32,6 @@ char letterOf(int32_t priority) {
     return index < kLetters.size() ? kLetters[index] : '?';
 }
 
-/// Formats what stands before the tag.
 std::string_view formatHead(std::span<char, kHeadBytes> head, int32_t priority) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
@@ -49,7 +48,7 @@ iovec part(std::string_view text) {
     return {const_cast<char*>(text.data()), text.size()};  // writev only reads it
 }
 
-/// What is left of `parts` after their first `written` bytes.
+/// Removes the first `written` bytes of `parts`.
 std::span<iovec> dropWritten(std::span<iovec> parts, size_t written) {
     while (!parts.empty() && written >= parts.front().iov_len) {
         written -= parts.front().iov_len;
@@ -62,8 +61,8 @@ std::span<iovec> dropWritten(std::span<iovec> parts, size_t written) {
     return parts;
 }
 
-/// One system call in all but rare cases, so that lines of several threads or processes do not mix;
-/// gathering the parts spares a buffer and with it a limit on the text.
+/// One system call but after a short write, so that lines of several threads or processes do not
+/// mix. writev needs no buffer for the whole line, so the text has no limit.
 void writeLine(std::string_view head, std::string_view tag, std::string_view text) {
     const std::string_view padding = kTagPadding.substr(std::min(tag.size(), kTagWidth));
     std::array<iovec, 5> line{part(head), part(tag), part(padding), part(text), part("\n")};
@@ -74,7 +73,7 @@ void writeLine(std::string_view head, std::string_view tag, std::string_view tex
             continue;
         }
         if (written < 0) {
-            return;  // there is no place left to report it
+            return;  // nowhere to report it
         }
         rest = dropWritten(rest, static_cast<size_t>(written));
     }

@@ -5,7 +5,7 @@
 #include <android/binder_status.h>
 
 void AIBinder_decStrong(AIBinder* binder) {
-    delete binder;  // every handle has one reference: see Binder.h
+    delete binder;  // the only reference: see Binder.h
 }
 
 struct AStatus {

@@ -1,5 +1,5 @@
-// A stand-in for the maker's log collector: each record becomes a message of the Android log, tag
-// "jlc_vnd", priority info.
+// The stand-in for the maker's log collector prints each record to the Android log: tag "jlc_vnd",
+// priority info.
 
 #include <jlc/jlc_exception.h>
 

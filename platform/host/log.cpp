@@ -16,10 +16,10 @@ using JCam::Platform::LogFilter;
 
 namespace {
 
-constexpr size_t kPrintBytes = 1024;  // of a formatted text, terminator included: as on a device
+constexpr size_t kPrintBytes = 1024;  // of a formatted text with its NUL, as on a device
 constexpr int32_t kMainBuffer = 0;    // Android's LOG_ID_MAIN
 
-// Initialised at compile time and never destroyed, thus usable at any time.
+// Initialised at compile time and never destroyed, so usable at any time.
 constinit std::atomic<__android_logger_function> sLogger{__android_log_stderr_logger};
 constinit std::atomic<int32_t> sMinimumPriority{ANDROID_LOG_DEFAULT};
 
@@ -29,15 +29,15 @@ const LogFilter* makeFilter() {
     return new LogFilter(words == nullptr ? "" : words);
 }
 
-/// Made on first use, since another library's constructor may log before those of this one, and
-/// never destroyed, since destructors log too.
+/// Created on first use, because another library's constructor may log before those of this one
+/// run. Never destroyed, because destructors log too.
 const LogFilter& processFilter() {
     static const LogFilter* const sFilter = makeFilter();
     return *sFilter;
 }
 
-/// Reads the variable when the library is loaded: its errors show at once, and a later setenv has
-/// no effect.
+/// Reads the variable when the library is loaded, so that its errors show at once and a later
+/// setenv has no effect.
 __attribute__((constructor)) void loadFilter() {
     processFilter();
 }
@@ -81,8 +81,8 @@ int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
     va_start(arguments, fmt);
     const int length = std::vsnprintf(text, sizeof(text), fmt, arguments);
     va_end(arguments);
-    // An argument that cannot be converted leaves the area unspecified; the format still tells
-    // which message it was.
+    // If an argument cannot be converted, `text` is unspecified; the format still tells which
+    // message it was.
     send(prio, tag, length < 0 ? fmt : text);
     return 1;
 }
@@ -95,7 +95,7 @@ void __android_log_write_log_message(__android_log_message* log_message) {
     if (log_message->message == nullptr) {
         log_message->message = "(null)";
     }
-    // Acquire: meets the release of __android_log_set_logger.
+    // Acquire: pairs with the release in __android_log_set_logger.
     sLogger.load(std::memory_order_acquire)(log_message);
 }
 
@@ -106,7 +106,7 @@ void __android_log_set_logger(__android_logger_function logger) {
 }
 
 int32_t __android_log_set_minimum_priority(int32_t priority) {
-    // Relaxed, here and where it is read: the number guards no other data.
+    // Relaxed, here and at the load: the number guards no other data.
     return sMinimumPriority.exchange(priority, std::memory_order_relaxed);
 }
 
@@ -117,7 +117,7 @@ int32_t __android_log_get_minimum_priority() {
 int __android_log_is_loggable(int prio, const char* tag, int default_prio) {
     const LogFilter& filter = processFilter();
     const int minimum = __android_log_get_minimum_priority();
-    // Most filtered messages are too low for every tag, named or not: no tag is compared for them.
+    // Most filtered messages are too low for every tag: skip the comparison of tags.
     if (prio < threshold(filter.lowestPriority(), minimum, default_prio) &&
         prio < threshold(filter.defaultPriority(), minimum, default_prio)) {
         return 0;

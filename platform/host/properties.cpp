@@ -29,17 +29,16 @@ size_t copyCut(std::string_view from, char* to) {
     return length;
 }
 
-/// The properties of the process.
 class PropertyStore {
   public:
-    /// Copies the value, cut to kMaxValueLength, and returns its length: 0 when there is none.
+    /// Copies the value, cut to kMaxValueLength, and returns its length; 0 if there is none.
     size_t get(std::string_view key, char* value) const {
         const std::shared_lock lock(mMutex);
         const auto property = mValues.find(key);
         return copyCut(property == mValues.end() ? std::string_view() : property->second, value);
     }
 
-    /// Unlike on a device, a "ro." property may be set again: one process can then play several
+    /// Unlike on a device, a "ro." property may be set again, so that one process can play several
     /// builds in turn.
     bool set(std::string key, std::string value) {
         if (key.empty() || (value.size() > kMaxValueLength && !key.starts_with("ro."))) {
@@ -75,15 +74,15 @@ PropertyStore* makeStore() {
     return store;
 }
 
-/// Made on first use, since another library's constructor may read a property before those of this
-/// one, and never destroyed, since destructors read them too.
+/// Created on first use, because another library's constructor may read a property before those of
+/// this one run. Never destroyed, because destructors read properties too.
 PropertyStore& processStore() {
     static PropertyStore* const sStore = makeStore();
     return *sStore;
 }
 
-/// Reads the file when the library is loaded: its errors show at once, and a later setenv has no
-/// effect.
+/// Reads the file when the library is loaded, so that its errors show at once and a later setenv
+/// has no effect.
 __attribute__((constructor)) void loadStore() {
     processStore();
 }
@@ -97,7 +96,7 @@ Integer getInteger(const char* key, Integer defaultValue) {
     errno = 0;
     char* end = nullptr;
     const intmax_t number = std::strtoimax(value, &end, 0);
-    // What stands behind the number does not matter.
+    // Anything may follow the number.
     const bool isNumber = end != value && errno != ERANGE && std::in_range<Integer>(number);
     return isNumber ? static_cast<Integer>(number) : defaultValue;
 }

@@ -13,7 +13,7 @@ namespace ndk {
 /// Holds one strong reference to a binder object, or none.
 class SpAIBinder {
   public:
-    /// Takes over a reference of the caller's.
+    /// Takes over one reference from the caller.
     explicit SpAIBinder(AIBinder* binder) : mBinder(binder) {}
     ~SpAIBinder() {
         if (mBinder != nullptr) {

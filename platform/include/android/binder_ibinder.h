@@ -11,7 +11,7 @@ extern "C" {
 // NOLINTNEXTLINE(modernize-use-using): a C declaration
 typedef struct AIBinder AIBinder;
 
-/// Gives back a strong reference, and the object with the last.
+/// Releases a strong reference; the last one destroys the object.
 void AIBinder_decStrong(AIBinder* binder);
 
 #ifdef __cplusplus

@@ -10,7 +10,7 @@
 
 namespace ndk {
 
-/// An object that is held by shared pointers alone.
+/// An object that only shared pointers own.
 class SharedRefBase {
   public:
     SharedRefBase() = default;
@@ -24,7 +24,6 @@ class SharedRefBase {
     }
 };
 
-/// The base of every interface.
 class ICInterface : public SharedRefBase {
   public:
     ICInterface() = default;

@@ -1,7 +1,7 @@
 #pragma once
 
 // The service manager: the part of libbinder_ndk's interface that the library uses. A C header, as
-// on a device. What is declared and what runs is decided by <host/ServiceRegistry.h> here. Any
+// on a device. Here <host/ServiceRegistry.h> decides which services are declared and which run. Any
 // thread.
 
 // NOLINTNEXTLINE(modernize-deprecated-headers): a C header
@@ -17,8 +17,8 @@ extern "C" {
 /// Whether the device's manifest declares this instance of a service, running or not. API 31.
 bool AServiceManager_isDeclared(const char* instance);
 
-/// The service if it runs, with a strong reference of the caller's, or null; does not wait for it
-/// to start.
+/// The service if it runs, otherwise null; does not wait for it to start. The caller owns one
+/// strong reference.
 AIBinder* AServiceManager_checkService(const char* instance) __attribute__((warn_unused_result));
 
 #ifdef __cplusplus

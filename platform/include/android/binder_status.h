@@ -22,7 +22,7 @@ typedef int32_t binder_status_t;
 
 typedef struct AStatus AStatus;
 
-/// A status of its own, to be freed by AStatus_delete.
+/// A new status, to be freed by AStatus_delete.
 AStatus* AStatus_newOk(void) __attribute__((warn_unused_result));
 AStatus* AStatus_fromStatus(binder_status_t status) __attribute__((warn_unused_result));
 bool AStatus_isOk(const AStatus* status);

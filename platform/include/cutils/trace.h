@@ -6,7 +6,7 @@
 // NOLINTBEGIN(modernize-*): C declarations
 #include <stdint.h>
 
-/// Set in the enabled categories until the trace library has looked them up.
+/// Set in the enabled categories until the trace library has read them.
 #define ATRACE_TAG_NOT_READY (1ULL << 63)
 
 #pragma GCC visibility push(default)
@@ -14,8 +14,8 @@
 extern "C" {
 #endif
 
-/// The trace categories (ATRACE_TAG_...) that are enabled. A static inline function in older
-/// releases of Android: call it, and take no address of it.
+/// The enabled trace categories (ATRACE_TAG_...). Do not take its address: in older releases of
+/// Android it is a static inline function.
 uint64_t atrace_get_enabled_tags(void);
 
 #ifdef __cplusplus

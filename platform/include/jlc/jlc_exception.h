@@ -1,8 +1,8 @@
 #pragma once
 
-// The log collector: the entry of the maker's closed library libjlc_vnd.so. A C header. Not every
-// product has that library, so whoever calls the entry should refer to it weakly and find out
-// whether it is there.
+// The log collector: the interface of the maker's closed library libjlc_vnd.so. A C header. Not
+// every product has that library: callers should refer to the function weakly and test whether it
+// is null.
 
 // NOLINTBEGIN(modernize-*): C declarations
 #include <stddef.h>
@@ -21,13 +21,13 @@ typedef struct JlcExceptionRecord {
     int64_t timeSec;       ///< wall clock, seconds since 1970
     uint32_t exceptionId;  ///< the error code
     uint8_t zero12[12];
-    uint32_t opaque24;  ///< always 33; what it means is the collector's
+    uint32_t opaque24;  ///< always 33; only the collector knows the meaning
     uint32_t opaque28;  ///< always 4; likewise
     uint8_t zero32[256];
 } JlcExceptionRecord;
 
-/// Raises one exception. The record is needed during the call only. 0 on success, anything else on
-/// failure.
+/// Raises one exception. The record is used only during the call. Returns 0 on success, anything
+/// else on failure.
 int jlc_raise_exception(JlcExceptionRecord* record);
 
 #ifdef __cplusplus

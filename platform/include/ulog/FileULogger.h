@@ -4,20 +4,19 @@
 
 namespace NSCam::Utils::ULog {
 
-// The vendor's enumerators are not part of what the library relies on: it passes numbers.
+// Without the vendor's enumerators: the library passes numbers.
 enum RequestTypeId : unsigned int {};
 enum DetailsType : unsigned int {};
 
 namespace File {
 
-/// The vendor's camera file logger as a stand-in: each call becomes one message of the Android log,
-/// tag "ULog", priority debug, for example
+/// The stand-in for the vendor's camera file logger prints each call to the Android log, tag
+/// "ULog", priority debug:
 ///     enter module=0x4 type=1 request=42 name=processFrame
 ///     details module=0x4 type=5 length=5 tag=Pipeline text=hello
-/// Strings come last and in full, whatever their length; a null one prints as an empty one.
+/// Strings come last and are never cut; a null one prints as an empty one.
 ///
-/// It is stateless: any thread may call it at any time. None of its functions is virtual, as with
-/// the vendor's.
+/// Stateless; any thread at any time. No function is virtual, like the vendor's.
 class FileULoggerBase {
   public:
     FileULoggerBase(const FileULoggerBase&) = delete;
@@ -27,7 +26,7 @@ class FileULoggerBase {
                     unsigned int requestNo);
     void onLogExit(unsigned int moduleId, const char* name, RequestTypeId requestType,
                    unsigned int requestNo);
-    /// `length` is the bytes of `text`, of which no more are read.
+    /// Reads at most `length` bytes of `text`.
     void onLogDetails(unsigned int moduleId, const char* tag, DetailsType type, const char* text,
                       unsigned long length);
 

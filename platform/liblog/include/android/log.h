@@ -3,8 +3,8 @@
 // The Android log: the part of liblog's interface that the library and its tests use. A C header,
 // as on a device.
 //
-// Threads: any function on any thread, also before main and during static destruction. None of them
-// changes errno. A message that is filtered out costs no lock and no formatting.
+// Threads: any function on any thread, also before main and during static destruction. None changes
+// errno. A filtered message takes no lock and is not formatted.
 
 // NOLINTBEGIN(modernize-*): C declarations
 // NOLINTBEGIN(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp): Android's names
@@ -28,14 +28,14 @@ typedef enum android_LogPriority {
     ANDROID_LOG_SILENT,
 } android_LogPriority;
 
-/// Logs `text` at any length under `tag`. 1 when it was handed to the logger, -EPERM when filtered.
+/// Logs `text`, of any length, under `tag`. Returns 1 if it was logged, -EPERM if it was filtered.
 int __android_log_write(int prio, const char* tag, const char* text);
 
 /// The same for a formatted text, which is cut to 1023 bytes.
 int __android_log_print(int prio, const char* tag, const char* fmt, ...)
         __attribute__((__format__(printf, 3, 4)));
 
-/// What a logger function is given. It owns none of the strings.
+/// What a logger function receives. It owns none of the strings.
 struct __android_log_message {
     size_t struct_size;
     int32_t buffer_id;
@@ -48,24 +48,23 @@ struct __android_log_message {
 
 typedef void (*__android_logger_function)(const struct __android_log_message* log_message);
 
-/// Sends every message to `logger` from now on; null restores the stderr logger. A call on another
-/// thread may still be inside the previous one.
+/// Sends later messages to `logger`; null restores the stderr logger. Another thread may still be
+/// in a call of the previous one.
 void __android_log_set_logger(__android_logger_function logger);
 
-/// The logger to start with: one line on stderr, and one write to it, for each line of the text.
+/// The initial logger: writes each line of the text as one line, with one write, to stderr.
 void __android_log_stderr_logger(const struct __android_log_message* log_message);
 
-/// Hands a message to the logger, filtered by nothing. A null tag becomes "" and a null text
-/// "(null)", so no logger function meets a null.
+/// Passes a message to the logger unfiltered. A null tag becomes "" and a null text "(null)", so no
+/// logger function gets a null.
 void __android_log_write_log_message(struct __android_log_message* log_message);
 
-/// Sets the lowest priority that is logged where no tag says otherwise; returns the previous one.
-/// ANDROID_LOG_DEFAULT means that there is none.
+/// Sets the minimum priority and returns the previous one. ANDROID_LOG_DEFAULT means none.
 int32_t __android_log_set_minimum_priority(int32_t priority);
 int32_t __android_log_get_minimum_priority(void);
 
-/// Whether a message would be logged. The priority set for the tag (ANDROID_LOG_TAGS) and the
-/// minimum decide: the lower of the two, or the one that is set, or else `default_prio`.
+/// Whether a message would be logged. The lowest priority that passes is the lower of the tag's
+/// (from ANDROID_LOG_TAGS) and the minimum, or whichever of them is set, or else `default_prio`.
 int __android_log_is_loggable(int prio, const char* tag, int default_prio);
 
 #ifdef __cplusplus

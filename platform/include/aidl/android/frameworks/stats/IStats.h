@@ -1,6 +1,6 @@
 #pragma once
 
-// Version 1 of the stats service's interface, as far as the library and its tests use it.
+// Version 1 of the stats service's interface: the part that the library and its tests use.
 
 #include <memory>
 
@@ -12,8 +12,7 @@
 
 namespace aidl::android::frameworks::stats {
 
-/// On a device, services derive from BnStats, which this host has no need for: what derives from
-/// IStats itself is for hosts.
+/// Services on a host derive from this class; on a device they derive from BnStats.
 class IStats : public ::ndk::ICInterface {
   public:
     static const char* descriptor;
@@ -21,10 +20,10 @@ class IStats : public ::ndk::ICInterface {
     IStats() = default;
     ~IStats() override;
 
-    /// The service behind a binder object; empty for a null one and for another kind of service.
+    /// The service of a binder object; empty for a null one and for another kind of service.
     static std::shared_ptr<IStats> fromBinder(const ::ndk::SpAIBinder& binder);
 
-    /// Oneway on a device: an OK status says that the atom was sent, not that it was accepted.
+    /// Oneway on a device: OK means that the atom was sent, not that it was accepted.
     virtual ::ndk::ScopedAStatus reportVendorAtom(const VendorAtom& in_vendorAtom) = 0;
 };
 

@@ -11,9 +11,9 @@ namespace aidl::android::frameworks::stats {
 /// One event that a vendor reports to the stats service.
 class VendorAtom {
   public:
-    /// Who reports; the service wants fewer than 50 characters.
+    /// Who reports; the service requires fewer than 50 characters.
     std::string reverseDomainName;
-    /// What it is about; the service wants 100000 to 199999.
+    /// The kind of event; the service requires 100000 to 199999.
     int32_t atomId = 0;
     std::vector<VendorAtomValue> values;
 };

@@ -8,7 +8,7 @@
 
 namespace aidl::android::frameworks::stats {
 
-/// One value of a vendor atom: a union of four types. An int of 0 to begin with.
+/// One value of a vendor atom: a union of four types. Initially an int of 0.
 class VendorAtomValue {
   public:
     enum Tag : int32_t {
