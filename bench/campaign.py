@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Runs all benchmarks in turn, prints one table of ratios and draws the charts.
+"""Runs all benchmarks, prints one table of ratios and draws the charts.
 
-Everything is measured several times, the loggers taking turns, so that what else the machine does
-meets all of them; what counts is the median. A figure stands beside its peer or its floor of the
-same run: absolute times belong to the machine and the moment.
+It measures everything several times and takes the median. The loggers take turns, so that other load
+on the machine affects all of them. The table compares each figure with its peer or its floor of the
+same run, because absolute times depend on the machine and the moment.
 """
 
 import argparse
@@ -91,7 +91,7 @@ class Campaign:
             for logger in self.loggers:
                 if logger == "glog":
                     continue
-                # Some 100 MB of text, or a third of a second of the slower one.
+                # Some 100 MB of text, or a third of a second of the slower logger.
                 lines = 100000000 // (50 + length) if logger == "jlog" else 200000
                 self._measure(("length", logger, length), "sustained", "--logger", logger,
                               "--messages-only", "--text-bytes", length, "--lines", lines)
@@ -125,7 +125,7 @@ def count(threads):
 
 
 def rows(c):
-    """What is measured, in which unit, ours, beside what, that, the ratio, and what it is to be."""
+    """Yields what is measured, the unit, our value, the peer, its value, and the goal of the ratio."""
     singles = {name: c.value(("primitive", name), "ns")
                for name in ("lock", "add", "clock", "fence", "copy_enter", "copy_details")}
     for kind in ("enter", "details"):
@@ -256,7 +256,7 @@ def main():
     campaign = Campaign(options.binaries, options.rounds)
     campaign.run()
     options.charts.mkdir(parents=True, exist_ok=True)
-    # Charts that are drawn anew from the same figures are the same files.
+    # The same figures give the same files.
     plt.rcParams["svg.hashsalt"] = "jcam_jlog"
     draw_threads(campaign, options.charts / "threads.svg")
     draw_lengths(campaign, options.charts / "lengths.svg")

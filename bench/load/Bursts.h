@@ -16,15 +16,15 @@ namespace JCam::Bench {
 
 struct BurstOptions {
     unsigned int threads{1};
-    /// Calls of each thread in one burst.
+    /// Per thread and burst.
     unsigned int calls{20000};
     /// Bursts that are timed as a whole, and as many whose calls are timed one by one.
     unsigned int bursts{5};
 };
 
-/// What a call costs its caller: threads log in bursts that begin together, and between bursts
-/// everything is written out. Means come from bursts timed as a whole, percentiles from bursts in
-/// which every call is timed.
+/// Measures what a call costs its caller. Threads log in bursts that begin together; between bursts
+/// the logger writes everything out. Bursts timed as a whole give the mean, bursts in which every
+/// call is timed the percentiles.
 template <typename Logger>
 class Bursts {
   public:
@@ -75,7 +75,7 @@ class Bursts {
     }
 
     void logBursts(std::barrier<>& gate, std::vector<uint32_t>& ticks, double& meanNs) {
-        // All memory of the measurement is there, and written to, before it begins.
+        // Writes to all memory of the measurement before it begins, so that no page fault is timed.
         ticks.assign(size_t{mOptions.bursts} * mOptions.calls, 0);
         size_t timed = 0;
         uint64_t wholeTicks = 0;

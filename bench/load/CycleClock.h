@@ -9,8 +9,8 @@
 
 namespace JCam::Bench {
 
-/// The cheapest clock of the processor, for the time of single calls: two readings cost less than
-/// one call of any logger here. Its ticks are converted with a rate that is measured at start.
+/// The processor's cheapest clock, for single calls: two readings cost less than one call of any
+/// logger here. The constructor measures the rate of its ticks.
 class CycleClock {
   public:
     static uint64_t now() {

@@ -11,14 +11,14 @@ struct FileCount {
     uint64_t bytes{0};
 };
 
-/// The regular files of `folder` and the newlines in them.
+/// Counts the regular files of `folder`, their newlines and bytes.
 FileCount countLines(const std::filesystem::path& folder);
 
-/// An empty folder of this process: in memory where the machine has such a file system, so that no
-/// disk takes part in the measurement. It goes with the object.
+/// An empty folder, deleted with the object.
 class ScratchFolder {
   public:
-    /// In `parent`; where that is empty, in /dev/shm or else among the temporary files.
+    /// In `parent`. If that is empty, in /dev/shm, so that no disk takes part in the measurement,
+    /// or else in the folder of temporary files.
     explicit ScratchFolder(const std::filesystem::path& parent);
     ~ScratchFolder();
     ScratchFolder(const ScratchFolder&) = delete;

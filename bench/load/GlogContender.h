@@ -7,7 +7,7 @@
 
 namespace JCam::Bench {
 
-/// glog, which formats and writes on the callers' threads, with its own line layout.
+/// glog formats and writes on the callers' threads, in its own line layout.
 class GlogContender {
   public:
     explicit GlogContender(const Workload& work) : mWork(work) {
@@ -28,7 +28,7 @@ class GlogContender {
     void logMessage() { LOG(INFO) << Workload::kTag << ": " << mWork.text; }
     static void drain() { google::FlushLogFiles(google::GLOG_INFO); }
 
-    /// Lines that are nobody's event: each file has a head of four.
+    /// Lines that are no event: each file begins with four.
     static uint64_t foreignLines(uint64_t files) { return 4 * files; }
 
   private:

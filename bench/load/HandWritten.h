@@ -13,9 +13,8 @@
 
 namespace JCam::Bench {
 
-/// The physical limit of a text logger: prepared events become lines of our layout, and nobody
-/// calls, waits or checks. It knows all that may be known in advance: lengths, process, thread,
-/// module and date.
+/// The physical limit of a text logger: renders prepared events as lines of our layout, without
+/// calls, waits or checks. Lengths, process, thread, module and date are constants.
 class HandWrittenLines {
   public:
     static constexpr size_t kLongestLine = 1280;
@@ -31,7 +30,7 @@ class HandWrittenLines {
         }
     }
 
-    /// Writes the line of event `i` at `out`, which has kLongestLine bytes; returns the end.
+    /// Writes the line of event `i` to `out`, which has kLongestLine bytes; returns its end.
     char* put(char* out, uint32_t i) const {
         const Event& event = mEvents[i % mEvents.size()];
         out = put(out, "03-15 14:25:30.");
@@ -73,7 +72,7 @@ class HandWrittenLines {
     std::string mPairs;
 };
 
-/// Renders `lines` lines by hand and writes them, 24 KiB at a time, in one thread.
+/// Renders `lines` lines by hand and writes them, 24 KiB at a time, on one thread.
 nlohmann::json measureHandWritten(const Workload& work, unsigned int lines);
 
 }  // namespace JCam::Bench

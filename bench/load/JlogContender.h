@@ -12,13 +12,13 @@
 
 namespace JCam::Bench {
 
-/// This library, writing its own files, as a host uses it: crash hook armed, default interval.
+/// This library with own files, as a host uses it: crash hook armed, default flush interval.
 class JlogContender {
   public:
     explicit JlogContender(const Workload& work) : mWork(work) {
         property_set("vendor.debug.camera.ulog.folder", work.folder.c_str());
         property_set("vendor.debug.camera.jlog.mode", "0x04");
-        // A device prints no debug lines of the logger either, unless one looks for a fault in it.
+        // As on a device, without debug lines of the logger.
         __android_log_set_minimum_priority(ANDROID_LOG_WARN);
         mInitializer = std::make_unique<Utils::JLog::JLogInitializer>(0);
     }
@@ -31,15 +31,15 @@ class JlogContender {
                                                Utils::JLog::LEVEL_INFO, mWork.text.c_str(),
                                                mWork.text.size());
     }
-    /// Returns when all that was logged is in the file.
+    /// Returns when everything logged is in the file.
     static void drain() { Utils::JLog::JLogger::flush(60); }
 
-    /// Lines that are nobody's event: where a file is continued.
+    /// Lines that are no event: the first one of each later file.
     static uint64_t foreignLines(uint64_t files) { return files > 0 ? files - 1 : 0; }
 
   private:
     const Workload& mWork;
-    /// Its destruction writes out what is left.
+    /// Its destructor writes the rest.
     std::unique_ptr<Utils::JLog::JLogInitializer> mInitializer;
 };
 

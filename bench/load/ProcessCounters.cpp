@@ -17,7 +17,7 @@ namespace {
 
 thread_local uint64_t sAllocations = 0;
 
-/// The number behind `key` in a file of lines like "VmRSS:   1234 kB".
+/// The number after `key` in a file of lines like "VmRSS:   1234 kB".
 uint64_t readField(const std::filesystem::path& file, const std::string& key) {
     std::ifstream in(file);
     std::string word;
@@ -79,7 +79,7 @@ void operator delete(void* memory, size_t /*bytes*/) noexcept {
     std::free(memory);
 }
 
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): libc's are reserved names
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): libc's names are reserved
 extern "C" __attribute__((visibility("default"))) void* mmap(void* address, size_t bytes,
                                                              int protection, int flags, int fd,
                                                              off_t offset) noexcept {

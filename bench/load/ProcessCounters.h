@@ -4,18 +4,18 @@
 
 namespace JCam::Bench {
 
-/// What the kernel has counted of this process.
+/// The kernel's counters of this process.
 struct ProcessCounters {
     double cpuSeconds{0};
-    /// Times that threads other than the calling one have slept and woken, over their life.
+    /// Wake-ups of all threads but the calling one, since they started.
     uint64_t wakeUps{0};
     uint64_t residentKib{0};
 
     static ProcessCounters read();
 };
 
-/// Allocations that this thread has made: by operator new, and by mmap outside of libc. Every
-/// program that links this counts.
+/// Allocations of this thread by operator new, and by mmap outside of libc. A program that links
+/// this file replaces both functions.
 uint64_t allocationsOfThisThread();
 
 }  // namespace JCam::Bench

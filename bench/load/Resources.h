@@ -12,8 +12,8 @@
 
 namespace JCam::Bench {
 
-/// What the logger takes beside its callers' time: processor time and wake-ups while nothing is
-/// logged, allocations on callers under a steady load, and the memory that stays after a burst.
+/// Measures what the logger costs besides its callers' time: processor time and wake-ups while it
+/// is idle, allocations on callers under a steady load, and memory during and after a burst.
 template <typename Logger>
 nlohmann::json measureResources(const Workload& work, unsigned int idleSeconds) {
     using namespace std::chrono_literals;
@@ -28,7 +28,7 @@ nlohmann::json measureResources(const Workload& work, unsigned int idleSeconds) 
     std::this_thread::sleep_for(std::chrono::seconds(idleSeconds));
     const ProcessCounters idleEnd = ProcessCounters::read();
 
-    // 200,000 events a second. What is allocated once, at the start of a load, is not counted.
+    // 200,000 events a second. The first round is not counted: some memory is allocated only once.
     const auto logSome = [&](unsigned int rounds) {
         for (unsigned int round = 0; round < rounds; ++round) {
             for (unsigned int i = 0; i < kSteadyLines / 2; ++i) {

@@ -13,8 +13,8 @@
 
 namespace JCam::Bench {
 
-/// spdlog's asynchronous logger with one worker and a line like ours. Callers wait rather than lose
-/// a line; the queue holds every burst, so that in bursts nobody has to.
+/// spdlog's asynchronous logger with one worker and a line like ours. A caller waits when the queue
+/// is full, so no line is lost. The queue holds a whole burst, so in bursts no caller waits.
 class SpdlogContender {
   public:
     explicit SpdlogContender(const Workload& work) : mWork(work) {
@@ -48,7 +48,7 @@ class SpdlogContender {
         }
     }
 
-    /// Lines that are nobody's event.
+    /// Lines that are no event.
     static uint64_t foreignLines(uint64_t /*files*/) { return 0; }
 
   private:

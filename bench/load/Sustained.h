@@ -15,9 +15,8 @@
 
 namespace JCam::Bench {
 
-/// What reaches the file: `threads` threads log `lines` events together as fast as they can, and
-/// the clock stops when the last line is in the file and the logger has gone. All lines must be
-/// there.
+/// Measures how many lines reach the file. `threads` threads together log `lines` events as fast as
+/// they can. The clock stops when the logger is destroyed and so the last line is in the file.
 template <typename Logger>
 nlohmann::json measureSustained(const Workload& work, unsigned int threads, unsigned int lines) {
     using Clock = std::chrono::steady_clock;

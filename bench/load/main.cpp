@@ -1,5 +1,5 @@
-// Puts one logger under one load and prints what that gave as one JSON object. bench/campaign.py
-// runs it for all loggers in turn and compares.
+// Puts one logger under one load and prints the figures as one JSON object. bench/campaign.py runs
+// it for all loggers and compares.
 
 #include <cstdio>
 #include <exception>
@@ -50,8 +50,7 @@ struct Options {
     unsigned int seconds{10};
 };
 
-/// Calls `measure` with the contender of that name as its template argument: ours if the peers are
-/// not compiled in.
+/// Calls `measure` with the contender `name` as its template argument.
 template <typename Measure>
 json withLogger([[maybe_unused]] const std::string& name, Measure measure) {
 #ifdef JCAM_BENCH_SPDLOG

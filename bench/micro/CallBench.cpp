@@ -1,11 +1,11 @@
-// One call of the front end in mode "own files", against what it cannot do without: a lock and an
-// unlock, two atomic additions, a clock reading, the barrier that the crash hook asks for, and the
-// copy of its texts, whose lengths nobody knows in advance.
+// One call of the front end in mode "own files", against the primitives that it needs: a lock and
+// an unlock, two atomic additions, a clock reading, the fence for the crash hook, and the copy of
+// its texts, whose lengths the compiler does not know.
 //
-// Once with the flush thread on another core, which then has the cache lines of every buffer that
-// comes back; the same primitives in turn, on memory that another thread has read, are the floor of
-// that. And once with both on one core, against the sum of the primitives measured one by one. A
-// macro's call against its formatting and the call behind it.
+// With the flush thread on another core, that core owns the cache lines of every recycled buffer.
+// The floor is then the same primitives in turn, on memory that another thread has read. With both
+// on one core, the floor is the sum of the primitives measured one by one. A macro's call is
+// compared with its formatting plus the call that it makes.
 
 #define JLOG_TAG "IspNode"
 
@@ -36,7 +36,7 @@ namespace {
 using namespace JCam::Utils::JLog;
 using Clock = std::chrono::steady_clock;
 
-/// Calls timed together: they fit into one buffer, so that no retirement is among them.
+/// Calls timed together. They fit into one buffer, so none of them retires one.
 constexpr int kBatch = 1000;
 constexpr char kName[] = "processFrame";
 constexpr char kTag[] = "IspNode";
@@ -44,7 +44,7 @@ constexpr char kText[] = "frame 4711: exposure 16666 us, gain 2.5, lens 0.35 dpt
 constexpr size_t kTextBytes = sizeof(kText) - 1;
 static_assert(kTextBytes == 60);
 
-/// Keeps this thread, and those that it starts, on the core where it is.
+/// Keeps this thread, and those that it starts, on its current core.
 class OneCore {
   public:
     OneCore() {
@@ -62,7 +62,7 @@ class OneCore {
     cpu_set_t mBefore{};
 };
 
-/// A running file logger in a folder of its own, whose thread sleeps unless it is told to flush.
+/// A running file logger in a folder of its own. Its thread sleeps except for a flush.
 class RunningLogger {
   public:
     explicit RunningLogger(const char* mode) : mFolder(""), mProperties(mode, mFolder), mLog(0) {}
@@ -73,7 +73,7 @@ class RunningLogger {
             property_set("vendor.debug.camera.ulog.folder", folder.path().c_str());
             property_set("vendor.debug.camera.jlog.flushms", "1000000");
             property_set("vendor.debug.camera.jlog.mode", mode);
-            // A device logs no debug lines of the logger either, unless one looks for a fault.
+            // As on a device, without debug lines of the logger.
             __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
         }
     };
@@ -82,7 +82,7 @@ class RunningLogger {
     JLogInitializer mLog;
 };
 
-/// Times batches of `call`; `between` runs after each, off the clock.
+/// Times batches of `call`; `between` runs untimed after each.
 template <typename Call, typename Between>
 void timeBatches(benchmark::State& state, Call call, Between between) {
     while (state.KeepRunning()) {
@@ -140,7 +140,7 @@ void fence() {
     std::atomic_thread_fence(std::memory_order_seq_cst);
 }
 
-/// A wanted call of a macro, which formats its text...
+/// A wanted call of a macro, which formats its text.
 void callMacro(benchmark::State& state) {
     const RunningLogger logger("0x04");
     JLogger::setLevel(LEVEL_INFO);
@@ -153,7 +153,7 @@ void callMacro(benchmark::State& state) {
             writeOut);
 }
 
-/// ... and the formatting alone.
+/// The formatting alone.
 void formatText(benchmark::State& state) {
     timeBatches(
             state,
@@ -174,8 +174,8 @@ void callDetailsOneCore(benchmark::State& state) {
     callDetails(state);
 }
 
-/// The memory that texts are copied to. Between batches another thread reads it, as the flush
-/// thread reads a buffer: the cache lines have to come back from its core.
+/// Memory for texts, which another thread reads between batches, as the flush thread reads a
+/// buffer. So the cache lines must come back from that thread's core.
 class SharedBlock {
   public:
     explicit SharedBlock(size_t recordBytes)
@@ -192,7 +192,7 @@ class SharedBlock {
     SharedBlock& operator=(const SharedBlock&) = delete;
 
     char* record(unsigned int i) { return mBytes.data() + (i * mRecordBytes); }
-    /// Returns when the other thread has read it all.
+    /// Returns when the other thread has read everything.
     void letRead() {
         const int batch = mBatches.fetch_add(1) + 1;
         mBatches.notify_one();
@@ -219,7 +219,7 @@ class SharedBlock {
     std::thread mReader;  // last: it uses everything above
 };
 
-/// Copies a text of a length that the compiler does not know; returns the end.
+/// Copies a text whose length the compiler does not know; returns the end.
 char* copyText(char* out, const char* text, size_t bytes) {
     benchmark::DoNotOptimize(bytes);
     memcpy(out, text, bytes);
@@ -249,7 +249,7 @@ void primitiveClock(benchmark::State& state) {
     primitive(state, [&] { readClock(now); });
 }
 
-/// Into memory that nobody else reads.
+/// Into memory that no other thread reads.
 template <typename Texts>
 void primitiveCopy(benchmark::State& state) {
     std::string block(kBatch * Texts::kRecordBytes, '\0');
@@ -258,7 +258,7 @@ void primitiveCopy(benchmark::State& state) {
             nothing);
 }
 
-/// All of them in turn, as a call has them.
+/// The primitives in the order of a call.
 template <typename Texts>
 void inTurn(benchmark::State& state) {
     SharedBlock block(Texts::kRecordBytes);

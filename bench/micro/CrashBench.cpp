@@ -1,5 +1,5 @@
-// How long a process that gets a fatal signal lives on for its crash file, against the number of
-// records that are in memory: from the signal to the end, with the hook and without it.
+// The time from a fatal signal to the end of the process, with and without the crash hook, by the
+// number of records in memory.
 
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -26,13 +26,13 @@ namespace {
 using namespace JCam::Utils::JLog;
 using Clock = std::chrono::steady_clock;
 
-/// A logger without a consumer: what is logged stays in memory.
+/// A logger without a flush thread: all records stay in memory.
 class BufferingLogger : public File::FileJLoggerBase {
   public:
     using FileJLoggerBase::initHook;
 };
 
-/// Logs `records` and gets a fatal signal, whose time it tells. Does not return.
+/// Logs `records`, stores the time and raises a fatal signal. Does not return.
 void logAndDie(int64_t records, std::atomic<int64_t>& signalledNs) {
     constexpr char kText[] = "frame 4711: exposure 16666 us, gain 2.5, lens 0.35 dpt, (60)";
     const rlimit noCore = {};

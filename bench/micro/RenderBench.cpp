@@ -1,6 +1,6 @@
-// Text from records, as the flush thread makes it from a full buffer: the library's writer against
-// the same format by printf and strftime, and against the floor, which is to copy the same lines as
-// they stand. Nobody pays for the file: write(2) is answered here.
+// Renders the records of a full buffer, as the flush thread does: the library's writer against
+// printf and strftime, and against the floor, a copy of the same lines. write(2) is replaced here,
+// so no file takes part.
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -24,10 +24,10 @@ using File::FileJLogWriter;
 using JCam::Bench::ScratchFolder;
 using JCam::Support::ReferenceWriter;
 
-/// Set while the benchmark's writer owns the only file that is written.
+/// Makes write(2) succeed without writing. Set while only the benchmark's writer writes.
 bool sSwallowWrites = false;
 
-/// A full buffer of a camera's log: enter, message and exit in turn.
+/// A full buffer: enter, message and exit in turn.
 class Scene : public File::FileJLoggerBase {
   public:
     Scene() {
@@ -54,7 +54,7 @@ class Scene : public File::FileJLoggerBase {
     [[nodiscard]] int64_t lines() const { return mLines; }
 
   private:
-    /// Nobody else logs.
+    /// No other thread logs.
     Buffer& buffer() JLOG_NO_THREAD_SAFETY_ANALYSIS { return *mCurrent.get(); }
 
     int64_t mLines{0};
@@ -100,7 +100,7 @@ void renderByPrintf(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * scene.lines());
 }
 
-/// The floor: the same lines, rendered before, are copied one by one into a text buffer.
+/// The floor: copies the same lines, already rendered, one by one into a text buffer.
 void copyLines(benchmark::State& state) {
     Scene scene;
     std::string text;
@@ -134,7 +134,7 @@ void copyLines(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * scene.lines());
 }
 
-/// A loop that knows everything in advance.
+/// Compares with HandWrittenLines.
 void renderByHand(benchmark::State& state) {
     constexpr unsigned int kLines = 3000;
     const JCam::Bench::Workload work = {
@@ -165,7 +165,7 @@ BENCHMARK(renderByPrintf)->Name("render/printf")->Repetitions(10)->MinTime(0.05)
 
 }  // namespace
 
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): libc's are reserved names
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): libc's names are reserved
 extern "C" __attribute__((visibility("default"))) ssize_t write(int fd, const void* bytes,
                                                                 size_t count) {
     if (sSwallowWrites) {

@@ -1,5 +1,5 @@
-// A disabled call, which is what most calls of a release build are: the whole call as a macro makes
-// it, and the test alone, inlined and exported, against the load and the comparison that it takes.
+// A disabled call, like most calls of a release build: the whole call of a macro, and the test
+// alone, inlined and exported, against the load and the comparison that it needs.
 
 #define JLOG_TAG "TestBench"
 
@@ -57,7 +57,7 @@ BENCHMARK(exportedTest)->Name("test/exported")->Repetitions(10)->MinTime(0.05);
 
 }  // namespace
 
-/// A call site, to be looked at with objdump.
+/// A call site to inspect with objdump.
 extern "C" __attribute__((noinline, used)) void jlogDisabledCall(unsigned int request) {
     JLOGD(MODULE_PREVIEW, "request %u", request);
 }
