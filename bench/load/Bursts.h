@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "CycleClock.h"
+#include "Workload.h"
 
 namespace JCam::Bench {
 
@@ -66,14 +67,6 @@ class Bursts {
     }
 
   private:
-    void log(unsigned int i) {
-        if (i % 2 == 0) {
-            mLogger.logEnter(i);
-        } else {
-            mLogger.logMessage();
-        }
-    }
-
     void logBursts(std::barrier<>& gate, std::vector<uint32_t>& ticks, double& meanNs) {
         // Writes to all memory of the measurement before it begins, so that no page fault is timed.
         ticks.assign(size_t{mOptions.bursts} * mOptions.calls, 0);
@@ -84,14 +77,14 @@ class Bursts {
             if (burst % 2 == 0) {
                 const uint64_t begin = CycleClock::now();
                 for (unsigned int i = 0; i < mOptions.calls; ++i) {
-                    log(i);
+                    logEvent(mLogger, i);
                 }
                 // The first burst warms up.
                 wholeTicks += burst == 0 ? 0 : CycleClock::now() - begin;
             } else {
                 for (unsigned int i = 0; i < mOptions.calls; ++i) {
                     const uint64_t begin = CycleClock::now();
-                    log(i);
+                    logEvent(mLogger, i);
                     const uint64_t spent = CycleClock::now() - begin;
                     ticks[timed++] = static_cast<uint32_t>(std::min<uint64_t>(spent, UINT32_MAX));
                 }

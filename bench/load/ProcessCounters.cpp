@@ -66,11 +66,6 @@ void* operator new(size_t bytes) {
     return memory;
 }
 
-void* operator new(size_t bytes, const std::nothrow_t& /*tag*/) noexcept {
-    ++JCam::Bench::sAllocations;
-    return std::malloc(bytes != 0 ? bytes : 1);
-}
-
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }

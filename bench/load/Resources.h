@@ -31,9 +31,8 @@ nlohmann::json measureResources(const Workload& work, unsigned int idleSeconds) 
     // 200,000 events a second. The first round is not counted: some memory is allocated only once.
     const auto logSome = [&](unsigned int rounds) {
         for (unsigned int round = 0; round < rounds; ++round) {
-            for (unsigned int i = 0; i < kSteadyLines / 2; ++i) {
-                logger.logEnter(i);
-                logger.logMessage();
+            for (unsigned int i = 0; i < kSteadyLines; ++i) {
+                logEvent(logger, i);
             }
             std::this_thread::sleep_for(5ms);
         }
@@ -48,9 +47,8 @@ nlohmann::json measureResources(const Workload& work, unsigned int idleSeconds) 
     std::vector<std::thread> callers;
     for (unsigned int t = 0; t < kBurstThreads; ++t) {
         callers.emplace_back([&] {
-            for (unsigned int i = 0; i < kBurstLines / 2; ++i) {
-                logger.logEnter(i);
-                logger.logMessage();
+            for (unsigned int i = 0; i < kBurstLines; ++i) {
+                logEvent(logger, i);
             }
         });
     }

@@ -29,4 +29,14 @@ struct Workload {
     }
 };
 
+/// Event `i` of a load: enters and messages take turns.
+template <typename Logger>
+void logEvent(Logger& logger, unsigned int i) {
+    if (i % 2 == 0) {
+        logger.logEnter(i);
+    } else {
+        logger.logMessage();
+    }
+}
+
 }  // namespace JCam::Bench
