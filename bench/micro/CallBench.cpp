@@ -12,12 +12,14 @@
 #include <sched.h>
 
 #include <atomic>
+#include <barrier>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <mutex>
 #include <numeric>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -65,21 +67,18 @@ class OneCore {
 /// A running file logger in a folder of its own. Its thread sleeps except for a flush.
 class RunningLogger {
   public:
-    explicit RunningLogger(const char* mode) : mFolder(""), mProperties(mode, mFolder), mLog(0) {}
+    explicit RunningLogger(const char* mode) {
+        property_set("vendor.debug.camera.ulog.folder", mFolder.path().c_str());
+        property_set("vendor.debug.camera.jlog.flushms", "1000000");
+        property_set("vendor.debug.camera.jlog.mode", mode);
+        // As on a device, without debug lines of the logger.
+        __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
+        mLog.emplace(0);
+    }
 
   private:
-    struct Properties {
-        Properties(const char* mode, const JCam::Bench::ScratchFolder& folder) {
-            property_set("vendor.debug.camera.ulog.folder", folder.path().c_str());
-            property_set("vendor.debug.camera.jlog.flushms", "1000000");
-            property_set("vendor.debug.camera.jlog.mode", mode);
-            // As on a device, without debug lines of the logger.
-            __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
-        }
-    };
-    JCam::Bench::ScratchFolder mFolder;
-    Properties mProperties;
-    JLogInitializer mLog;
+    JCam::Bench::ScratchFolder mFolder{""};
+    std::optional<JLogInitializer> mLog;
 };
 
 /// Times batches of `call`; `between` runs untimed after each.
@@ -183,9 +182,8 @@ class SharedBlock {
               mBytes(kBatch * recordBytes, '\1'),
               mReader([this] { readBatches(); }) {}
     ~SharedBlock() {
-        mStop.store(true);
-        mBatches.fetch_add(1);
-        mBatches.notify_one();
+        mStop = true;
+        mGate.arrive_and_wait();
         mReader.join();
     }
     SharedBlock(const SharedBlock&) = delete;
@@ -194,28 +192,22 @@ class SharedBlock {
     char* record(unsigned int i) { return mBytes.data() + (i * mRecordBytes); }
     /// Returns when the other thread has read everything.
     void letRead() {
-        const int batch = mBatches.fetch_add(1) + 1;
-        mBatches.notify_one();
-        for (int read = mRead.load(); read != batch; read = mRead.load()) {
-            mRead.wait(read);
-        }
+        mGate.arrive_and_wait();  // go
+        mGate.arrive_and_wait();  // done
     }
 
   private:
     void readBatches() {
-        for (int batch = 0; !mStop.load(); batch = mBatches.load()) {
+        for (mGate.arrive_and_wait(); !mStop; mGate.arrive_and_wait()) {
             benchmark::DoNotOptimize(std::accumulate(mBytes.begin(), mBytes.end(), 0));
-            mRead.store(batch);
-            mRead.notify_one();
-            mBatches.wait(batch);
+            mGate.arrive_and_wait();
         }
     }
 
     const size_t mRecordBytes;
     std::string mBytes;
-    std::atomic<int> mBatches{0};
-    std::atomic<int> mRead{0};
-    std::atomic<bool> mStop{false};
+    std::barrier<> mGate{2};
+    bool mStop{false};    // ordered by the gate
     std::thread mReader;  // last: it uses everything above
 };
 
