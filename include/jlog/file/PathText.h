@@ -24,6 +24,7 @@ class PathText {
     [[nodiscard]] const char* c_str() const { return mText; }
     /// The text up to its NUL.
     [[nodiscard]] std::string_view view() const { return mText; }
+    /// Whether the path, as it was cut, is `text`.
     bool operator==(std::string_view text) const { return view() == text; }
 
     /// For formatters: the array itself, of which size() bytes are writable.
