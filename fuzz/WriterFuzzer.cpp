@@ -1,27 +1,33 @@
-// The writer on damaged memory: a region of records, each of which may be anything. The text must
-// be that of a plain walk over the same region, and nothing outside it may be read.
+// The writer on damaged memory: a region of records, each of which may be anything. The text is
+// that of the reference for the same records, and nothing outside the region is read.
+
+#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <functional>
+#include <limits>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include <fuzzer/FuzzedDataProvider.h>
+#include <sanitizer/asan_interface.h>
 
 #include "Check.h"
-#include "ComparedWriter.h"
-#include "ExactCopy.h"
+#include "jlog/file/FileJLogWriter.h"
 #include "jlog/file/LogRecord.h"
+#include "support/Records.h"
+#include "support/ReferenceWriter.h"
+#include "support/TempFolder.h"
 
 namespace JCam::Fuzz {
 
 using namespace Utils::JLog::File;
+using Support::Record;
 
 namespace {
 
@@ -30,170 +36,177 @@ constexpr size_t kMaxRegionBytes = 65536;
 constexpr size_t kMaxRecordBytes = 1400;
 constexpr size_t kMaxCopies = 100;
 
-template <typename T>
-T load(const char* from) {
-    T value;
-    memcpy(&value, from, sizeof(value));
-    return value;
+/// True for one record in 16: most inputs are to get far.
+bool rarely(FuzzedDataProvider& input) {
+    return input.ConsumeIntegralInRange(0, 15) == 15;
 }
 
-/// What is to become a region.
-class Draft {
+/// The memory that the writer gets.
+class Region {
   public:
-    /// Takes all that is left of `input`.
-    explicit Draft(FuzzedDataProvider& input) {
-        while (input.remaining_bytes() > 0 && mBytes.size() < kMaxRegionBytes) {
-            addRecords(input);
-        }
-    }
+    [[nodiscard]] static const char* begin() { return sBytes; }
+    /// Bytes of the region but for the last ones.
+    [[nodiscard]] size_t sizeWithout(size_t bytes) const { return mSize - std::min(mSize, bytes); }
 
-    /// The region but for its last `cutBytes`. A copy has pointers of its own.
-    [[nodiscard]] ExactCopy regionWithout(size_t cutBytes) const {
-        ExactCopy region({mBytes.data(), mBytes.size() - std::min(mBytes.size(), cutBytes)});
-        for (const Pointer& pointer : mPointers) {
-            const char* target = region.data() + pointer.target;
-            if (pointer.place + sizeof(target) <= region.size()) {
-                memcpy(region.data() + pointer.place, &target, sizeof(target));
-            }
-        }
-        return region;
-    }
-
-    /// Where one of the records stands, by a fraction of 65536.
-    [[nodiscard]] size_t placeOf(uint16_t fraction) const {
-        return mPlaces.empty() ? 0 : mPlaces[mPlaces.size() * fraction / 65536];
-    }
-
-  private:
-    /// A pointer at `place` to `target`, both from the start of the region.
-    struct Pointer {
-        size_t place;
-        size_t target;
-    };
-
-    /// One record, and copies of it. What is odd about one is rare: most inputs are to get far.
+    /// Adds one record, and copies of it.
     void addRecords(FuzzedDataProvider& input) {
-        const auto rarely = [&] { return input.ConsumeIntegralInRange(0, 15) == 15; };
         std::string record = input.ConsumeRandomLengthString(kMaxRecordBytes);
-        if (rarely()) {
+        if (rarely(input)) {
             record.resize(input.ConsumeIntegralInRange<size_t>(0, kMaxRecordBytes), 'x');
         }
         record.resize((record.size() + kRecordAlignment) & ~(kRecordAlignment - 1), '\xA5');
-        const auto anyType = input.ConsumeIntegral<uint8_t>();
-        const auto type = input.PickValueInArray<uint8_t>(
-                {RECORD_DETAILS, RECORD_ENTER, RECORD_EXIT, RECORD_INCOMPLETE, anyType});
-        const size_t size = rarely() ? input.ConsumeIntegralInRange<size_t>(0, 2 * record.size())
-                                     : record.size();
+        const auto type = input.PickValueInArray<uint8_t>({RECORD_DETAILS, RECORD_ENTER,
+                                                           RECORD_EXIT, RECORD_INCOMPLETE,
+                                                           input.ConsumeIntegral<uint8_t>()});
+        const size_t size = rarely(input)
+                                    ? input.ConsumeIntegralInRange<size_t>(0, 2 * record.size())
+                                    : record.size();
         const auto word = static_cast<uint32_t>(size << 8 | type);
         memcpy(record.data(), &word, sizeof(word));
-        const auto target = input.ConsumeIntegralInRange<size_t>(0, record.size() + 8);
-        const bool pointed =
-                type == RECORD_DETAILS && record.size() >= sizeof(LogDetails) && !rarely();
-        const size_t copies = rarely() ? input.ConsumeIntegralInRange<size_t>(1, kMaxCopies) : 1;
-        for (size_t i = 0; i < copies; ++i) {
-            const size_t place = mBytes.size();
-            mPlaces.push_back(place);
-            if (pointed) {
-                mPointers.push_back({place + offsetof(LogDetails, message), place + target});
+        const auto message = input.ConsumeIntegralInRange<size_t>(0, record.size() + 8);
+        const bool hasMessage =
+                type == RECORD_DETAILS && record.size() >= sizeof(LogDetails) && !rarely(input);
+        const size_t copies =
+                rarely(input) ? input.ConsumeIntegralInRange<size_t>(1, kMaxCopies) : 1;
+        for (size_t i = 0; i < copies && mSize + record.size() <= kMaxRegionBytes; ++i) {
+            if (hasMessage) {
+                const char* address = sBytes + mSize + message;
+                memcpy(record.data() + offsetof(LogDetails, message), &address, sizeof(address));
             }
-            mBytes += record;
+            record.copy(sBytes + mSize, record.size());
+            mSize += record.size();
         }
     }
 
-    std::string mBytes;
-    std::vector<size_t> mPlaces;
-    std::vector<Pointer> mPointers;
+  private:
+    alignas(kRecordAlignment) static inline char sBytes[kMaxRegionBytes];
+    size_t mSize{0};
 };
 
-/// The line of the record in [record, end), if it has one.
-void expectRecord(const char* record, const char* end, ComparedWriter& compared) {
-    const auto type = load<uint8_t>(record);
-    const auto tid = load<int32_t>(record + offsetof(LogHeader, tid));
-    const auto timestamp = load<timespec>(record + offsetof(LogHeader, timestamp));
-    const size_t nameOffset =
-            type == RECORD_DETAILS ? LogDetails::kNameOffset : LogEnterExit::kNameOffset;
-    if (end - record <= static_cast<ptrdiff_t>(nameOffset)) {
-        return;
-    }
-    const char* name = record + nameOffset;
-    if (type == RECORD_ENTER || type == RECORD_EXIT) {
-        compared.expectEnterExit(tid, timestamp,
-                                 load<uint32_t>(record + offsetof(LogEnterExit, serial)),
-                                 load<uint32_t>(record + offsetof(LogEnterExit, moduleId)),
-                                 load<uint32_t>(record + offsetof(LogEnterExit, requestNo)),
-                                 {name, end}, type == RECORD_ENTER ? '+' : '-');
-    }
-    const auto* message = load<const char*>(record + offsetof(LogDetails, message));
-    const std::less<> before;
-    if (type == RECORD_DETAILS && !before(message, name) && before(message, end)) {
-        compared.expectDetails(tid, timestamp, load<uint8_t>(record + offsetof(LogDetails, level)),
-                               {name, end}, {message, end});
-    }
+/// The characters in [begin, end) of which at most `maxChars` are printed: those before a NUL.
+std::string textIn(const char* begin, const char* end, size_t maxChars) {
+    return {begin, strnlen(begin, std::min(static_cast<size_t>(end - begin), maxChars))};
 }
 
-/// The lines of [begin, end); returns how many records there are.
-uint32_t expectRecords(const char* begin, const char* end, ComparedWriter& compared) {
-    uint32_t records = 0;
-    for (const char* place = begin; end - place >= static_cast<ptrdiff_t>(sizeof(LogHeader));) {
-        const size_t size = load<uint32_t>(place) >> 8;
-        if (size < sizeof(LogHeader) || size % kRecordAlignment != 0 ||
-            size > static_cast<size_t>(end - place)) {
-            break;
+/// The writer and the reference, which get the same records.
+class Comparison {
+  public:
+    explicit Comparison(bool signalSafe) : mSignalSafe(signalSafe) {
+        // A writer of crash dumps knows the UTC offset of now only.
+        setenv("TZ", signalSafe ? "UTC0" : "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+        tzset();
+        if (signalSafe) {
+            mWriter.makeSignalSafe(CLOCK_REALTIME);
         }
-        expectRecord(place, place + size, compared);
-        ++records;
-        place += size;
+        mWriter.mFolder = mFolder.path();
+        check(mWriter.open(true, "", true), "the file is opened");
     }
-    return records;
-}
 
-/// A call that hands over the region up to a place near a record.
-struct Piece {
-    uint16_t record;
-    uint8_t words;
-    bool flush;
+    /// Hands over what lies in the region between two offsets, while nothing else of it may be
+    /// read. An end in front of the beginning stands for nothing.
+    void append(size_t begin, size_t end) {
+        const char* first = Region::begin() + begin;
+        const size_t bytes = std::max(begin, end) - begin;
+        ASAN_POISON_MEMORY_REGION(Region::begin(), kMaxRegionBytes);
+        ASAN_UNPOISON_MEMORY_REGION(first, bytes);
+        const uint32_t records = mWriter.appendRecords(first, Region::begin() + end);
+        ASAN_UNPOISON_MEMORY_REGION(Region::begin(), kMaxRegionBytes);
+        check(records == expectRecords(first, bytes), "all records are counted");
+    }
+
+    void flush() {
+        mWriter.flush(false);
+        mReference.flush();
+    }
+
+    void finish() {
+        mWriter.close();
+        mReference.flush();
+        checkEqual(mFolder.logText(), mExpected, "the file has the lines of the reference");
+    }
+
+  private:
+    /// Returns how many records there are.
+    uint32_t expectRecords(const char* place, size_t left) {
+        uint32_t records = 0;
+        for (; left >= sizeof(LogHeader); ++records) {
+            const auto& header = *reinterpret_cast<const LogHeader*>(place);
+            const size_t size = header.size();
+            if (size < sizeof(LogHeader) || size % kRecordAlignment != 0 || size > left) {
+                break;
+            }
+            expectRecord(header, place + size);
+            place += size;
+            left -= size;
+        }
+        return records;
+    }
+
+    /// The line of the record that ends at `end`, if it has one.
+    void expectRecord(const LogHeader& header, const char* end) {
+        const uint8_t type = header.type();
+        if ((type == RECORD_ENTER || type == RECORD_EXIT) &&
+            header.size() > LogEnterExit::kNameOffset) {
+            const auto& record = reinterpret_cast<const LogEnterExit&>(header);
+            mReference.enterExit(Record::enterExit(header.tid, comparable(header.timestamp),
+                                                   record.serial, record.moduleId, record.requestNo,
+                                                   textIn(record.name(), end, kMaxNameChars))
+                                         .asEnterExit(),
+                                 type == RECORD_ENTER ? '+' : '-');
+        }
+        const auto& record = reinterpret_cast<const LogDetails&>(header);
+        const std::less<> before;
+        if (type == RECORD_DETAILS && header.size() > LogDetails::kNameOffset &&
+            !before(record.message, record.name()) && before(record.message, end)) {
+            mReference.details(Record::details(header.tid, comparable(header.timestamp),
+                                               record.level,
+                                               textIn(record.name(), end, kMaxNameChars),
+                                               textIn(record.message, end, kMaxMessageChars))
+                                       .asDetails());
+        }
+    }
+
+    /// Beyond some 31 million years a crash dump prints what others print where a second has no
+    /// local form at all.
+    [[nodiscard]] timespec comparable(timespec timestamp) const {
+        constexpr time_t kFarOff = 1000000000000000;
+        const bool far = timestamp.tv_sec > kFarOff || timestamp.tv_sec < -kFarOff;
+        return {mSignalSafe && far ? std::numeric_limits<time_t>::max() : timestamp.tv_sec,
+                timestamp.tv_nsec};
+    }
+
+    const bool mSignalSafe;
+    const Support::TempFolder mFolder;
+    FileJLogWriter mWriter;
+    std::string mExpected;
+    Support::ReferenceWriter mReference{
+            getpid(), [this](const char* text, size_t bytes) { mExpected.append(text, bytes); }};
 };
-
-void testInput(FuzzedDataProvider& input) {
-    std::string prefix = input.ConsumeRandomLengthString(40);
-    std::replace_if(
-            prefix.begin(), prefix.end(), [](char c) { return c == '/' || c == '\0'; }, '_');
-    const bool silent = input.ConsumeBool();
-    ComparedWriter compared(prefix, silent, silent && input.ConsumeBool());
-    std::array<Piece, 3> pieces{};
-    for (Piece& piece : pieces) {
-        piece.record = input.ConsumeIntegral<uint16_t>();
-        piece.words = input.ConsumeIntegralInRange<uint8_t>(0, 7);
-        piece.flush = input.ConsumeBool();
-    }
-    const auto cutBytes = input.ConsumeIntegralInRange<size_t>(0, 48);
-    const Draft draft(input);
-    const ExactCopy region = draft.regionWithout(cutBytes);
-    size_t begin = 0;
-    const auto append = [&](size_t end) {
-        const char* first = region.data() + begin;
-        const char* last = region.data() + end;
-        const uint32_t records = compared.writer().appendRecords(first, last);
-        check(records == expectRecords(first, last, compared), "all records are counted");
-        begin = std::max(begin, end);
-    };
-    for (const Piece& piece : pieces) {
-        const size_t end = draft.placeOf(piece.record) + piece.words * kRecordAlignment;
-        append(std::min(end, region.size() & ~(kRecordAlignment - 1)));
-        if (piece.flush) {
-            compared.flush();
-        }
-    }
-    append(region.size());
-    compared.finish();
-}
 
 }  // namespace
 
 }  // namespace JCam::Fuzz
 
+/// What is handed over at once may end, and so the next may begin, within a record.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    using namespace JCam::Fuzz;
     FuzzedDataProvider input(data, size);
-    JCam::Fuzz::testInput(input);
+    Comparison comparison(input.ConsumeBool());
+    const auto cutBytes = input.ConsumeIntegralInRange<size_t>(0, 48);
+    Region region;
+    size_t begin = 0;
+    while (input.remaining_bytes() > 0) {
+        region.addRecords(input);
+        if (rarely(input)) {
+            const size_t end = region.sizeWithout(input.ConsumeIntegralInRange<size_t>(0, 7) * 8);
+            comparison.append(begin, end);
+            begin = std::max(begin, end);
+            if (input.ConsumeBool()) {
+                comparison.flush();
+            }
+        }
+    }
+    comparison.append(begin, region.sizeWithout(cutBytes));
+    comparison.finish();
     return 0;
 }
