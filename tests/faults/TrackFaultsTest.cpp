@@ -6,9 +6,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <iostream>
-#include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -17,6 +15,7 @@
 #include <android/log.h>
 #include <host/ServiceRegistry.h>
 
+#include "faults/Campaign.h"
 #include "jlog/track/EventTrackJLogger.h"
 #include "support/Descriptors.h"
 #include "support/Faults.h"
@@ -95,7 +94,6 @@ class TrackFaultsTest : public ::testing::Test {
         sAtoms = 0;
         Outcome outcome;
         {
-            const Faults::Inside inside;
             EventTrackJLogger* tracker = EventTrackJLogger::getInstance();
             tracker->setTrackInfo(1, 0x10);
             Interpose::redirect(mKernelPath, mKernel);
@@ -156,28 +154,17 @@ class TrackFaultsTest : public ::testing::Test {
 
 TEST_F(TrackFaultsTest, OneFaultCostsAtMostOneResult) {
     EXPECT_EQ(live(), Outcome());
-    Faults::armWithoutFault();
+    Faults::arm({});
     EXPECT_EQ(live(), Outcome());
-    const std::vector<Faults::Site> sites = Faults::sites();
-    std::set<std::pair<Call, uintptr_t>> struckSites;
-    uint32_t struck = 0;
-    for (const Faults::Order& order : Faults::ordersFor(sites)) {
-        SCOPED_TRACE(Faults::nameOf(order.call) + " call " + std::to_string(order.nth) +
-                     ", error " + std::to_string(order.error));
-        Faults::arm(order);
+    Faults::tryEachFault([this](const Faults::Rule& rule) {
+        Faults::arm({rule});
         const Outcome outcome = live();
-        const bool isInterrupted = order.error == EINTR && order.call != Call::READ;
+        const bool isInterrupted = rule.error == EINTR && rule.call != Call::READ;
         EXPECT_LE(givenUp(outcome), isInterrupted ? 0 : 1);
         // It is consumed unless it cannot be opened or deleted.
-        EXPECT_TRUE(!outcome.halFileLeft || order.call == Call::FOPEN ||
-                    order.call == Call::ALLOCATE || order.call == Call::REMOVE);
+        EXPECT_TRUE(!outcome.halFileLeft || rule.call == Call::FOPEN || rule.call == Call::REMOVE);
         EXPECT_EQ(live(), Outcome()) << "once it is over";
-        ASSERT_FALSE(HasFailure());
-        struckSites.insert({order.call, order.address});
-        ++struck;
-    }
-    EXPECT_EQ(struckSites.size(), sites.size()) << "a fault at each site";
-    std::cout << struck << " sessions with a fault, at " << sites.size() << " call sites\n";
+    });
 }
 
 TEST_F(TrackFaultsTest, FaultsAtRandomChangeAndDoubleNothing) {

@@ -27,6 +27,7 @@
 #include "jlog/file/FileAloneJLogger.h"
 #include "support/Await.h"
 #include "support/ChildProcess.h"
+#include "support/Faults.h"
 #include "support/Interpose.h"
 #include "support/LogCapture.h"
 #include "support/Properties.h"
@@ -35,6 +36,8 @@
 namespace JCam::Utils::JLog::File {
 namespace {
 
+namespace Faults = Support::Faults;
+using Faults::Call;
 using Support::await;
 using Support::Ending;
 using Support::runChild;
@@ -534,7 +537,7 @@ TEST_F(CrashHookTest, DumpStepsOverInterruptedRecordsAndDamagedMemory) {
 }
 
 TEST_F(CrashHookTest, DumpGoesWithoutProbesWhereTheKernelHasNone) {
-    Support::Interpose::refuseProbes(true);
+    Faults::arm({{.call = Call::PROBE, .error = ENOSYS}});
     EXPECT_EQ(runChild([&] {
                   BufferingLogger logger;
                   logger.initHook();
@@ -760,7 +763,6 @@ TEST_F(CrashHookTest, DumpHoldsWhatHasNoFileOrNoConsumer) {
         action = onHeadLine;
         logger = new RunningLogger;  // as long as its process
         logger.load()->onInit();
-        Support::Interpose::refuseThreads(false);
         for (const char* text : {"one", "two", "three", "four"}) {
             logger.load()->log(text);
             logger.load()->fillBuffer();
@@ -775,8 +777,8 @@ TEST_F(CrashHookTest, DumpHoldsWhatHasNoFileOrNoConsumer) {
         });
         raise(SIGSEGV);
     };
+    Faults::arm({{.call = Call::THREAD, .error = EAGAIN}});
     EXPECT_EQ(runChild([&] {
-                  Support::Interpose::refuseThreads(true);
                   crashWith([] {
                       for (int i = 0; i < 10; ++i) {
                           logger.load()->fillBuffer();
@@ -790,6 +792,7 @@ TEST_F(CrashHookTest, DumpHoldsWhatHasNoFileOrNoConsumer) {
     EXPECT_THAT(texts, ElementsAre("one", "two", "three", "four", "five"));
     std::filesystem::remove(crashFiles(mFolder).at(0));
 
+    Faults::disarm();
     Support::Interpose::redirect("/data/vendor", mFolder.path("absent"));
     mProperties.set(kFolderProperty, mFolder.path("a/b"));
     EXPECT_EQ(runChild([&] {

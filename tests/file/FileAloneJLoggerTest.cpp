@@ -16,6 +16,7 @@
 
 #include "support/Await.h"
 #include "support/Descriptors.h"
+#include "support/Faults.h"
 #include "support/Interpose.h"
 #include "support/LogCapture.h"
 #include "support/Properties.h"
@@ -24,6 +25,8 @@
 namespace JCam::Utils::JLog::File {
 namespace {
 
+namespace Faults = Support::Faults;
+using Faults::Call;
 using Support::await;
 using Support::LogLine;
 using ::testing::Contains;
@@ -166,9 +169,9 @@ TEST_F(FileAloneJLoggerTest, IdleThreadWritesFewRecordsWithinItsInterval) {
         OpenLogger logger;
         logger.onInit();
         logger.log("few");
-        const Support::Interpose::Scope scope;
+        Faults::arm({});
         EXPECT_TRUE(await([&] {
-            return Support::Interpose::syncs() > 0 && mFolder.logText().ends_with("few\n");
+            return Faults::calls(Call::FSYNC) > 0 && mFolder.logText().ends_with("few\n");
         }));
         logger.onUninit();
         std::filesystem::remove_all(mFolder.path());
@@ -180,14 +183,15 @@ TEST_F(FileAloneJLoggerTest, FlushHasWrittenAndSyncedWhatWasLoggedBefore) {
     OpenLogger logger;
     logger.log("before the start");
     logger.onInit();
-    for (int i = 1; i <= 3; ++i) {
+    Faults::arm({});
+    for (uint32_t i = 1; i <= 3; ++i) {
         logger.log("flushed");
         logger.onFlush(60);
-        EXPECT_EQ(Support::splitLines(mFolder.logText()).size(), static_cast<size_t>(i + 1));
-        EXPECT_EQ(Support::Interpose::syncs(), i);
+        EXPECT_EQ(Support::splitLines(mFolder.logText()).size(), i + 1);
+        EXPECT_EQ(Faults::calls(Call::FSYNC), i);
     }
     logger.onFlush(60);
-    EXPECT_EQ(Support::Interpose::syncs(), 3) << "nothing to write";
+    EXPECT_EQ(Faults::calls(Call::FSYNC), 3U) << "nothing to write";
     logger.log("drained");
     logger.onUninit();
     EXPECT_THAT(mFolder.logText(), ::testing::EndsWith("drained\n"));
@@ -299,7 +303,7 @@ TEST_F(FileAloneJLoggerTest, MemoryReturnsAfterABurstAndThePoolIsEnoughForSmallO
     EXPECT_TRUE(await([&] { return logger.owned() == 4; }))
             << "the current buffer and a pool of three";
 
-    const int mapped = Support::Interpose::mappedBuffers();
+    Faults::arm({});
     for (int round = 0; round < 10; ++round) {
         for (int i = 0; i < 3; ++i) {
             logger.fillBuffer();
@@ -307,7 +311,7 @@ TEST_F(FileAloneJLoggerTest, MemoryReturnsAfterABurstAndThePoolIsEnoughForSmallO
         logger.onFlush(60);
         ASSERT_TRUE(await([&] { return logger.queued() == 0; }));
     }
-    EXPECT_EQ(Support::Interpose::mappedBuffers(), mapped);
+    EXPECT_EQ(Faults::calls(Call::MAP), 0U);
     EXPECT_EQ(logger.owned(), 4U);
 }
 
@@ -315,7 +319,9 @@ TEST_F(FileAloneJLoggerTest, PagesAreMadeAmongOtherWritersByAKernelOfAnyAge) {
     constexpr size_t kThreads = 4;
     constexpr size_t kLines = 10000;
     for (const bool oldKernel : {false, true}) {
-        Support::Interpose::refusePopulate(oldKernel);
+        if (oldKernel) {
+            Faults::arm({{.call = Call::ADVISE, .error = EINVAL}});
+        }
         OpenLogger logger;
         std::vector<std::thread> threads;
         for (size_t t = 0; t < kThreads; ++t) {
@@ -413,7 +419,7 @@ TEST_F(FileAloneJLoggerTest, WithoutAFileBuffersAreReportedAndRecycled) {
 }
 
 TEST_F(FileAloneJLoggerTest, WithoutAThreadTheNewestRecordsStayInBoundedMemory) {
-    Support::Interpose::refuseThreads(true);
+    Faults::arm({{.call = Call::THREAD, .error = EAGAIN}});
     OpenLogger logger;
     const size_t descriptors = Support::openDescriptors();
     logger.onInit();
@@ -428,7 +434,7 @@ TEST_F(FileAloneJLoggerTest, WithoutAThreadTheNewestRecordsStayInBoundedMemory) 
     logger.onUninit();
 
     // A later start finds what was kept, and one file open at a time.
-    Support::Interpose::refuseThreads(false);
+    Faults::disarm();
     logger.log("kept");
     logger.onInit();
     logger.onUninit();

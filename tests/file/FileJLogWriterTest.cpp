@@ -27,6 +27,8 @@
 namespace JCam::Utils::JLog::File {
 namespace {
 
+namespace Faults = Support::Faults;
+using Faults::Call;
 using Support::LogLine;
 using Support::Record;
 using ::testing::ElementsAre;
@@ -237,6 +239,7 @@ TEST_F(FileJLogWriterTest, FreeTextIsFormattedLikePrintf) {
 
 TEST_F(FileJLogWriterTest, TextIsWrittenOutWhenTheBufferIsNearlyFull) {
     ASSERT_TRUE(mWriter.open(true, "", false));
+    Faults::arm({});
     const auto written = [&] { return std::filesystem::file_size(path()); };
     mWriter.writeString("%s", std::string(23451, 'a').c_str());
     EXPECT_EQ(written(), 0U);
@@ -246,16 +249,16 @@ TEST_F(FileJLogWriterTest, TextIsWrittenOutWhenTheBufferIsNearlyFull) {
     EXPECT_EQ(written(), 23452U + 24575U);
     mWriter.writeString("d");
     EXPECT_EQ(written(), 23452U + 24575U);
-    EXPECT_EQ(Support::Interpose::syncs(), 0);
+    EXPECT_EQ(Faults::calls(Call::FSYNC), 0U);
     mWriter.flush(true);
     EXPECT_EQ(written(), 23452U + 24575U + 1);
-    EXPECT_EQ(Support::Interpose::syncs(), 1);
+    EXPECT_EQ(Faults::calls(Call::FSYNC), 1U);
     mWriter.flush(true);  // nothing to write, nothing to wait for
-    EXPECT_EQ(Support::Interpose::syncs(), 1);
+    EXPECT_EQ(Faults::calls(Call::FSYNC), 1U);
     mWriter.writeString("e");
     mWriter.close();
     EXPECT_EQ(written(), 23452U + 24575U + 2);
-    EXPECT_EQ(Support::Interpose::syncs(), 1);
+    EXPECT_EQ(Faults::calls(Call::FSYNC), 1U);
     EXPECT_EQ(mWriter.mFd, -1);
     mWriter.close();
 }
@@ -363,19 +366,13 @@ TEST_F(FileJLogWriterTest, RotatesAbove180MiBWithoutLosingOrSplittingALine) {
 TEST_F(FileJLogWriterTest, LostTextIsToldOnceForEveryReason) {
     ASSERT_TRUE(mWriter.open(true, "", false));
     const std::string failed = "FileJLogWriter: write failed " + path() + ", errno = ";
-    Support::Faults::armWithoutFault();
-    mWriter.writeString("whole\n");
-    mWriter.flush(false);
-    const std::vector<Support::Faults::Site> sites = Support::Faults::sites();
-    ASSERT_EQ(sites.size(), 1U);
     const auto loseText = [&](int error) {
-        Support::Faults::arm({sites[0].call, sites[0].address, 1, error});
+        Faults::arm({{.call = Call::WRITE, .error = error}});
         mWriter.writeString("lost\n");
         mWriter.flush(false);
-        Support::Faults::disarm();
+        Faults::disarm();
     };
-    for (const int error :
-         {Support::Faults::kShortWrite, ENOSPC, Support::Faults::kShortWrite, ENOSPC, EIO}) {
+    for (const int error : {Faults::kShortWrite, ENOSPC, Faults::kShortWrite, ENOSPC, EIO}) {
         loseText(error);
     }
     EXPECT_EQ(mLog.texts("FileJLogWriter: "),
@@ -477,7 +474,7 @@ TEST_F(FileJLogWriterTest, CleanUpPassesOverWhatItCannotDeleteInAFolderOfAnySize
         makeFile(mFolder.path(std::to_string(1000 - i)), kMiB / 2, i / 2);  // pairs of one age
     }
     const std::string oldest = mFolder.path("1000");
-    Support::Interpose::refuseUnlink(oldest);
+    Faults::arm({{.call = Call::UNLINK, .error = EPERM, .path = oldest.c_str()}});
     Support::Interpose::setFreeBytes(FileJLogWriter::kMinFreeBytes - 199 * kMiB);
     mWriter.reserveSpace(true);
     std::vector<std::string> left = {"1000"};

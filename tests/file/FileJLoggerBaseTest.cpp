@@ -23,6 +23,8 @@
 namespace JCam::Utils::JLog::File {
 namespace {
 
+namespace Faults = Support::Faults;
+using Faults::Call;
 using Support::LogLine;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
@@ -242,7 +244,9 @@ TEST_F(FileJLoggerBaseTest, TheFirstWriterOfANewBufferHasItsPagesMade) {
             << "the first buffer is made before anybody logs";
     for (const bool oldKernel : {false, true}) {
         SCOPED_TRACE(oldKernel);
-        Support::Interpose::refusePopulate(oldKernel);
+        if (oldKernel) {
+            Faults::arm({{.call = Call::ADVISE, .error = EINVAL}});
+        }
         OpenLogger logger;
         ASSERT_TRUE(logger.log(kBufferBytes));
         LogHeader* header = nullptr;
@@ -313,7 +317,7 @@ TEST_F(FileJLoggerBaseTest, MonotonicClockIsChosenByProperty) {
 TEST_F(FileJLoggerBaseTest, WithoutMemoryRecordsAreDroppedWithOneLineUntilItIsBack) {
     OpenLogger logger;
     ASSERT_TRUE(logger.log(kBufferBytes));
-    Support::Interpose::refuseBuffers(true);
+    Faults::arm({{.call = Call::MAP, .error = ENOMEM}});
     for (int i = 0; i < 3; ++i) {
         EXPECT_FALSE(logger.log(24));
     }
@@ -326,9 +330,9 @@ TEST_F(FileJLoggerBaseTest, WithoutMemoryRecordsAreDroppedWithOneLineUntilItIsBa
     EXPECT_TRUE(logger.log(kBufferBytes)) << "a recycled buffer needs no memory";
     EXPECT_FALSE(logger.log(24));
     EXPECT_EQ(mLog.lines().size(), 1U);
-    Support::Interpose::refuseBuffers(false);
+    Faults::disarm();
     EXPECT_TRUE(logger.log(kBufferBytes));
-    Support::Interpose::refuseBuffers(true);
+    Faults::arm({{.call = Call::MAP, .error = ENOMEM}});
     EXPECT_FALSE(logger.log(24));
     EXPECT_EQ(mLog.lines().size(), 2U) << "a new outage is news";
 }
@@ -388,17 +392,10 @@ TEST_F(FileJLoggerBaseTest, ARecordWithoutAClockHasTheTimeZero) {
     ASSERT_TRUE(logger.log(kBufferBytes));
     ASSERT_TRUE(logger.log(kBufferBytes));
     logger.recycleFront();
-    Support::Faults::armWithoutFault();
-    ASSERT_TRUE(logger.log(kBufferBytes));
-    logger.recycleFront();
-    for (const Support::Faults::Site& site : Support::Faults::sites()) {
-        if (site.call == Support::Faults::Call::CLOCK) {
-            Support::Faults::arm({site.call, site.address, 1, EINVAL});
-        }
-    }
+    Faults::arm({{.call = Call::CLOCK, .error = EINVAL}});
     ASSERT_TRUE(logger.log(sizeof(LogHeader)));
-    Support::Faults::disarm();
-    ASSERT_EQ(Support::Faults::struck(), 1U);
+    Faults::disarm();
+    ASSERT_EQ(Faults::struck(), 1U);
     const LogHeader& record = *recordsOf(logger.current()).at(0);
     EXPECT_EQ(record.timestamp.tv_sec, 0);
     EXPECT_EQ(record.timestamp.tv_nsec, 0);

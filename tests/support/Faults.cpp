@@ -1,14 +1,13 @@
 #include "support/Faults.h"
 
-#include <link.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <new>
+
+#include "support/ChildProcess.h"
 
 namespace JCam::Support::Faults {
 
@@ -16,39 +15,40 @@ namespace {
 
 struct Kind {
     const char* name;
-    std::vector<int> errors;
+    int errors[4];  // up to a 0
 };
 
-const Kind& kindOf(Call call) {
-    // In the order of Call.
-    static const std::array<Kind, static_cast<size_t>(Call::COUNT)> sKinds = {{
-            {"madvise", {EINVAL}},
-            {"malloc", {ENOMEM}},
-            {"clock_gettime", {EINVAL}},
-            {"close", {EINTR, EIO}},
-            {"getdents64", {ENOENT}},
-            {"fopen", {EACCES, ENOMEM}},
-            {"fsync", {EIO, EINTR}},
-            {"localtime_r", {EOVERFLOW}},
-            {"flock", {EINTR, ENOLCK}},
-            {"mkdir", {EACCES, EROFS, EEXIST}},
-            {"mmap", {ENOMEM}},
-            {"open", {EACCES, EMFILE, ENOSPC, EINTR}},
-            {"process_vm_readv", {ENOSYS, EPERM}},
-            {"read", {EINTR, EIO}},
-            {"remove", {EACCES}},
-            {"stat", {ENOENT, EACCES}},
-            {"statvfs", {EIO}},
-            {"pthread_create", {EAGAIN}},
-            {"unlink", {EACCES, EBUSY}},
-            {"munmap", {ENOMEM}},
-            {"gettimeofday", {EINVAL}},
-            {"write", {ENOSPC, EIO, EINTR, kShortWrite}},
-    }};
-    return sKinds[static_cast<size_t>(call)];
-}
+constexpr Kind kKinds[] = {
+        // In the order of Call.
+        {"new", {ENOMEM}},
+        {"madvise", {EINVAL}},
+        {"clock_gettime", {EINVAL}},
+        {"close", {EINTR, EIO}},
+        {"getdents64", {ENOENT}},
+        {"fopen", {EACCES, ENOMEM}},
+        {"fsync", {EIO, EINTR}},
+        {"localtime_r", {EOVERFLOW}},
+        {"flock", {EINTR, ENOLCK}},
+        {"mkdir", {EACCES, EROFS, EEXIST}},
+        {"mmap", {ENOMEM}},
+        {"open", {EACCES, EMFILE, ENOSPC, EINTR}},
+        {"process_vm_readv", {ENOSYS, EPERM}},
+        {"read", {EINTR, EIO}},
+        {"remove", {EACCES}},
+        {"stat", {ENOENT, EACCES}},
+        {"statvfs", {EIO}},
+        {"pthread_create", {EAGAIN}},
+        {"unlink", {EACCES, EBUSY}},
+        {"munmap", {ENOMEM}},
+        {"gettimeofday", {EINVAL}},
+        {"write", {ENOSPC, EIO, EINTR, kShortWrite}},
+};
+constexpr auto kCalls = static_cast<size_t>(Call::COUNT);
+static_assert(std::size(kKinds) == kCalls);
 
-enum class Mode : uint8_t { OFF, COUNTING, ONE, RANDOM };
+const Kind& kindOf(Call call) {
+    return kKinds[static_cast<size_t>(call)];
+}
 
 /// A site and its calls. The key has the address above the number of the call, so that one store
 /// makes both known; 0 is free.
@@ -57,81 +57,56 @@ struct Slot {
     std::atomic<uint32_t> calls{0};
 };
 
-uint64_t keyOf(Call call, uintptr_t address) {
-    return uint64_t{address} << 8 | static_cast<uint8_t>(call);
-}
+struct ActiveRule {
+    Rule rule;
+    std::atomic<uint32_t> calls{0};  // that it was about
 
-/// Orders and counters. Sequentially consistent: nothing here has to be fast.
+    [[nodiscard]] bool isAbout(Call call, uintptr_t site, const char* path) const {
+        return rule.call == call && (rule.site == 0 || rule.site == site) &&
+               (rule.path == nullptr || (path != nullptr && strcmp(rule.path, path) == 0));
+    }
+};
+
 struct State {
-    std::atomic<Mode> mode{Mode::OFF};
-    std::atomic<uint64_t> key{0};
-    std::atomic<uint32_t> nth{0};
-    std::atomic<int> error{0};
+    std::atomic<bool> isArmed{false};
+    // What the calls read once they find it armed.
+    std::array<ActiveRule, 4> rules;
+    size_t ruleCount{0};
+    uint32_t oneIn{0};  // 0: none at random
+    pid_t thread{0};
+
     std::atomic<uint64_t> seed{0};
-    std::atomic<uint32_t> oneIn{0};
-    std::atomic<pid_t> tid{0};  // 0: all threads
-    std::array<std::atomic<uint32_t>, static_cast<size_t>(Call::COUNT)> struck{};
+    std::array<std::atomic<uint32_t>, kCalls> struck{};
     std::array<Slot, 256> slots;
     std::atomic<Tape*> tape{nullptr};
 };
 
-/// Made before main(), and so before any child.
+/// Never unmapped: calls come until the process is gone.
 State& state() {
-    static auto* const sState = new (mmap(nullptr, sizeof(State), PROT_READ | PROT_WRITE,
-                                          MAP_SHARED | MAP_ANONYMOUS, -1, 0)) State;
+    static const auto& sState = *new Shared<State>;
     return *sState;
 }
 
-/// The code of the library.
-struct CodeRange {
-    uintptr_t begin{0};
-    uintptr_t end{0};
+/// Before any child is made, and before a signal handler needs it.
+const bool sIsMade = !state().isArmed;
 
-    CodeRange() {
-        dl_iterate_phdr(
-                [](dl_phdr_info* info, size_t /*size*/, void* result) {
-                    if (strstr(info->dlpi_name, "libjcam_jlog.so") == nullptr) {
-                        return 0;
-                    }
-                    for (int i = 0; i < info->dlpi_phnum; ++i) {
-                        const auto& segment = info->dlpi_phdr[i];
-                        if (segment.p_type == PT_LOAD && (segment.p_flags & PF_X) != 0) {
-                            auto* range = static_cast<CodeRange*>(result);
-                            range->begin = info->dlpi_addr + segment.p_vaddr;
-                            range->end = range->begin + segment.p_memsz;
-                        }
-                    }
-                    return 1;
-                },
-                this);
-    }
-};
-
-const CodeRange& libraryCode() {
-    static const CodeRange sRange;
-    return sRange;
+/// Adds to a counter. Relaxed: it must not put the threads that it counts in an order, which would
+/// hide their races from ThreadSanitizer.
+uint32_t count(std::atomic<uint32_t>& counter) {
+    return counter.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
-/// All of it before a signal handler may need it.
-const bool sPrepared =
-        libraryCode().begin != 0 && state().mode == Mode::OFF && !kindOf(Call::OPEN).errors.empty();
-
-thread_local int sInside = 0;
-
-bool isLibraryCall(Call call, uintptr_t caller) {
-    return call == Call::ALLOCATE ? sInside > 0
-                                  : caller >= libraryCode().begin && caller < libraryCode().end;
-}
-
-/// Counts a call, and returns its number; 0 when there is no slot left.
-uint32_t countCall(uint64_t key) {
+void countAt(uint64_t key) {
     for (Slot& slot : state().slots) {
-        uint64_t free = 0;
-        if (slot.key.load() == key || slot.key.compare_exchange_strong(free, key) || free == key) {
-            return ++slot.calls;
+        uint64_t found = slot.key.load(std::memory_order_relaxed);
+        if (found == key ||
+            (found == 0 &&
+             slot.key.compare_exchange_strong(found, key, std::memory_order_relaxed)) ||
+            found == key) {
+            count(slot.calls);
+            return;
         }
     }
-    return 0;
 }
 
 /// The next of a sequence of random numbers, which several threads may draw from.
@@ -142,52 +117,66 @@ uint64_t draw() {
     return x ^ (x >> 31);
 }
 
-void start(Mode mode) {
-    disarm();
+int errorByRules(Call call, uintptr_t site, const char* path) {
+    for (size_t i = 0; i < state().ruleCount; ++i) {
+        ActiveRule& active = state().rules[i];
+        if (active.isAbout(call, site, path)) {
+            const uint32_t nth = count(active.calls);
+            if (nth >= active.rule.first && nth - active.rule.first < active.rule.times) {
+                return active.rule.error;
+            }
+        }
+    }
+    return 0;
+}
+
+int errorAtRandom(Call call) {
+    if (state().oneIn == 0 || draw() % state().oneIn != 0) {
+        return 0;
+    }
+    const auto& errors = kindOf(call).errors;
+    return errors[draw() % static_cast<size_t>(std::find(errors, std::end(errors), 0) - errors)];
+}
+
+void startCounting() {
     for (Slot& slot : state().slots) {
         slot.key = 0;
         slot.calls = 0;
     }
     std::fill(state().struck.begin(), state().struck.end(), 0);
-    state().mode = mode;
+    state().isArmed = true;
 }
 
 }  // namespace
 
-const std::vector<int>& errorsOf(Call call) {
-    return kindOf(call).errors;
+std::string nameOf(const Rule& rule) {
+    return std::string(kindOf(rule.call).name) + " call " + std::to_string(rule.first) +
+           ", error " + std::to_string(rule.error);
 }
 
-std::string nameOf(Call call) {
-    return kindOf(call).name;
-}
-
-void arm(const Order& order) {
-    start(Mode::OFF);
-    state().key = keyOf(order.call, order.address);
-    state().nth = order.nth;
-    state().error = order.error;
-    state().mode = Mode::ONE;
+void arm(std::initializer_list<Rule> rules, pid_t thread) {
+    disarm();
+    for (const Rule& rule : rules) {
+        ActiveRule& active = state().rules.at(state().ruleCount++);
+        active.rule = rule;
+        active.calls = 0;
+    }
+    state().thread = thread;
+    startCounting();
 }
 
 void armAtRandom(uint64_t seed, uint32_t oneIn) {
-    start(Mode::OFF);
+    disarm();
     state().seed = seed;
     state().oneIn = oneIn;
-    state().mode = Mode::RANDOM;
-}
-
-void armWithoutFault() {
-    start(Mode::COUNTING);
-}
-
-void limitToThisThread() {
-    state().tid = gettid();
+    startCounting();
 }
 
 void disarm() {
-    state().mode = Mode::OFF;
-    state().tid = 0;
+    state().isArmed = false;
+    state().ruleCount = 0;
+    state().oneIn = 0;
+    state().thread = 0;
 }
 
 std::vector<Site> sites() {
@@ -200,10 +189,10 @@ std::vector<Site> sites() {
     return result;
 }
 
-uint32_t struck() {
+uint32_t calls(Call call) {
     uint32_t all = 0;
-    for (const auto& count : state().struck) {
-        all += count;
+    for (const Site& site : sites()) {
+        all += site.call == call ? site.calls : 0;
     }
     return all;
 }
@@ -212,24 +201,26 @@ uint32_t struck(Call call) {
     return state().struck[static_cast<size_t>(call)];
 }
 
-std::vector<Order> ordersFor(const std::vector<Site>& sites) {
-    std::vector<Order> orders;
+uint32_t struck() {
+    uint32_t all = 0;
+    for (const auto& count : state().struck) {
+        all += count;
+    }
+    return all;
+}
+
+std::vector<Rule> rulesFor(const std::vector<Site>& sites) {
+    std::vector<Rule> rules;
     for (const Site& site : sites) {
-        for (const int error : errorsOf(site.call)) {
-            for (uint32_t nth = 1; nth <= site.calls; nth += nth < 16 ? 1 : nth / 4) {
-                orders.push_back({site.call, site.address, nth, error});
+        for (const int error : kindOf(site.call).errors) {
+            for (uint32_t nth = 1; error != 0 && nth <= site.calls; nth += nth < 16 ? 1 : nth / 4) {
+                rules.push_back({site.call, error, nth, 1, site.address});
             }
         }
     }
-    return orders;
-}
-
-Inside::Inside() {
-    ++sInside;
-}
-
-Inside::~Inside() {
-    --sInside;
+    std::stable_partition(rules.begin(), rules.end(),
+                          [](const Rule& rule) { return rule.call == Call::ALLOCATE; });
+    return rules;
 }
 
 void Tape::clear() {
@@ -245,35 +236,26 @@ void record(Tape* tape) {
     state().tape = tape;
 }
 
-bool strikes(Call call, const void* caller) {
-    const Mode mode = sPrepared ? state().mode.load() : Mode::OFF;
-    const auto address = reinterpret_cast<uintptr_t>(caller);
-    if (mode == Mode::OFF || !isLibraryCall(call, address)) {
-        return false;
+int strike(Call call, const char* path, const void* caller) {
+    State& s = state();
+    if (!s.isArmed || (s.thread != 0 && s.thread != gettid())) {
+        return 0;
     }
-    if (const pid_t tid = state().tid; tid != 0 && tid != gettid()) {
-        return false;
-    }
-    const uint64_t key = keyOf(call, address);
-    const uint32_t nth = countCall(key);
-    int error = 0;
-    if (mode == Mode::ONE && key == state().key && nth == state().nth) {
-        error = state().error;
-    } else if (mode == Mode::RANDOM && draw() % state().oneIn == 0) {
-        const std::vector<int>& errors = errorsOf(call);
-        error = errors[draw() % errors.size()];
-    }
+    const auto site = reinterpret_cast<uintptr_t>(caller);
+    countAt(uint64_t{site} << 8 | static_cast<uint8_t>(call));
+    int error = errorByRules(call, site, path);
     if (error == 0) {
-        return false;
+        error = errorAtRandom(call);
     }
-    ++state().struck[static_cast<size_t>(call)];
-    errno = error;
-    return true;
+    if (error != 0) {
+        ++s.struck[static_cast<size_t>(call)];
+    }
+    return error;
 }
 
-void keepWrite(const void* caller, const void* bytes, size_t count, ssize_t accepted) {
-    Tape* tape = sPrepared ? state().tape.load() : nullptr;
-    if (tape == nullptr || !isLibraryCall(Call::WRITE, reinterpret_cast<uintptr_t>(caller))) {
+void keepWrite(const void* bytes, size_t count, ssize_t accepted) {
+    Tape* tape = state().tape;
+    if (tape == nullptr) {
         return;
     }
     const auto* text = static_cast<const char*>(bytes);

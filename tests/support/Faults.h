@@ -1,95 +1,85 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
-// Faults in the calls that the library itself makes of libc, whatever else the process does: a call
-// is known by the place in the library that makes it. Interpose.cpp puts them in. What is ordered
-// and what is counted lies in memory that children share. All functions may be called from any
-// thread; what the interposed functions call is signal-safe.
+// Faults in the calls that the library itself makes of libc, which Interpose.cpp asks for. A call
+// is known by the place in the library that makes it. Rules and counters lie in memory that
+// children share. Rules change while nothing of the library runs; what the library runs into is
+// signal-safe, and may be called from any thread.
 namespace JCam::Support::Faults {
 
 /// Functions in which there can be faults.
 enum class Call : uint8_t {
-    ADVISE,    // madvise
-    ALLOCATE,  // malloc and its kin, on a thread that is Inside
-    CLOCK,     // clock_gettime
-    CLOSE,     // also fclose; the descriptor is closed all the same, as on Linux
-    FOLDER,    // getdents64, which is what opendir and readdir ask for
-    FOPEN,
-    FSYNC,
-    LOCALTIME,
+    ALLOCATE,     // operator new
+    ADVISE,       // madvise
+    CLOCK,        // clock_gettime
+    CLOSE,        // also fclose; the descriptor is closed all the same, as on Linux
+    FOLDER,       // getdents64
+    FOPEN,        //
+    FSYNC,        //
+    LOCALTIME,    // localtime_r
     LOCK,         // flock
     MAKE_FOLDER,  // mkdir
-    MAP,          // mmap of a record buffer
-    OPEN,
-    PROBE,  // process_vm_readv
-    READ,   // also fgets
-    REMOVE,
-    STAT,
-    STATVFS,
-    THREAD,  // pthread_create
-    UNLINK,
-    UNMAP,       // munmap of a record buffer
-    WALL_CLOCK,  // gettimeofday
-    WRITE,
+    MAP,          // mmap, which the library calls for record buffers
+    OPEN,         //
+    PROBE,        // process_vm_readv
+    READ,         // also fgets
+    REMOVE,       //
+    STAT,         //
+    STATVFS,      //
+    THREAD,       // pthread_create
+    UNLINK,       //
+    UNMAP,        // munmap
+    WALL_CLOCK,   // gettimeofday
+    WRITE,        //
     COUNT,
 };
 
 /// In place of an errno: a write that takes half of what it is given.
 inline constexpr int kShortWrite = -1;
 
-/// The errors that a call is tried with.
-const std::vector<int>& errorsOf(Call call);
-std::string nameOf(Call call);
+/// Which calls fail, and how: this call, this time, once or for good.
+struct Rule {
+    Call call;
+    int error;                   // an errno, or kShortWrite
+    uint32_t first{1};           // of the calls that the rule is about, counted from 1
+    uint32_t times{UINT32_MAX};  // so many of them, from the first one on
+    uintptr_t site{0};           // only calls from this place in the library
+    const char* path{nullptr};   // only calls with this path, which outlives the rule
+};
+std::string nameOf(const Rule& rule);
 
-/// A place in the library, or for allocations wherever, from which a function was called.
+/// From here on calls are counted anew, and fail by these rules and no others. Only calls of
+/// `thread` count and fail if that is not 0.
+void arm(std::initializer_list<Rule> rules, pid_t thread = 0);
+/// The same, but every call fails once in `oneIn` calls or so.
+void armAtRandom(uint64_t seed, uint32_t oneIn);
+/// No call is counted, and none fails.
+void disarm();
+
+/// A place in the library from which a function was called.
 struct Site {
     Call call;
     uintptr_t address;
     uint32_t calls;
 };
-
-/// One fault: the `nth` call from a site, counted from 1.
-struct Order {
-    Call call;
-    uintptr_t address;
-    uint32_t nth;
-    int error;
-};
-
-/// From here on calls are counted anew, and the one that is ordered fails.
-void arm(const Order& order);
-/// The same; every call of the library fails once in `oneIn` calls or so.
-void armAtRandom(uint64_t seed, uint32_t oneIn);
-/// Calls are counted, and none fails.
-void armWithoutFault();
-/// From here on only calls of this thread are counted and fail.
-void limitToThisThread();
-/// No call is counted, and none fails.
-void disarm();
-
 /// The sites that were called from since calls are counted.
 std::vector<Site> sites();
-/// Faults since then, of all calls or of one.
-uint32_t struck();
+/// Calls of a function since then, and faults of one or of all.
+uint32_t calls(Call call);
 uint32_t struck(Call call);
+uint32_t struck();
 
-/// The orders for each error of each site: all of the first calls, and ever fewer of the later
-/// ones.
-std::vector<Order> ordersFor(const std::vector<Site>& sites);
-
-/// For a scope in which what this thread allocates is the library's doing.
-class Inside {
-  public:
-    Inside();
-    ~Inside();
-    Inside(const Inside&) = delete;
-    Inside& operator=(const Inside&) = delete;
-};
+/// A rule for each error of each site, allocations first: for all of the first calls, and ever
+/// fewer of the later ones.
+std::vector<Rule> rulesFor(const std::vector<Site>& sites);
 
 /// What the library has given to write(2), in that order, and how much of it was taken. To be put
 /// into memory that children share.
@@ -111,12 +101,12 @@ struct Tape {
 /// Keeps writes on `tape`; null for no more.
 void record(Tape* tape);
 
-// For the interposed functions.
+// For the functions that the library calls in place of libc's.
 
-/// Whether this call, from `caller`, is to fail; errno is set then, and left alone otherwise. With
-/// kShortWrite ordered errno becomes that.
-bool strikes(Call call, const void* caller);
-/// Keeps a write of the library.
-void keepWrite(const void* caller, const void* bytes, size_t count, ssize_t accepted);
+/// Counts a call. The error that it is to fail with, or 0. The caller of the function that this is
+/// called in is the site: a default argument belongs to whoever leaves it out.
+int strike(Call call, const char* path = nullptr, const void* caller = __builtin_return_address(0));
+/// Keeps a write.
+void keepWrite(const void* bytes, size_t count, ssize_t accepted);
 
 }  // namespace JCam::Support::Faults

@@ -127,13 +127,13 @@ TEST_F(ExceptionFilesTest, AMissingFileAndAFolderInItsPlaceHaveNoCode) {
 TEST_F(ExceptionFilesTest, AFileThatCannotBeLockedIsNotRead) {
     writeFile(kernelFile(), "1073807361_0_1");
     writeFile(kHalPath, "5");
-    Interpose::refuseLocks(2, ENOLCK);
+    Faults::arm({{.call = Faults::Call::LOCK, .error = ENOLCK, .times = 2}});
     EXPECT_EQ(mTracker->readKernelExceptionErrCode(), 0);
     EXPECT_EQ(mTracker->readHalExceptionErrCode(), 0);
     EXPECT_THAT(takeLines(), IsEmpty());
     EXPECT_FALSE(std::filesystem::exists(kHalPath));
 
-    Interpose::refuseLocks(3, EINTR);
+    Faults::arm({{.call = Faults::Call::LOCK, .error = EINTR, .times = 3}});
     EXPECT_EQ(mTracker->readKernelExceptionErrCode(), 0x10025001);
 }
 
@@ -141,8 +141,9 @@ TEST_F(ExceptionFilesTest, OneThreadReadsWhileTheFileIsLockedAndOthersGetNothing
     writeFile(kHalPath, "");
     FILE* const writer = fopen(kHalPath, "r+");
     ASSERT_EQ(flock(fileno(writer), LOCK_EX), 0);
+    Faults::arm({});
     std::thread reader([&] { EXPECT_EQ(mTracker->readExceptionErrCode(), 0x10025005); });
-    EXPECT_TRUE(Support::await([] { return Interpose::locks() == 2; }));
+    EXPECT_TRUE(Support::await([] { return Faults::calls(Faults::Call::LOCK) == 1; }));
     mLog.clear();
     EXPECT_EQ(mTracker->readExceptionErrCode(), 0);
     EXPECT_THAT(takeLines(), IsEmpty());
@@ -199,7 +200,7 @@ TEST_F(ExceptionFilesTest, NoFailureLeaksADescriptor) {
         mTracker->sensorProbeFailedFb();
         Interpose::redirect(kKernelPath, round % 2 == 0 ? kernelFile() : mFolder.path());
         writeFile(kHalPath, "1");
-        Interpose::refuseLocks(2, ENOLCK);
+        Faults::arm({{.call = Faults::Call::LOCK, .error = ENOLCK, .times = 2}});
         mTracker->clearData();
         mTracker->readExceptionErrCode();
         mTracker->readExceptionErrCode();

@@ -12,6 +12,7 @@
 #include <jlc/jlc_exception.h>
 
 #include "jlog/track/EventTrackJLogger.h"
+#include "support/Faults.h"
 #include "support/Interpose.h"
 #include "support/LogCapture.h"
 #include "support/Properties.h"
@@ -19,6 +20,7 @@
 
 namespace JCam::Utils::JLog::Track {
 
+namespace Faults = Support::Faults;
 namespace Interpose = Support::Interpose;
 
 /// Lines of the tracker on the Android log.
