@@ -3,13 +3,10 @@
 
 #include <android/log.h>
 
-#include <unistd.h>
+#include <cstring>
 
-#include <cstdio>
-
-#include <fstream>
-#include <ostream>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,124 +15,101 @@
 
 #include "jlog/DefaultJLogger.h"
 #include "jlog/JLogInitializer.h"
+#include "jlog/track/EventTrackJLogger.h"
 
 namespace JCam::Utils::JLog {
 namespace {
 
-using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
-struct Line {
-    char letter;
-    std::string tag;
-    std::string text;
-
-    bool operator==(const Line&) const = default;
-};
-
-void PrintTo(const Line& line, std::ostream* out) {
-    *out << line.letter << '/' << line.tag << ": " << line.text;
-}
-
-/// Reads a line of either layout: that of today's liblog, which is logcat's, or that of its
-/// predecessor, "TAG L MM-DD hh:mm:ss PID TID TEXT".
-Line parse(const std::string& text) {
+/// Makes "LETTER/TAG: TEXT" of a line of either layout: that of today's liblog, which is logcat's,
+/// or that of its predecessor, "TAG L MM-DD hh:mm:ss PID TID TEXT".
+std::string parse(const std::string& line) {
     static const std::regex kLogcat(
             R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +\d+ +\d+ ([VDIWEF]) (.*?) *: (.*))");
     static const std::regex kOlder(R"((.*?) ([VDIWEF]) \d\d-\d\d \d\d:\d\d:\d\d +\d+ +\d+ (.*))");
-    std::smatch match;
-    if (std::regex_match(text, match, kLogcat)) {
-        return {match.str(1).front(), match.str(2), match.str(3)};
-    }
-    if (std::regex_match(text, match, kOlder)) {
-        return {match.str(2).front(), match.str(1), match.str(3)};
-    }
-    return {'?', "", text};
+    return std::regex_match(line, kLogcat) ? std::regex_replace(line, kLogcat, "$1/$2: $3")
+                                           : std::regex_replace(line, kOlder, "$2/$1: $3");
 }
 
 class AndroidLogTest : public ::testing::Test {
   protected:
-    AndroidLogTest() : mStderr(dup(STDERR_FILENO)) {
-        mPath = ::testing::TempDir() + "android_log." + std::to_string(getpid());
-        EXPECT_NE(freopen(mPath.c_str(), "w", stderr), nullptr);
+    AndroidLogTest() {
+        ::testing::internal::CaptureStderr();
         __android_log_set_logger(__android_log_stderr_logger);
         __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     }
-    ~AndroidLogTest() override {
-        static_cast<void>(fflush(stderr));
-        dup2(mStderr, STDERR_FILENO);
-        close(mStderr);
-        unlink(mPath.c_str());
-    }
 
-    /// The lines so far.
-    std::vector<Line> lines() {
-        static_cast<void>(fflush(stderr));
-        std::vector<Line> result;
-        std::ifstream in(mPath);
-        for (std::string text; std::getline(in, text);) {
-            result.push_back(parse(text));
+    /// What was printed. For one call.
+    static std::vector<std::string> lines() {
+        std::vector<std::string> result;
+        std::istringstream printed(::testing::internal::GetCapturedStderr());
+        for (std::string line; std::getline(printed, line);) {
+            result.push_back(parse(line));
         }
         return result;
     }
 
     DefaultJLogger mLogger;
-
-  private:
-    std::string mPath;
-    int mStderr;
 };
 
 TEST_F(AndroidLogTest, EnterAndExitArePrintedWithTheModulesName) {
-    mLogger.onLogEnter(MODULE_PREVIEW, "open", 12);
-    mLogger.onLogExit(0x40, "open", 4294967295);
-    EXPECT_THAT(lines(), ElementsAre(Line{'D', "JLOG", "open R[12] M[Preview : 4] +"},
-                                     Line{'D', "JLOG", "open R[4294967295] M[(null) : 40] -"}));
+    for (const unsigned int module : {0x0U, 0x1U, 0x2U, 0x4U, 0x8U, 0x10U, 0x20U, 0x6U, 0x40U}) {
+        mLogger.onLogEnter(module, "open", 12);
+    }
+    mLogger.onLogExit(0xFFFFFFFF, "100%s", 4294967295);
+    EXPECT_THAT(
+            lines(),
+            ElementsAre("D/JLOG: open R[12] M[MODULE_INVALID : 0] +",
+                        "D/JLOG: open R[12] M[DEFAULT : 1] +", "D/JLOG: open R[12] M[Common : 2] +",
+                        "D/JLOG: open R[12] M[Preview : 4] +",
+                        "D/JLOG: open R[12] M[Capture : 8] +", "D/JLOG: open R[12] M[Video : 10] +",
+                        "D/JLOG: open R[12] M[FeatureSAT : 20] +",
+                        "D/JLOG: open R[12] M[(null) : 6] +", "D/JLOG: open R[12] M[(null) : 40] +",
+                        "D/JLOG: 100%s R[4294967295] M[(null) : ffffffff] -"));
 }
 
 TEST_F(AndroidLogTest, DetailsArePrintedAtThePriorityOfTheirLevelUnderTheCallersTag) {
     for (uint32_t level = 0; level <= 7; ++level) {
-        mLogger.onLogDetails(MODULE_PREVIEW, "IspNode", static_cast<JLogLevel>(level), "100% %s",
-                             7);
+        mLogger.onLogDetails(MODULE_PREVIEW, "IspNode", static_cast<JLogLevel>(level), "100%n", 5);
     }
-    EXPECT_THAT(lines(), ElementsAre(Line{'E', "IspNode", "100% %s"},  //
-                                     Line{'W', "IspNode", "100% %s"},  //
-                                     Line{'I', "IspNode", "100% %s"},  //
-                                     Line{'D', "IspNode", "100% %s"},  //
-                                     Line{'D', "IspNode", "100% %s"},  //
-                                     Line{'V', "IspNode", "100% %s"}));
-}
-
-TEST_F(AndroidLogTest, TextsAreCutAfter1023BytesAndMayBeEmpty) {
+    // Texts are cut after 1023 bytes, and may be empty.
     const std::string text(3000, 'x');
-    mLogger.onLogDetails(MODULE_PREVIEW, "IspNode", LEVEL_INFO, text.c_str(), text.size());
-    mLogger.onLogDetails(MODULE_PREVIEW, "IspNode", LEVEL_INFO, "", 0);
-    EXPECT_THAT(lines(),
-                ElementsAre(Line{'I', "IspNode", text.substr(0, 1023)}, Line{'I', "IspNode", ""}));
-}
-
-TEST_F(AndroidLogTest, WhatIsBelowTheMinimumIsNotPrinted) {
+    mLogger.onLogDetails(MODULE_PREVIEW, "Cut", LEVEL_INFO, text.c_str(), text.size());
+    mLogger.onLogDetails(MODULE_PREVIEW, "Empty", LEVEL_INFO, "", 0);
+    mLogger.onLogDetails(MODULE_PREVIEW, "Null", LEVEL_INFO, nullptr, 5);
     __android_log_set_minimum_priority(ANDROID_LOG_WARN);
     EXPECT_EQ(__android_log_is_loggable(ANDROID_LOG_INFO, "IspNode", ANDROID_LOG_VERBOSE), 0);
     EXPECT_EQ(__android_log_is_loggable(ANDROID_LOG_WARN, "IspNode", ANDROID_LOG_VERBOSE), 1);
-    mLogger.onLogEnter(MODULE_PREVIEW, "open", 12);
-    mLogger.onLogDetails(MODULE_PREVIEW, "IspNode", LEVEL_INFO, "info", 4);
-    EXPECT_THAT(lines(), IsEmpty());
-    mLogger.onLogDetails(MODULE_PREVIEW, "IspNode", LEVEL_WARN, "warn", 4);
-    EXPECT_THAT(lines(), ElementsAre(Line{'W', "IspNode", "warn"}));
+    mLogger.onLogDetails(MODULE_PREVIEW, "Filtered", LEVEL_INFO, "text", 4);
+    EXPECT_THAT(lines(), ElementsAre("E/IspNode: 100%n", "W/IspNode: 100%n", "I/IspNode: 100%n",
+                                     "D/IspNode: 100%n", "D/IspNode: 100%n", "V/IspNode: 100%n",
+                                     "I/Cut: " + text.substr(0, 1023), "I/Empty: ", "I/Null: "));
 }
 
-TEST_F(AndroidLogTest, TheWholeWayFromTheInitializerToTheLog) {
+TEST_F(AndroidLogTest, TheFrontEndLogsBeforeDuringAndAfterAnInitializer) {
+    const auto log = [](const char* text) {
+        JLogger::logNormalDetails(MODULE_PREVIEW, "IspNode", LEVEL_ERROR, text, strlen(text));
+    };
+    EXPECT_FALSE(JLogger::isLogDetailsEnabled(0xFFFFFFFF, JLogLevel{}));
+    EXPECT_FALSE(JLogger::isModeEnabled(0xFFFFFFFF));
+    log("before");
     {
         const JLogInitializer initializer(0);
-        JLogger::logNormalDetails(MODULE_PREVIEW, "IspNode", LEVEL_ERROR, "through the front end",
-                                  21);
+        log("through the front end");
     }
-    EXPECT_THAT(lines(), AllOf(Contains(Line{'D', "JLOG", "new JLogInitializerImpl"}),
-                               Contains(Line{'E', "IspNode", "through the front end"}),
-                               Contains(Line{'D', "JLOG", "delete JLogInitializerImpl"})));
+    log("after");
+    EXPECT_THAT(lines(), ::testing::IsSupersetOf({"E/IspNode: before", "E/IspNode: after",
+                                                  "D/JLOG: new JLogInitializerImpl",
+                                                  "E/IspNode: through the front end",
+                                                  "D/JLOG: delete JLogInitializerImpl"}));
+}
+
+TEST_F(AndroidLogTest, AnAbsentLogCollectorIsAFailedRaise) {
+    // This program is linked without one.
+    Track::EventTrackJLogger::getInstance()->camJlcRaiseException(0x10025005);
+    EXPECT_THAT(lines(), Contains("E/EventTrackJLogger: jlc_raise_exception failed"));
 }
 
 }  // namespace

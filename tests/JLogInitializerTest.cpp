@@ -1,12 +1,13 @@
 #include "jlog/JLogInitializer.h"
 
 #include <memory>
+#include <string>
 #include <typeinfo>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <android/log.h>
 
 #include "jlog/DefaultJLogger.h"
 #include "jlog/file/FileAloneJLogger.h"
@@ -22,112 +23,109 @@
 namespace JCam::Utils::JLog {
 namespace {
 
-using Support::LogLine;
-using ::testing::AllOf;
-using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
-using Settings = std::vector<std::pair<const char*, const char*>>;
+using File::FileAloneJLogger;
+using File::FileMergeJLogger;
+template <typename Logger>
+using WithTrace = MultiJLogger<Logger, TraceJLogger>;
 
-// Kinds of build, and what may be set beside them.
-const Settings kPre = {{"ro.build.release_type", "true"},
-                       {"ro.build.version.ota", "PKX_11_PRE_0042"}};
-const Settings kDailyPre = {{"ro.build.release_type", "true"}, {"ro.jovix.dailyota", "true"}};
-const Settings kMarket = {{"ro.build.release_type", "true"}};
-const Settings kConfidential = {{"ro.build.release_type", "true"},
-                                {"ro.version.confidential", "true"}};
-const std::pair<const char*, const char*> kPanic = {"persist.sys.assert.panic", "true"};
-const std::pair<const char*, const char*> kLao = {"persist.sys.camera.lao.enable", "true"};
-const std::pair<const char*, const char*> kForceLog = {"jovix.autotest.camera.debug.forcelog",
-                                                       "true"};
-const std::pair<const char*, const char*> kAging = {"ro.jovix.image.my_engineering.type", "aging"};
+using Setting = std::pair<const char*, const char*>;
+using Settings = std::vector<Setting>;
+
+// Kinds of build.
+const Setting kRelease = {"ro.build.release_type", "true"};
+const Settings kEngineering = {};
+const Settings kMarket = {kRelease};
+const Settings kPre = {kRelease, {"ro.build.version.ota", "PKX_11_PRE_0042"}};
+const Settings kDailyPre = {kRelease, {"ro.jovix.dailyota", "true"}};
+const Settings kConfidential = {kRelease, {"ro.version.confidential", "true"}};
+
+// What may be set beside them.
+const Setting kPanic = {"persist.sys.assert.panic", "true"};
+const Setting kLao = {"persist.sys.camera.lao.enable", "true"};
+const Setting kForceLog = {"jovix.autotest.camera.debug.forcelog", "true"};
+const Setting kAging = {"ro.jovix.image.my_engineering.type", "aging"};
 constexpr char kMode[] = "vendor.debug.camera.jlog.mode";
 constexpr char kUserLevel[] = "persist.vendor.jovix.camera.log_level";
 
-Settings operator+(Settings settings, const Settings& more) {
-    settings.insert(settings.end(), more.begin(), more.end());
-    return settings;
-}
+class Applied : public Support::Properties {
+  public:
+    explicit Applied(const Settings& build, const Settings& others = {}) {
+        for (const Settings& settings : {build, others}) {
+            for (const auto& [key, value] : settings) {
+                set(key, value);
+            }
+        }
+    }
+};
 
 /// Every test begins with the statics of a freshly loaded library.
 class JLogInitializerTest : public ::testing::Test {
   protected:
-    JLogInitializerTest() {
-        Support::resetPolicy();
-        mProperties.set("vendor.debug.camera.ulog.folder", mFolder.path());
-    }
+    JLogInitializerTest() { Support::resetPolicy(); }
     ~JLogInitializerTest() override {
         EXPECT_EQ(JLogInitializerImpl::sInited, 0);
         Support::resetPolicy();
     }
 
-    static std::unique_ptr<Support::Properties> apply(const Settings& settings) {
-        auto properties = std::make_unique<Support::Properties>();
-        for (const auto& [key, value] : settings) {
-            properties->set(key, value);
+    /// The lines since the last call, as "PRIORITY/TAG: TEXT".
+    std::vector<std::string> takeLines() {
+        std::vector<std::string> lines;
+        for (const Support::LogLine& line : mLog.lines()) {
+            lines.push_back(::testing::PrintToString(line));
         }
-        return properties;
+        mLog.clear();
+        return lines;
     }
 
     Support::LogCapture mLog;
     Support::TempFolder mFolder;
-    Support::Properties mProperties;
+    Support::Properties mProperties{{"vendor.debug.camera.ulog.folder", mFolder.path()}};
 };
 
 TEST_F(JLogInitializerTest, StartUpConfigurationFollowsBuildMaskAndProperties) {
     struct Row {
-        const char* what;
-        Settings settings;
+        Settings build, settings;
         int mask;
         uint32_t mode, level;
         bool lao;
     };
     const Row rows[] = {
-            {"engineering", {}, 0, 0x01, 1, false},
-            {"engineering, jlog", {}, 1, 0x02, 1, false},
-            {"engineering, other mask bits", {}, 6, 0x01, 1, false},
-            {"engineering, jlog, aging", {kAging}, 1, 0x02, 5, false},
-            {"engineering, aging without a file", {kAging}, 0, 0x01, 1, false},
-            {"not quite true", {{"ro.build.release_type", "TRUE"}}, 1, 0x02, 1, false},
-            {"pre", kPre, 0, 0x11, 3, true},
-            {"pre, jlog, allowed", kPre, 5, 0x02, 3, true},
-            {"pre, jlog, not allowed", kPre, 3, 0x01, 3, true},
-            {"pre, jlog, allowed, aging", kPre + Settings{kAging}, 5, 0x02, 5, true},
-            {"daily pre", kDailyPre, 0, 0x11, 3, true},
-            {"lower-case pre is market",
-             {{"ro.build.release_type", "true"}, {"ro.build.version.ota", "pre"}},
-             0,
-             0x01,
-             3,
-             false},
-            {"market", kMarket, 0, 0x01, 3, false},
-            {"market, lao and panic", kMarket + Settings{kLao, kPanic}, 0, 0x11, 3, true},
-            {"market, lao alone", kMarket + Settings{kLao}, 0, 0x01, 3, false},
-            {"market, jlog, not allowed", kMarket, 1, 0x01, 3, false},
-            {"market, jlog, allowed", kMarket, 3, 0x02, 3, false},
-            {"market, jlog, allowed, aging", kMarket + Settings{kAging}, 3, 0x02, 5, false},
-            {"market takes no own file", kMarket + Settings{{kMode, "20"}}, 3, 0x02, 3, false},
-            {"neither", kConfidential, 0, 0x01, 1, false},
-            {"neither, user level", kConfidential + Settings{{kUserLevel, "4"}}, 0, 0x01, 6, false},
-            {"neither, lao and panic", kConfidential + Settings{kLao, kPanic}, 0, 0x11, 3, true},
-            {"neither, forced", kConfidential + Settings{kForceLog, kPanic}, 1, 0x02, 3, false},
-            {"neither, forced without panic", kConfidential + Settings{kForceLog}, 1, 0x02, 1,
-             false},
-            {"neither, jlog, aging", kConfidential + Settings{kAging}, 1, 0x02, 5, false},
-            {"mode 0 forces the level", {{kMode, "0"}, {kUserLevel, "4"}}, 1, 0x01, 1, false},
-            {"mode 5 is none", {{kMode, "5"}, {kUserLevel, "0"}}, 1, 0x01, 2, false},
-            {"mode 0x15 is none", {{kMode, "0x15"}}, 1, 0x01, 1, false},
-            {"negative mode is none", {{kMode, "-1"}}, 1, 0x01, 1, false},
-            {"user level 2", {{kUserLevel, "2"}}, 0, 0x01, 3, false},
-            {"user level 3", {{kUserLevel, "3"}}, 0, 0x01, 5, false},
-            {"user level 1", {{kUserLevel, "1"}}, 0, 0x01, 1, false},
-            {"user level 7", {{kUserLevel, "7"}}, 0, 0x01, 1, false},
+            {kEngineering, {}, 0, 0x01, 1, false},
+            {kEngineering, {}, 1, 0x02, 1, false},
+            {kEngineering, {}, 6, 0x01, 1, false},
+            {kEngineering, {kAging}, 1, 0x02, 5, false},
+            {kEngineering, {kAging}, 0, 0x01, 1, false},
+            {kEngineering, {{kRelease.first, "TRUE"}}, 1, 0x02, 1, false},
+            {kPre, {}, 0, 0x11, 3, true},
+            {kPre, {}, 5, 0x02, 3, true},
+            {kPre, {}, 3, 0x01, 3, true},
+            {kDailyPre, {}, 0, 0x11, 3, true},
+            {kMarket, {{"ro.build.version.ota", "pre"}}, 0, 0x01, 3, false},
+            {kMarket, {kLao, kPanic}, 0, 0x11, 3, true},
+            {kMarket, {kLao}, 0, 0x01, 3, false},
+            {kMarket, {}, 1, 0x01, 3, false},
+            {kMarket, {}, 3, 0x02, 3, false},
+            {kMarket, {kAging}, 3, 0x02, 5, false},
+            {kMarket, {{kMode, "20"}}, 3, 0x02, 3, false},
+            {kConfidential, {}, 0, 0x01, 1, false},
+            {kConfidential, {{kUserLevel, "4"}}, 0, 0x01, 6, false},
+            {kConfidential, {kLao, kPanic}, 0, 0x11, 3, true},
+            {kConfidential, {kForceLog, kPanic}, 1, 0x02, 3, false},
+            {kConfidential, {kForceLog}, 1, 0x02, 1, false},
+            // Mode 0 forces the level, other modes that are none do not.
+            {kEngineering, {{kMode, "0"}, {kUserLevel, "4"}}, 1, 0x01, 1, false},
+            {kEngineering, {{kMode, "5"}, {kUserLevel, "0"}}, 1, 0x01, 2, false},
+            {kEngineering, {{kMode, "-1"}, {kUserLevel, "2"}}, 1, 0x01, 3, false},
+            {kEngineering, {{kUserLevel, "3"}}, 0, 0x01, 5, false},
+            {kEngineering, {{kUserLevel, "1"}}, 0, 0x01, 1, false},
+            {kEngineering, {{kUserLevel, "7"}}, 0, 0x01, 1, false},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.what);
+        SCOPED_TRACE("row " + std::to_string(&row - rows));
         Support::resetPolicy();
-        const auto properties = apply(row.settings);
+        const Applied properties(row.build, row.settings);
         const JLogInitializer initializer(row.mask);
         EXPECT_EQ(JLogger::sMode, row.mode);
         EXPECT_EQ(JLogger::sLevel, row.level);
@@ -142,20 +140,28 @@ TEST_F(JLogInitializerTest, ModeChoosesTheLogger) {
     struct Row {
         const char* mode;
         const std::type_info& logger;
+        bool defaultOnly, defaultEnabled, file;
     };
-    for (const Row& row :
-         {Row{"1", typeid(DefaultJLogger)}, Row{"2", typeid(File::FileMergeJLogger)},
-          Row{"4", typeid(File::FileAloneJLogger)}, Row{"16", typeid(TraceJLogger)},
-          Row{"0x11", typeid(MultiJLogger<DefaultJLogger, TraceJLogger>)},
-          Row{"0x12", typeid(MultiJLogger<File::FileMergeJLogger, TraceJLogger>)},
-          Row{"0x14", typeid(MultiJLogger<File::FileAloneJLogger, TraceJLogger>)},
-          Row{"3", typeid(DefaultJLogger)}, Row{"0x13", typeid(DefaultJLogger)}}) {
+    for (const Row& row : {
+                 Row{"1", typeid(DefaultJLogger), true, true, false},
+                 Row{"2", typeid(FileMergeJLogger), false, false, true},
+                 Row{"4", typeid(FileAloneJLogger), false, false, true},
+                 Row{"16", typeid(TraceJLogger), false, false, false},
+                 Row{"0x11", typeid(WithTrace<DefaultJLogger>), false, true, false},
+                 Row{"0x12", typeid(WithTrace<FileMergeJLogger>), false, false, true},
+                 Row{"0x14", typeid(WithTrace<FileAloneJLogger>), false, false, true},
+                 Row{"3", typeid(DefaultJLogger), true, true, false},
+                 Row{"0x13", typeid(DefaultJLogger), true, true, false},
+         }) {
         SCOPED_TRACE(row.mode);
-        const auto properties = apply({{kMode, row.mode}});
+        const Applied properties(kEngineering, {{kMode, row.mode}});
         {
             const JLogInitializer initializer(0);
             JLogger* logger = JLogger::getLogger();
             EXPECT_EQ(typeid(*logger), row.logger);
+            EXPECT_EQ(JLogger::isDefaultModeOnly(), row.defaultOnly);
+            EXPECT_EQ(JLogger::isDefaultModeEnabled(), row.defaultEnabled);
+            EXPECT_EQ(JLogger::isFileModeEnabled(), row.file);
         }
         EXPECT_EQ(JLogger::getLogger(), getDefaultJLogger());
     }
@@ -163,122 +169,91 @@ TEST_F(JLogInitializerTest, ModeChoosesTheLogger) {
 }
 
 TEST_F(JLogInitializerTest, SaysWhatItDecides) {
+    JLogger::sDebugLevel = 1;
     {
-        const JLogInitializer first(0);
+        const Applied market(kMarket, {kAging, {kMode, "18"}});
+        const JLogInitializer first(3);
         const JLogInitializer second(7);
     }
-    const std::string policy =
-            "propRelease: false, propVersion:  , propPanic: false, propLao: false, "
-            "propForcelog: false, propConfidential: false, secLogEnable: 0, sDefaultLogLevel: 0";
-    EXPECT_THAT(mLog.lines(),
-                ElementsAre(LogLine{ANDROID_LOG_ERROR, "JLOG", "jlog enable mask:0"},
-                            LogLine{ANDROID_LOG_INFO, "JLOG", "jlog is disabled"},
-                            LogLine{ANDROID_LOG_INFO, "JLogInit", policy},
-                            LogLine{ANDROID_LOG_INFO, "JLOG",
-                                    "[JLogInit] jlogLevel:1 jlogMode:0x1 "
-                                    "jlogFilter:0xFFFFFFFFFFFFFFFF"},
-                            LogLine{ANDROID_LOG_DEBUG, "JLOG", "new JLogInitializerImpl"},
-                            LogLine{ANDROID_LOG_DEBUG, "JLOG", "new JLogInitializerImpl"},
-                            LogLine{ANDROID_LOG_DEBUG, "JLOG", "delete JLogInitializerImpl"},
-                            LogLine{ANDROID_LOG_DEBUG, "JLOG", "delete JLogInitializerImpl"}));
-
-    mLog.clear();
-    JLogger::sDebugLevel = 1;
-    const auto market = apply(kMarket + Settings{kAging, {kMode, "18"}});
-    { const JLogInitializer initializer(3); }
-    EXPECT_THAT(
-            mLog.lines(),
-            ElementsAre(
-                    LogLine{ANDROID_LOG_ERROR, "JLOG", "jlog enable mask:3"},
-                    LogLine{ANDROID_LOG_INFO, "JLOG", "jlog is enabled"},
-                    LogLine{ANDROID_LOG_INFO, "JLogInit",
-                            "propRelease: true, propVersion:  , propPanic: false, propLao: false, "
-                            "propForcelog: false, propConfidential: false, secLogEnable: 0, "
-                            "sDefaultLogLevel: 3"},
-                    LogLine{ANDROID_LOG_INFO, "JLOG", "market version: ulogEnable: 1"},
-                    LogLine{ANDROID_LOG_DEBUG, "JLogInit", "isAgingVer:1"},
-                    LogLine{ANDROID_LOG_INFO, "JLOG", "aging version,set ulog level D"},
-                    LogLine{ANDROID_LOG_DEBUG, "JLOG",
-                            "[JLogInit] logLevelDefault:5, getDefaultJLogLevel:3, jlogLevel:5"},
-                    LogLine{ANDROID_LOG_DEBUG, "ULog", "init"},
-                    LogLine{ANDROID_LOG_INFO, "JLOG",
-                            "[JLogInit] jlogLevel:5 jlogMode:0x2 jlogFilter:0xFFFFFFFFFFFFFFFF"},
-                    LogLine{ANDROID_LOG_DEBUG, "JLOG", "new JLogInitializerImpl"},
-                    LogLine{ANDROID_LOG_DEBUG, "ULog", "uninit"},
-                    LogLine{ANDROID_LOG_DEBUG, "JLOG", "delete JLogInitializerImpl"}));
-    EXPECT_TRUE(JLogInitializerImpl::sJlogEnable4Market);
-}
-
-TEST_F(JLogInitializerTest, SaysWhatAPreReleaseBuildAndTheFilterMean) {
-    const auto pre = apply(kDailyPre + Settings{{"vendor.debug.camera.jlog.filter", "0x6"}});
-    const JLogInitializer initializer(1);
+    EXPECT_THAT(takeLines(),
+                ElementsAre("6/JLOG: jlog enable mask:3", "4/JLOG: jlog is enabled",
+                            "4/JLogInit: propRelease: true, propVersion:  , propPanic: false, "
+                            "propLao: false, propForcelog: false, propConfidential: false, "
+                            "secLogEnable: 0, sDefaultLogLevel: 3",
+                            "4/JLOG: market version: ulogEnable: 1", "3/JLogInit: isAgingVer:1",
+                            "4/JLOG: aging version,set ulog level D",
+                            "3/JLOG: [JLogInit] logLevelDefault:5, getDefaultJLogLevel:3, "
+                            "jlogLevel:5",
+                            "3/ULog: init",
+                            "4/JLOG: [JLogInit] jlogLevel:5 jlogMode:0x2 "
+                            "jlogFilter:0xFFFFFFFFFFFFFFFF",
+                            "3/JLOG: new JLogInitializerImpl", "3/JLOG: new JLogInitializerImpl",
+                            "3/JLOG: delete JLogInitializerImpl", "3/ULog: uninit",
+                            "3/JLOG: delete JLogInitializerImpl"));
+    Support::resetPolicy();
+    const Applied pre(kPre, {{kMode, "2"}, {"vendor.debug.camera.jlog.filter", "0x6"}});
+    const JLogInitializer initializer(2);
     EXPECT_THAT(mLog.texts(),
-                AllOf(Contains("pre version: ulogEnable: 0"),
-                      Contains("[JLogInit] jlogLevel:3 jlogMode:0x1 jlogFilter:0x6")));
-    EXPECT_EQ(JLogger::sFilter, 0x6U);
+                ::testing::IsSupersetOf({"jlog is disabled", "pre version: ulogEnable: 0",
+                                         "[JLogInit] jlogLevel:3 jlogMode:0x1 jlogFilter:0x6"}));
 }
 
 TEST_F(JLogInitializerTest, LaoFlagOfTheHostCountsOnlyOnEngineeringBuilds) {
-    JLogInitializer::setCamLaoEnable(true);
-    {
+    for (const bool market : {false, true}) {
+        JLogInitializer::setCamLaoEnable(true);
+        const Applied properties(market ? kMarket : kEngineering);
         const JLogInitializer initializer(0);
-        EXPECT_EQ(JLogger::sMode, 0x11U);
+        EXPECT_EQ(JLogger::sMode, market ? 0x01U : 0x11U);
     }
-    const auto properties = apply(kMarket);
-    const JLogInitializer initializer(0);
-    EXPECT_EQ(JLogger::sMode, 0x01U);
     JLogInitializer::setIsReleaseVer(false);
     EXPECT_FALSE(JLogInitializerImpl::sReleaseVer);
 }
 
 TEST_F(JLogInitializerTest, UpdateLogLevelFollowsTheBuild) {
-    const std::pair<const char*, const char*> usbUser = {"persist.sys.log.user", "0"};
-    const std::pair<const char*, const char*> enable1 = {"vendor.debug.cameralog.enable", "1"};
-    const std::pair<const char*, const char*> enable2 = {"vendor.debug.cameralog.enable", "2"};
+    const Setting usbUser = {"persist.sys.log.user", "0"};
+    const Setting enable1 = {"vendor.debug.cameralog.enable", "1"};
+    const Setting enable2 = {"vendor.debug.cameralog.enable", "2"};
+    const Settings engineering = {{kUserLevel, "0"}};
     struct Row {
-        const char* what;
         Settings build, settings;
         uint32_t level;
     };
     const Row rows[] = {
-            {"market, USB capture", kMarket, {usbUser, kPanic}, 5},
-            {"market, user alone", kMarket, {usbUser}, 3},
-            {"market, panic alone", kMarket, {kPanic}, 3},
-            {"market ignores the switch", kMarket, {enable1}, 3},
-            {"pre, switch", kPre, {enable2}, 5},
-            {"pre, panic", kPre, {kPanic}, 5},
-            {"pre", kPre, {}, 3},
-            {"engineering, switch at 1", {{kUserLevel, "0"}}, {enable1}, 5},
-            {"engineering, switch at 2", {{kUserLevel, "0"}}, {enable2}, 2},
-            {"engineering, panic", {{kUserLevel, "0"}}, {enable2, kPanic}, 5},
-            {"engineering", {{kUserLevel, "0"}}, {}, 2},
+            {kMarket, {usbUser, kPanic}, 5},
+            {kMarket, {usbUser}, 3},
+            {kMarket, {kPanic}, 3},
+            {kMarket, {enable1}, 3},
+            {kPre, {enable2}, 5},
+            {kPre, {kPanic}, 5},
+            {kPre, {}, 3},
+            {engineering, {enable1}, 5},
+            {engineering, {enable2}, 2},
+            {engineering, {enable2, kPanic}, 5},
+            {engineering, {}, 2},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.what);
+        SCOPED_TRACE("row " + std::to_string(&row - rows));
         Support::resetPolicy();
-        const auto build = apply(row.build);
+        const Applied build(row.build);
         const JLogInitializer initializer(0);
         JLogger::setLevel(LEVEL_VERBOSE);
-        const auto settings = apply(row.settings);
+        const Applied settings(row.settings);
         mLog.clear();
         JLogInitializer::updateLogLevel();
         EXPECT_EQ(JLogger::getDetailsLevel(), row.level);
+        EXPECT_EQ(mLog.count("bCapsuleInUsbMode:"), JLogInitializerImpl::sMarketVer ? 1U : 0U);
         // The message shows what was asked for: 0 stands for the initial level.
-        const uint32_t asked = row.level == 2 ? 0 : row.level;
-        EXPECT_EQ(mLog.lines().back(), (LogLine{ANDROID_LOG_ERROR, "JLogInit",
-                                                "updateLogLevel:" + std::to_string(asked)}));
-        const bool market = JLogInitializerImpl::sMarketVer;
-        EXPECT_EQ(mLog.count("bCapsuleInUsbMode:"), market ? 1U : 0U);
+        EXPECT_EQ(takeLines().back(),
+                  "6/JLogInit: updateLogLevel:" + std::to_string(row.level == 2 ? 0 : row.level));
     }
 }
 
 TEST_F(JLogInitializerTest, LoggerLivesUntilTheLastInitializerInAnyOrder) {
-    const auto properties = apply({{kMode, "4"}});
+    const Applied properties(kEngineering, {{kMode, "4"}});
     auto first = std::make_unique<JLogInitializer>(0);
     auto second = std::make_unique<JLogInitializer>(0);
     JLogger* logger = JLogger::getLogger();
     first.reset();
-    EXPECT_EQ(JLogger::getLogger(), logger);
     JLogger::logEnter(MODULE_VIDEO, "still running", 1);
     auto third = std::make_unique<JLogInitializer>(0);
     second.reset();
@@ -287,7 +262,7 @@ TEST_F(JLogInitializerTest, LoggerLivesUntilTheLastInitializerInAnyOrder) {
     third.reset();
     EXPECT_EQ(JLogger::getLogger(), getDefaultJLogger());
     EXPECT_EQ(mLog.count("File ULogger stopped"), 1U);
-    EXPECT_THAT(mFolder.logText(), HasSubstr(" +  :still running #1\n"));
+    EXPECT_THAT(mFolder.logText(), ::testing::HasSubstr(" +  :still running #1\n"));
     EXPECT_EQ(JLogger::sMode, 0x04U) << "mode and level stay";
 
     { const JLogInitializer again(0); }

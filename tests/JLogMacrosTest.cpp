@@ -13,16 +13,14 @@
 #include <gtest/gtest.h>
 
 #include "jlog/DefaultJLogger.h"
+#include "support/Policy.h"
 #include "support/RecordingLogger.h"
 
-#define HUNDRED                                                                                    \
-    "01234567890123456789012345678901234567890123456789012345678901234567890123456789012345678901" \
-    "23456789"
-#define KILOBYTE                                                                            \
-    HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED HUNDRED \
-            "the last ones of all"
-
 namespace JCam::Utils::JLog {
+
+/// Declared and nowhere defined: a call that is compiled in does not link.
+int nowhereDefined();
+
 namespace {
 
 using ::testing::ElementsAre;
@@ -35,8 +33,10 @@ const char* tagOfThisFile() {
 // "%m" is not ISO C++; Android has it like every other libc that this runs on.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat"
-void logErrno() {
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+void logErrnoAndFormat(const std::string& format) {
     JLOGI(MODULE_PREVIEW, "%d %m", errno);
+    JLOGI(MODULE_PREVIEW, format.c_str(), wint_t{INT_MAX});
 }
 #pragma GCC diagnostic pop
 
@@ -55,8 +55,7 @@ class JLogMacrosTest : public ::testing::Test {
     }
     ~JLogMacrosTest() override {
         JLogger::sJLogger = getDefaultJLogger();
-        JLogger::setLevel(0);
-        JLogger::setFilter(0);
+        Support::resetPolicy();
     }
 
     /// Counts its calls.
@@ -98,21 +97,7 @@ TEST_F(JLogMacrosTest, ArgumentsOfAnUnwantedCallAreNotEvaluated) {
     EXPECT_THAT(mCalls, ElementsAre("log: details 4 'IspNode' 3 '4' 1"));
 }
 
-TEST_F(JLogMacrosTest, AnArgumentMayHaveACallInIt) {
-    const auto inner = [](int value) {
-        JLOGI(MODULE_PREVIEW, "inner");
-        return value;
-    };
-    JLOGI(MODULE_PREVIEW, "%d %d", inner(1), [] {
-        JLOGE(MODULE_VIDEO, "innermost");
-        return 2;
-    }());
-    EXPECT_THAT(mCalls, ::testing::UnorderedElementsAre("log: details 4 'IspNode' 3 'inner' 5",
-                                                        "log: details 16 'IspNode' 1 'innermost' 9",
-                                                        "log: details 4 'IspNode' 3 '1 2' 3"));
-}
-
-TEST_F(JLogMacrosTest, AModuleMayBeAnythingThatIsANumber) {
+TEST_F(JLogMacrosTest, IsOneStatementWithAnyModuleAndCallsInItsArguments) {
     enum class Scoped : uint64_t { VIDEO = MODULE_VIDEO };
     constexpr auto kModule = MODULE_PREVIEW;
     static const Sensor sSensors[] = {{MODULE_VIDEO, MODULE_PREVIEW}};
@@ -126,18 +111,21 @@ TEST_F(JLogMacrosTest, AModuleMayBeAnythingThatIsANumber) {
     JLOGI(Scoped::VIDEO, "scoped");
     JLOGI(shared, "atomic");
     EXPECT_EQ(mCalls.size(), 7U);
-}
+    mCalls.clear();
 
-TEST_F(JLogMacrosTest, IsOneStatement) {
     // NOLINTBEGIN(readability-braces-around-statements): that is what is tested
     for (const bool wanted : {true, false}) {
         if (wanted)
-            JLOGI(MODULE_PREVIEW, "first branch");
+            JLOGI(MODULE_PREVIEW, "%d", [] {
+                JLOGI(MODULE_PREVIEW, "inner");
+                return 1;
+            }());
         else
             JLOGI(MODULE_PREVIEW, "second branch");
     }
     // NOLINTEND(readability-braces-around-statements)
-    EXPECT_THAT(mCalls, ElementsAre("log: details 4 'IspNode' 3 'first branch' 12",
+    EXPECT_THAT(mCalls, ElementsAre("log: details 4 'IspNode' 3 'inner' 5",
+                                    "log: details 4 'IspNode' 3 '1' 1",
                                     "log: details 4 'IspNode' 3 'second branch' 13"));
 }
 
@@ -146,47 +134,38 @@ TEST_F(JLogMacrosTest, TextIsCutAfter1023BytesAndErrnoIsTheCallers) {
     errno = ENOENT;
     JLOGI(MODULE_PREVIEW, "%s", longest.c_str());
     JLOGI(MODULE_PREVIEW, "%sy", longest.c_str());
-    logErrno();
     // No multibyte character: the text cannot be made, and errno says so.
     JLOGI(MODULE_PREVIEW, "wide %lc", wint_t{INT_MAX});
-    JLOGI(MODULE_PREVIEW, "%lc" KILOBYTE, wint_t{INT_MAX});
     EXPECT_EQ(errno, ENOENT);
-    const std::string whole = "log: details 4 'IspNode' 3 '" + longest + "' 1023";
-    EXPECT_THAT(mCalls, ElementsAre(whole, whole,
-                                    "log: details 4 'IspNode' 3 '2 No such file or directory' 27",
-                                    "log: details 4 'IspNode' 3 'wide %lc' 8",
-                                    "log: details 4 'IspNode' 3 '" +
-                                            std::string("%lc" KILOBYTE, 1023) + "' 1023"));
+    logErrnoAndFormat("%lc" + longest);
+    const std::string head = "log: details 4 'IspNode' 3 '";
+    EXPECT_THAT(mCalls, ElementsAre(head + longest + "' 1023", head + longest + "' 1023",
+                                    head + "wide %lc' 8", head + "2 No such file or directory' 27",
+                                    head + "%lc" + longest.substr(3) + "' 1023"));
 }
 
 TEST_F(JLogMacrosTest, ARateLimitSaysHowManyCallsItHeldBack) {
     const std::string longest(1023, 'x');
-    const auto log = [&](int64_t ms) { JLOGW_EVERY_MS(MODULE_VIDEO, ms, "%s", longest.c_str()); };
-    log(0);
-    for (int i = 0; i < 12; ++i) {
-        log(3'600'000);
+    const auto log = [&](int64_t ms) {
+        JLOGW_EVERY_MS(MODULE_VIDEO, ms, "%s", (evaluate(), longest.c_str()));
+    };
+    for (const int64_t ms : {0, 3'600'000, 3'600'000, 0}) {
+        log(ms);
     }
-    log(0);
     JLogger::setLevel(LEVEL_ERROR);
     log(0);
     JLogger::setLevel(LEVEL_WARN);
     log(0);
-    const std::string whole = "log: details 16 'IspNode' 2 '" + longest + "' 1023";
-    EXPECT_THAT(mCalls, ElementsAre(whole,
-                                    "log: details 16 'IspNode' 2 '" + longest.substr(0, 1008) +
-                                            " (12 held back)' 1023",
-                                    whole));
-    mCalls.clear();
-    for (int i = 0; i < 3; ++i) {
-        JLOGE_EVERY_MS(MODULE_VIDEO, 3'600'000, "%d", evaluate());
-    }
-    EXPECT_EQ(mEvaluated, 1);
+    const std::string head = "log: details 16 'IspNode' 2 '";
+    EXPECT_THAT(mCalls, ElementsAre(head + longest + "' 1023",
+                                    head + longest.substr(0, 1009) + " (2 held back)' 1023",
+                                    head + longest + "' 1023"));
+    EXPECT_EQ(mEvaluated, 3);
 }
 
 TEST(JLogRateLimit, AccountsForEveryCallOfEveryThread) {
     JLogRateLimit limit;
-    std::atomic<unsigned int> admitted{0};
-    std::atomic<unsigned int> told{0};
+    std::atomic<unsigned int> accounted{0};
     constexpr unsigned int kThreads = 4;
     constexpr unsigned int kCalls = 20000;
     std::vector<std::thread> threads;
@@ -195,8 +174,7 @@ TEST(JLogRateLimit, AccountsForEveryCallOfEveryThread) {
             for (unsigned int call = 0; call < kCalls; ++call) {
                 unsigned int heldBack = 0;
                 if (limit.admit(1, heldBack)) {
-                    ++admitted;
-                    told += heldBack;
+                    accounted += 1 + heldBack;
                 }
             }
         });
@@ -206,7 +184,56 @@ TEST(JLogRateLimit, AccountsForEveryCallOfEveryThread) {
     }
     unsigned int heldBack = 0;
     ASSERT_TRUE(limit.admit(0, heldBack));
-    EXPECT_EQ(admitted + told + heldBack, kThreads * kCalls);
+    EXPECT_EQ(accounted + heldBack, kThreads * kCalls);
+}
+
+TEST_F(JLogMacrosTest, ScopesAreLeftInTurnAndAskTheFilterOnce) {
+    {
+        const int frame = -1;
+        JLOG_SCOPE(MODULE_PREVIEW, "outer", frame);
+        JLOG_SCOPE(MODULE_CAPTURE, "unwanted", 8);
+        {
+            JLOG_SCOPE(MODULE_VIDEO, nullptr, INT64_C(0x100000009));
+            JLOG_FUNCTION_SCOPE(MODULE_VIDEO, 1);
+            JLogger::setFilter(MODULE_CAPTURE);
+        }
+        mCalls.emplace_back("between");
+    }
+    EXPECT_THAT(mCalls,
+                ElementsAre("log: enter 4 'outer' 4294967295", "log: enter 16 '' 9",
+                            "log: enter 16 'TestBody' 1", "log: exit 16 'TestBody' 1",
+                            "log: exit 16 '' 9", "between", "log: exit 4 'outer' 4294967295"));
+}
+
+TEST_F(JLogMacrosTest, AScopeIsOfLevelDebugWhereTheAndroidLogIsInstalled) {
+    const auto wants = [](unsigned int mode, JLogLevel level, JLogger* logger) {
+        JLogger::setMode(mode);
+        JLogger::setLevel(level);
+        JLogger::sJLogger = logger;
+        EXPECT_FALSE(JLogger::wantsScope(MODULE_CAPTURE));
+        return JLogger::wantsScope(MODULE_PREVIEW);
+    };
+    EXPECT_FALSE(wants(MODE_DEFAULT, LEVEL_DEBUG_HIGH, getDefaultJLogger()));
+    EXPECT_TRUE(wants(MODE_DEFAULT, LEVEL_DEBUG, getDefaultJLogger()));
+    EXPECT_FALSE(wants(MODE_DEFAULT | MODE_TRACE, LEVEL_INFO, &mLogger));
+    EXPECT_TRUE(wants(MODE_DEFAULT | MODE_TRACE, LEVEL_VERBOSE, &mLogger));
+    EXPECT_TRUE(wants(MODE_FILE_ALONE | MODE_TRACE, LEVEL_ERROR, &mLogger));
+    // After the last initializer.
+    EXPECT_FALSE(wants(MODE_FILE_ALONE, LEVEL_INFO, getDefaultJLogger()));
+}
+
+// From here on as in a source that sets it beforehand.
+#undef JLOG_MAX_LEVEL
+#define JLOG_MAX_LEVEL 3
+
+TEST_F(JLogMacrosTest, CallsAboveTheCeilingLeaveNoCodeBehind) {
+    JLogger::setLevel(LEVEL_VERBOSE);
+    JLOGI(MODULE_PREVIEW, "kept");
+    JLOG_DETAILS(MODULE_PREVIEW, LEVEL_DEBUG_HIGH, "%d", nowhereDefined());
+    JLOGD_EVERY_MS(MODULE_PREVIEW, 1000, "%d", nowhereDefined());
+    { JLOG_SCOPE(MODULE_PREVIEW, "scope", evaluate()); }
+    EXPECT_EQ(mEvaluated, 0);
+    EXPECT_THAT(mCalls, ElementsAre("log: details 4 'IspNode' 3 'kept' 4"));
 }
 
 }  // namespace
