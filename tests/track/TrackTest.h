@@ -1,8 +1,11 @@
 #pragma once
 
+#include <barrier>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -30,27 +33,61 @@ inline Support::LogLine error(const std::string& text) {
 inline Support::LogLine info(const std::string& text) {
     return {ANDROID_LOG_INFO, "EventTrackJLogger", text};
 }
-inline Support::LogLine debug(const std::string& text) {
-    return {ANDROID_LOG_DEBUG, "EventTrackJLogger", text};
-}
 
 /// Runs `body` on `count` threads at once, each with its number.
-void runThreads(int count, const std::function<void(int)>& body);
+inline void runThreads(int count, const std::function<void(int)>& body) {
+    std::barrier gate(count);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; i++) {
+        threads.emplace_back([&, i] {
+            gate.arrive_and_wait();
+            body(i);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
 
 /// A fresh tracker in a working directory of its own, with a client package, at a fixed time, with
 /// a feedback node that is a file, and with a log collector that keeps its records.
 class TrackTest : public ::testing::Test {
+  public:
+    /// The log collector.
+    static int raise(const JlcExceptionRecord& record) {
+        {
+            const std::lock_guard<std::mutex> lock(sTest->mMutex);
+            sTest->mRecords.push_back(record);
+        }
+        sTest->mOnRaise();
+        return sTest->mAnswer;
+    }
+
   protected:
     static constexpr int64_t kNow = 1'700'000'000;
 
-    TrackTest();
-    ~TrackTest() override;
+    TrackTest() {
+        sTest = this;
+        std::filesystem::current_path(mFolder.path());
+        Interpose::redirect("/proc/cam_kern_fb", node());
+        Interpose::setWallClock(kNow);
+        EventTrackJLogger::releaseInstance();
+        mTracker = EventTrackJLogger::getInstance();
+        mLog.clear();
+    }
+    ~TrackTest() override {
+        EventTrackJLogger::releaseInstance();
+        std::filesystem::current_path("/");
+    }
 
     [[nodiscard]] std::string node() const { return mFolder.path("cam_kern_fb"); }
 
     /// The lines since the last call.
-    std::vector<Support::LogLine> takeLines();
-    [[nodiscard]] Support::LogLine lastLine() const;
+    std::vector<Support::LogLine> takeLines() {
+        std::vector<Support::LogLine> lines = mLog.lines();
+        mLog.clear();
+        return lines;
+    }
 
     Support::LogCapture mLog;
     Support::TempFolder mFolder;
@@ -59,13 +96,13 @@ class TrackTest : public ::testing::Test {
     EventTrackJLogger* mTracker;
 
     /// What the collector does before it answers, and its answer. Set while no thread raises.
-    std::function<void()> mOnRaise;
+    std::function<void()> mOnRaise = [] {};
     int mAnswer = 0;
-    std::vector<JlcExceptionRecord> mRecords;  // guarded by mRecordsMutex while threads raise
+    std::vector<JlcExceptionRecord> mRecords;  // guarded by mMutex while threads raise
 
   private:
-    friend int ::jlc_raise_exception(JlcExceptionRecord* record);
-    std::mutex mRecordsMutex;
+    static inline TrackTest* sTest;  // the one that runs
+    std::mutex mMutex;
 };
 
 }  // namespace JCam::Utils::JLog::Track
