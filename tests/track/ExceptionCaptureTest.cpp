@@ -109,16 +109,5 @@ TEST_F(ExceptionCaptureTest, EachPersistentCodeOfManyThreadsIsHandedOutOnce) {
     }
 }
 
-TEST_F(ExceptionCaptureTest, TheCollectorMayCallTheTracker) {
-    int handedOut = 0;
-    mOnRaise = [&] {
-        mTracker->clearData();
-        handedOut = EventTrackJLogger::getInstance()->readPersistentErrCode();
-        mTracker->sendHalExcepFbData(0x10025100, nullptr);
-    };
-    mTracker->caughtPersistentErrCode(1, 0);
-    EXPECT_EQ(handedOut, 0x10025100);
-}
-
 }  // namespace
 }  // namespace JCam::Utils::JLog::Track

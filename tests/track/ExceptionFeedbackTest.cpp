@@ -33,7 +33,7 @@ TEST_F(ExceptionFeedbackTest, TheCollectorGetsOneRecordPerException) {
     ASSERT_EQ(mRecords.size(), 1U);
     EXPECT_EQ(memcmp(mRecords.data(), expected, sizeof(expected)), 0);
 
-    mAnswer = -3;
+    mOnRaise = [] { return -3; };
     mTracker->camJlcRaiseException(0xFFFFFFFF);
     EXPECT_EQ(takeLines().back(), error("jlc_raise_exception failed"));
     // Only camera exceptions reach it.
@@ -119,13 +119,22 @@ TEST_F(ExceptionFeedbackTest, ThreadsWithOneCodeSendOnePayload) {
     }
 }
 
-TEST_F(ExceptionFeedbackTest, ANodeThatIsBusyHoldsNobodyElseBack) {
-    // What another thread would do while the first payload is being written.
+TEST_F(ExceptionFeedbackTest, NothingIsLockedWhileTheCollectorOrTheNodeIsBusy) {
+    // What another thread would do meanwhile.
+    int handedOut = 0;
+    mOnRaise = [&] {
+        mTracker->clearData();
+        handedOut = EventTrackJLogger::getInstance()->readPersistentErrCode();
+        return 0;
+    };
     Interpose::onWrite([](int) {
         Interpose::onWrite(nullptr);
         EventTrackJLogger::getInstance()->sendHalExcepFbData(0x10025500, "the same");
         EventTrackJLogger::getInstance()->sendHalExcepFbData(0x10025501, "another");
     });
+    mTracker->caughtPersistentErrCode(1, 0);
+    EXPECT_EQ(handedOut, 0x10025100);
+    mLog.clear();
     mTracker->sendHalExcepFbData(0x10025500, "first");
     EXPECT_THAT(mLog.texts(),
                 ElementsAre(HasSubstr("= first"), StartsWith("skip"), HasSubstr("= another")));

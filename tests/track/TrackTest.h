@@ -59,8 +59,7 @@ class TrackTest : public ::testing::Test {
             const std::lock_guard<std::mutex> lock(sTest->mMutex);
             sTest->mRecords.push_back(record);
         }
-        sTest->mOnRaise();
-        return sTest->mAnswer;
+        return sTest->mOnRaise();
     }
 
   protected:
@@ -95,9 +94,8 @@ class TrackTest : public ::testing::Test {
     Interpose::Scope mScope;
     EventTrackJLogger* mTracker;
 
-    /// What the collector does before it answers, and its answer. Set while no thread raises.
-    std::function<void()> mOnRaise = [] {};
-    int mAnswer = 0;
+    /// What the collector does, and its answer. Set while no thread raises.
+    std::function<int()> mOnRaise = [] { return 0; };
     std::vector<JlcExceptionRecord> mRecords;  // guarded by mMutex while threads raise
 
   private:
