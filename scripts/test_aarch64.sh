@@ -17,7 +17,6 @@ fi
 skipped=(
     "CrashHookTest.DumpStepsOverInterruptedRecordsAndDamagedMemory: no process_vm_readv"
     "FileJLoggerBaseTest.TheFirstWriterOfANewBufferHasItsPagesMade: ignores MADV_POPULATE_WRITE"
-    "JLoggerDeathTest.DebugLevelIsReadWhenTheLibraryIsLoaded: no execve of a program that it emulates"
     "StatsReportTest.TheServiceIsLookedForUntilItIsDeclared: no execve of a program that it emulates"
 )
 
