@@ -1,13 +1,8 @@
 #include "jlog/file/FileAloneJLogger.h"
 
-#include <unistd.h>
-
 #include <csignal>
 #include <filesystem>
-#include <functional>
-#include <map>
 #include <regex>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,20 +14,24 @@
 #include "support/Faults.h"
 #include "support/Interpose.h"
 #include "support/LogCapture.h"
+#include "support/OpenLogger.h"
 #include "support/Properties.h"
 #include "support/TempFolder.h"
 
 namespace JCam::Utils::JLog::File {
 namespace {
 
+namespace fs = std::filesystem;
 namespace Faults = Support::Faults;
+namespace Interpose = Support::Interpose;
 using Faults::Call;
 using Support::await;
 using Support::LogLine;
+using Support::RunningLogger;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
-using ::testing::HasSubstr;
+using ::testing::SizeIs;
 
 constexpr char kTag[] = "FileAloneJLogger";
 constexpr char kFolderProperty[] = "vendor.debug.camera.ulog.folder";
@@ -40,32 +39,12 @@ constexpr char kIntervalProperty[] = "vendor.debug.camera.jlog.flushms";
 constexpr char kUnableToOpen[] =
         "Unable to open file. Please disable SELinux and restart camerahalserver. !!!";
 
-/// Opens up what a crash hook or a slow writer would use.
-class OpenLogger : public FileAloneJLogger {
-  public:
-    using FileAloneJLogger::allocLogSpace;
-    using FileAloneJLogger::publish;
-
-    size_t queued() {
-        const JLogLock lock(mMutex);
-        return mFullBuffers.size();
+/// Logs records that fill a buffer each; the last one stays the current buffer.
+void fillBuffers(RunningLogger& logger, int buffers) {
+    for (int i = 0; i < buffers; ++i) {
+        ASSERT_TRUE(logger.logBytes(kBufferBytes));
     }
-    /// All buffers that the logger owns.
-    size_t owned() {
-        const JLogLock lock(mMutex);
-        return mFullBuffers.size() + mEmptyBuffers.size() + (mCurrent.get() != nullptr ? 1 : 0);
-    }
-    void log(const std::string& text) {
-        onLogDetails(1, "Test", LEVEL_INFO, text.c_str(), text.size());
-    }
-    /// Fills the current buffer to its end, so that the next record retires it.
-    void fillBuffer() {
-        LogHeader* header = nullptr;
-        Buffer* buffer = nullptr;
-        ASSERT_TRUE(allocLogSpace(kBufferBytes, &header, &buffer, nullptr));
-        publish(header, buffer, RECORD_INCOMPLETE);
-    }
-};
+}
 
 class FileAloneJLoggerTest : public ::testing::Test {
   protected:
@@ -80,7 +59,7 @@ class FileAloneJLoggerTest : public ::testing::Test {
     static void showStatusLines() { __android_log_set_minimum_priority(ANDROID_LOG_DEBUG); }
 
     Support::LogCapture mLog;
-    Support::Interpose::Scope mInterpose;
+    Interpose::Scope mInterpose;
     Support::TempFolder mFolder;
     Support::Properties mProperties;
 };
@@ -88,43 +67,33 @@ class FileAloneJLoggerTest : public ::testing::Test {
 TEST_F(FileAloneJLoggerTest, StartsWithAnEmptyFileAndSaysSo) {
     mProperties.set(kFolderProperty, mFolder.path("logs"));
     mProperties.set("vendor.debug.camera.jlog.hookne", "0");  // which the thread may find or not
-    OpenLogger logger;
+    RunningLogger logger;
     logger.onInit();
-    ASSERT_EQ(std::filesystem::is_directory(mFolder.path("logs")), true);
     logger.onUninit();
-    const std::string file =
-            std::filesystem::directory_iterator(mFolder.path("logs"))->path().string();
-    EXPECT_EQ(std::filesystem::file_size(file), 0U);
+    const std::string file = fs::directory_iterator(mFolder.path("logs"))->path().string();
+    EXPECT_EQ(fs::file_size(file), 0U);
+    logger.onUninit();  // which does nothing
     EXPECT_THAT(mLog.lines(),
                 ElementsAre(LogLine{ANDROID_LOG_INFO, kTag, "Write ulog to " + file},
                             LogLine{ANDROID_LOG_INFO, kTag,
                                     "File ULogger is running; flushInterval = 1000 ms, neHook = 0"},
                             LogLine{ANDROID_LOG_INFO, kTag, "File ULogger stopped"}));
-    logger.onUninit();
-    EXPECT_EQ(mLog.lines().size(), 3U) << "stopping a stopped logger does nothing";
 }
 
 TEST_F(FileAloneJLoggerTest, AFileThatIsDeletedWhileOpenIsFollowedByTheNext) {
-    const auto deleteFile = [](const std::filesystem::path& file) {
-        std::filesystem::remove(file);
-    };
-    const auto deleteFolder = [](const std::filesystem::path& file) {
-        std::filesystem::remove_all(file.parent_path());
-    };
-    const auto replaceFolder = [](const std::filesystem::path& file) {
-        std::filesystem::remove_all(file.parent_path());
-        std::filesystem::create_directory(file.parent_path());
-    };
-    for (const std::function<void(const std::filesystem::path&)>& disturb :
-         std::vector<std::function<void(const std::filesystem::path&)>>{deleteFile, deleteFolder,
-                                                                        replaceFolder}) {
+    enum Disturbance { DELETE_FILE, DELETE_FOLDER, REPLACE_FOLDER };
+    for (const Disturbance disturbance : {DELETE_FILE, DELETE_FOLDER, REPLACE_FOLDER}) {
+        SCOPED_TRACE(disturbance);
         mLog.clear();
-        OpenLogger logger;
+        RunningLogger logger;
         logger.onInit();
         logger.log("before");
         logger.onFlush(60);
         const std::string first = mFolder.path(mFolder.names().at(0));
-        disturb(first);
+        fs::remove_all(disturbance == DELETE_FILE ? first : mFolder.path());
+        if (disturbance == REPLACE_FOLDER) {
+            fs::create_directory(mFolder.path());
+        }
         logger.log("after");
         logger.onFlush(60);
         logger.log("later");
@@ -136,28 +105,28 @@ TEST_F(FileAloneJLoggerTest, AFileThatIsDeletedWhileOpenIsFollowedByTheNext) {
         EXPECT_THAT(mLog.lines(), Contains(LogLine{ANDROID_LOG_WARN, kTag,
                                                    "FileJLogWriter: file was deleted " + first}));
         EXPECT_EQ(mLog.count("FileJLogWriter: "), 1U);
-        std::filesystem::remove(second);
+        fs::remove(second);
     }
 }
 
 TEST_F(FileAloneJLoggerTest, AFolderThatCannotBeMadeAgainIsTriedUntilItIsThere) {
-    Support::Interpose::redirect("/data/vendor", mFolder.path("absent"));
+    Interpose::redirect("/data/vendor", mFolder.path("absent"));
     const std::string folder = mFolder.path("parent/logs");
-    std::filesystem::create_directories(folder);
+    fs::create_directories(folder);
     mProperties.set(kFolderProperty, folder);
-    OpenLogger logger;
+    RunningLogger logger;
     logger.onInit();
-    std::filesystem::remove_all(mFolder.path("parent"));
+    fs::remove_all(mFolder.path("parent"));
     for (int i = 0; i < 2; ++i) {
         logger.log("lost");
         logger.onFlush(60);
     }
-    std::filesystem::create_directories(folder);
+    fs::create_directories(folder);
     logger.log("after");
     logger.onUninit();
-    const std::string next = std::filesystem::directory_iterator(folder)->path().string();
-    EXPECT_THAT(Support::splitLines(Support::readFile(next)),
-                ElementsAre("-- CONTINUED --", EndsWith(" after")));
+    EXPECT_THAT(
+            Support::splitLines(Support::readFile(fs::directory_iterator(folder)->path().string())),
+            ElementsAre("-- CONTINUED --", EndsWith(" after")));
     EXPECT_EQ(mLog.count("FileJLogWriter: file was deleted "), 1U);
     EXPECT_EQ(mLog.count(kUnableToOpen), 2U);
 }
@@ -166,7 +135,7 @@ TEST_F(FileAloneJLoggerTest, IdleThreadWritesFewRecordsWithinItsInterval) {
     for (const char* interval : {"20", "0"}) {
         SCOPED_TRACE(interval);
         mProperties.set(kIntervalProperty, interval);
-        OpenLogger logger;
+        RunningLogger logger;
         logger.onInit();
         logger.log("few");
         Faults::arm({});
@@ -174,59 +143,48 @@ TEST_F(FileAloneJLoggerTest, IdleThreadWritesFewRecordsWithinItsInterval) {
             return Faults::calls(Call::FSYNC) > 0 && mFolder.logText().ends_with("few\n");
         }));
         logger.onUninit();
-        std::filesystem::remove_all(mFolder.path());
+        fs::remove_all(mFolder.path());
     }
 }
 
 TEST_F(FileAloneJLoggerTest, FlushHasWrittenAndSyncedWhatWasLoggedBefore) {
     mProperties.set(kIntervalProperty, "100000");
-    OpenLogger logger;
+    RunningLogger logger;
     logger.log("before the start");
     logger.onInit();
     Faults::arm({});
     for (uint32_t i = 1; i <= 3; ++i) {
         logger.log("flushed");
         logger.onFlush(60);
-        EXPECT_EQ(Support::splitLines(mFolder.logText()).size(), i + 1);
+        EXPECT_THAT(Support::splitLines(mFolder.logText()), SizeIs(i + 1));
         EXPECT_EQ(Faults::calls(Call::FSYNC), i);
     }
     logger.onFlush(60);
     EXPECT_EQ(Faults::calls(Call::FSYNC), 3U) << "nothing to write";
+    // The thread is in its pause, since an idle step has ended the flush.
+    logger.log("in a full buffer");
+    fillBuffers(logger, 2);
+    EXPECT_TRUE(await([&] { return mFolder.logText().ends_with("in a full buffer\n"); }));
     logger.log("drained");
     logger.onUninit();
-    EXPECT_THAT(mFolder.logText(), ::testing::EndsWith("drained\n"));
+    EXPECT_THAT(mFolder.logText(), EndsWith("drained\n"));
     logger.log("too late");
     logger.onFlush(60);
-    EXPECT_EQ(logger.queued(), 1U) << "retired, and no thread to wait for";
-    EXPECT_THAT(mFolder.logText(), ::testing::EndsWith("drained\n"));
-}
-
-TEST_F(FileAloneJLoggerTest, AFullBufferWakesTheThread) {
-    mProperties.set(kIntervalProperty, "100000");
-    OpenLogger logger;
-    logger.onInit();
-    // The thread is in its pause once an idle step has ended this flush.
-    logger.onFlush(60);
-    logger.log("in the full buffer");
-    logger.fillBuffer();
-    logger.fillBuffer();
-    EXPECT_TRUE(await([&] { return mFolder.logText().ends_with("in the full buffer\n"); }));
+    EXPECT_THAT(logger.queued(), SizeIs(1)) << "retired, and no thread to wait for";
+    EXPECT_THAT(mFolder.logText(), EndsWith("drained\n"));
 }
 
 TEST_F(FileAloneJLoggerTest, ABufferIsRenderedOnlyWhenItsWritersAreDone) {
-    OpenLogger logger;
-    LogHeader* header = nullptr;
-    Buffer* buffer = nullptr;
+    RunningLogger logger;
     logger.log("first");
-    ASSERT_TRUE(logger.allocLogSpace(24, &header, &buffer, nullptr));
+    const RunningLogger::Reservation record = logger.reserve(24);
     logger.log("second");
     logger.onInit();
     logger.onFlush(1);  // runs into its bound
     EXPECT_EQ(mFolder.logText(), "");
-    EXPECT_EQ(logger.queued(), 1U);
-    logger.publish(header, buffer, RECORD_INCOMPLETE);
+    logger.publish(record.header, record.buffer, RECORD_INCOMPLETE);
     logger.onFlush(60);
-    EXPECT_EQ(Support::splitLines(mFolder.logText()).size(), 2U);
+    EXPECT_THAT(Support::splitLines(mFolder.logText()), SizeIs(2));
 }
 
 TEST_F(FileAloneJLoggerTest, ThreadBoostsItselfByTheLengthOfTheQueue) {
@@ -240,112 +198,50 @@ TEST_F(FileAloneJLoggerTest, ThreadBoostsItselfByTheLengthOfTheQueue) {
          {Row{3, false, {19}}, Row{4, false, {19, 0, 10, 19}}, Row{10, false, {19, 0, 10, 19}},
           Row{11, false, {19, -4, 0, 10, 19}}, Row{2, true, {19, -4, 0, 10, 19}}}) {
         SCOPED_TRACE(row.queuedBuffers);
-        const Support::Interpose::Scope scope;
-        OpenLogger logger;
-        for (int i = 0; i <= row.queuedBuffers; ++i) {
-            logger.fillBuffer();
-        }
-        ASSERT_EQ(logger.queued(), static_cast<size_t>(row.queuedBuffers));
+        const Interpose::Scope scope;
+        RunningLogger logger;
+        fillBuffers(logger, row.queuedBuffers + 1);
         if (row.flush) {
             logger.onFlush(0);
         }
         logger.onInit();
-        EXPECT_TRUE(await([&] { return Support::Interpose::niceValues() == row.niceValues; }))
-                << ::testing::PrintToString(Support::Interpose::niceValues());
+        EXPECT_TRUE(await([&] { return Interpose::niceValues() == row.niceValues; }));
         logger.onUninit();
-        EXPECT_EQ(Support::Interpose::niceValues(), row.niceValues);
+        EXPECT_EQ(Interpose::niceValues(), row.niceValues);
     }
-}
-
-/// The line of /proc/self/task/TID/status that begins with `key`, of the thread of that name; empty
-/// while there is none.
-std::string statusOfThread(const std::string& name, const std::string& key) {
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        if (Support::readFile(task.path().string() + "/comm") != name + "\n") {
-            continue;
-        }
-        for (const std::string& line :
-             Support::splitLines(Support::readFile(task.path().string() + "/status"))) {
-            if (line.starts_with(key)) {
-                return line.substr(key.size());
-            }
-        }
-    }
-    return "";
 }
 
 TEST_F(FileAloneJLoggerTest, ThreadTakesNoSignalsButItsOwnFaults) {
-    OpenLogger logger;
+    static sigset_t mask;
+    Interpose::onWrite([](int /*fd*/) { pthread_sigmask(SIG_BLOCK, nullptr, &mask); });
+    RunningLogger logger;
     logger.onInit();
-    std::string blocked;
-    ASSERT_TRUE(await([&] {
-        blocked = statusOfThread("FileAloneJLogge", "SigBlk:");
-        return !blocked.empty();
-    }));
-    const uint64_t mask = std::stoull(blocked, nullptr, 16);
-    const auto isBlocked = [&](int signal) { return (mask >> (signal - 1) & 1) != 0; };
+    logger.log("text");
+    logger.onFlush(60);
     for (const int signal : {SIGTERM, SIGUSR1, SIGCHLD, SIGXFSZ, SIGALRM}) {
-        EXPECT_TRUE(isBlocked(signal)) << signal;
+        EXPECT_EQ(sigismember(&mask, signal), 1) << signal;
     }
     for (const int signal : {SIGABRT, SIGSEGV, SIGBUS}) {
-        EXPECT_FALSE(isBlocked(signal)) << signal;
+        EXPECT_EQ(sigismember(&mask, signal), 0) << signal;
     }
 }
 
 TEST_F(FileAloneJLoggerTest, MemoryReturnsAfterABurstAndThePoolIsEnoughForSmallOnes) {
-    OpenLogger logger;
-    for (int i = 0; i < 20; ++i) {
-        logger.fillBuffer();
-    }
+    RunningLogger logger;
+    fillBuffers(logger, 20);
     EXPECT_EQ(logger.owned(), 20U);
     logger.onInit();
     logger.onFlush(60);
     EXPECT_TRUE(await([&] { return logger.owned() == 4; }))
             << "the current buffer and a pool of three";
-
     Faults::arm({});
     for (int round = 0; round < 10; ++round) {
-        for (int i = 0; i < 3; ++i) {
-            logger.fillBuffer();
-        }
+        fillBuffers(logger, 3);
         logger.onFlush(60);
-        ASSERT_TRUE(await([&] { return logger.queued() == 0; }));
+        ASSERT_TRUE(await([&] { return logger.queued().empty(); }));
     }
     EXPECT_EQ(Faults::calls(Call::MAP), 0U);
     EXPECT_EQ(logger.owned(), 4U);
-}
-
-TEST_F(FileAloneJLoggerTest, PagesAreMadeAmongOtherWritersByAKernelOfAnyAge) {
-    constexpr size_t kThreads = 4;
-    constexpr size_t kLines = 10000;
-    for (const bool oldKernel : {false, true}) {
-        if (oldKernel) {
-            Faults::arm({{.call = Call::ADVISE, .error = EINVAL}});
-        }
-        OpenLogger logger;
-        std::vector<std::thread> threads;
-        for (size_t t = 0; t < kThreads; ++t) {
-            threads.emplace_back([&logger, text = std::string(60 + t, 'x')] {
-                for (size_t i = 0; i < kLines; ++i) {
-                    logger.log(text);
-                }
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        logger.onInit();
-        logger.onUninit();
-        std::map<std::string, size_t> texts;
-        for (const std::string& line : Support::splitLines(mFolder.logText())) {
-            ++texts[line.substr(line.rfind(' ') + 1)];
-        }
-        ASSERT_EQ(texts.size(), kThreads);
-        for (size_t t = 0; t < kThreads; ++t) {
-            EXPECT_EQ(texts[std::string(60 + t, 'x')], kLines);
-        }
-        std::filesystem::remove_all(mFolder.path());
-    }
 }
 
 TEST_F(FileAloneJLoggerTest, StatusLineComesEveryFourthBufferAndAtTheEndOfABatch) {
@@ -361,38 +257,35 @@ TEST_F(FileAloneJLoggerTest, StatusLineComesEveryFourthBufferAndAtTheEndOfABatch
           Row{"500", false, {"4 logs written, 1", "5 logs written, 0", "6 logs written, 0"}}}) {
         SCOPED_TRACE(row.interval);
         mProperties.set(kIntervalProperty, row.interval);
-        OpenLogger logger;
+        __android_log_set_minimum_priority(ANDROID_LOG_INFO);
+        RunningLogger logger;
         showStatusLines();
         mLog.clear();
-        for (int i = 0; i < 6; ++i) {
-            logger.fillBuffer();
-        }
+        fillBuffers(logger, 6);
         if (row.flush) {
             logger.onFlush(0);
         }
         logger.onInit();
         logger.onUninit();
-        __android_log_set_minimum_priority(ANDROID_LOG_INFO);
-
         const std::string file = mFolder.path(mFolder.names().at(0));
         std::vector<std::string> expected;
         for (const std::string& status : row.status) {
             expected.push_back("File ULogger: " + status + " buffers queueing (" + file + ")");
         }
         EXPECT_EQ(mLog.texts("File ULogger: "), expected);
-        std::filesystem::remove_all(mFolder.path());
+        fs::remove_all(mFolder.path());
     }
 }
 
 TEST_F(FileAloneJLoggerTest, StatusLineOfTheMonotonicClockCarriesBothTimes) {
     mProperties.set("vendor.debug.camera.jlog.monoclock", "1");
-    OpenLogger logger;
+    RunningLogger logger;
     showStatusLines();
     logger.log("text");
     logger.onInit();
     logger.onFlush(60);
     const auto status = mLog.texts("File ULogger: ");
-    ASSERT_EQ(status.size(), 1U);
+    ASSERT_THAT(status, SizeIs(1));
     std::smatch stamps;
     ASSERT_TRUE(std::regex_match(status[0], stamps,
                                  std::regex("File ULogger: 1 logs written, 0 buffers queueing; "
@@ -405,31 +298,29 @@ TEST_F(FileAloneJLoggerTest, StatusLineOfTheMonotonicClockCarriesBothTimes) {
 
 TEST_F(FileAloneJLoggerTest, WithoutAFileBuffersAreReportedAndRecycled) {
     mProperties.set(kFolderProperty, mFolder.path("a/b"));
-    Support::Interpose::redirect("/data/vendor", mFolder.path("absent"));
-    OpenLogger logger;
-    logger.fillBuffer();
-    logger.fillBuffer();
+    Interpose::redirect("/data/vendor", mFolder.path("absent"));
+    RunningLogger logger;
+    fillBuffers(logger, 2);
     logger.onInit();
     logger.onFlush(60);
-    EXPECT_EQ(logger.queued(), 0U);
+    EXPECT_THAT(logger.queued(), SizeIs(0));
     EXPECT_LE(logger.owned(), 4U);
-    const auto lines = mLog.lines();
-    EXPECT_THAT(lines[0].text, HasSubstr("mkdir("));
+    EXPECT_TRUE(mLog.lines()[0].text.starts_with("mkdir("));
     EXPECT_EQ(mLog.count(kUnableToOpen), 3U) << "once by the writer, once per buffer";
 }
 
 TEST_F(FileAloneJLoggerTest, WithoutAThreadTheNewestRecordsStayInBoundedMemory) {
     Faults::arm({{.call = Call::THREAD, .error = EAGAIN}});
-    OpenLogger logger;
+    RunningLogger logger;
     const size_t descriptors = Support::openDescriptors();
     logger.onInit();
     EXPECT_EQ(Support::openDescriptors(), descriptors + 1) << "the crash writer's reserve alone";
     EXPECT_EQ(mLog.count("Unable to start the flush thread"), 1U);
     for (int i = 0; i < 50; ++i) {
-        logger.fillBuffer();
+        fillBuffers(logger, 1);
         logger.onFlush(60);  // neither waits nor gives up full buffers for nearly empty ones
     }
-    EXPECT_EQ(logger.queued(), 4U);
+    EXPECT_THAT(logger.queued(), SizeIs(4));
     EXPECT_LE(logger.owned(), 6U);
     logger.onUninit();
 
@@ -438,7 +329,7 @@ TEST_F(FileAloneJLoggerTest, WithoutAThreadTheNewestRecordsStayInBoundedMemory) 
     logger.log("kept");
     logger.onInit();
     logger.onUninit();
-    EXPECT_THAT(mFolder.logText(), ::testing::EndsWith("kept\n"));
+    EXPECT_THAT(mFolder.logText(), EndsWith("kept\n"));
 }
 
 }  // namespace
