@@ -24,33 +24,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <android/log.h>
-
 #include "jlog/file/FileAloneJLogger.h"
 #include "support/Await.h"
 #include "support/ChildProcess.h"
-#include "support/Interpose.h"
-#include "support/OpenLogger.h"
-#include "support/Properties.h"
-#include "support/TempFolder.h"
+#include "support/FileLoggerTest.h"
 
 namespace JCam::Utils::JLog::File {
 namespace {
 
 namespace fs = std::filesystem;
-namespace Interpose = Support::Interpose;
-using Support::await;
-using Support::BufferingLogger;
-using Support::Ending;
-using Support::RunningLogger;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::MatchesRegex;
-using ::testing::SizeIs;
+using namespace Support;
+using namespace ::testing;
 using namespace std::string_literals;
 
-constexpr char kFolderProperty[] = "vendor.debug.camera.ulog.folder";
 constexpr int kSignals[] = {SIGABRT, SIGSEGV, SIGBUS};
 
 /// Causes a fault at `address`. No sanitizer looks at it first.
@@ -96,23 +82,15 @@ void keepInfo(int sig, siginfo_t* info, void* context) {
     sSeenValue = info->si_value.sival_int;
 }
 
-bool isCrashFile(int fd) {
-    char descriptor[64];
-    char target[512] = {};
-    snprintf(descriptor, sizeof(descriptor), "/proc/self/fd/%d", fd);
-    return readlink(descriptor, target, sizeof(target) - 1) > 0 &&
-           strstr(target, "_NE_") != nullptr;
-}
-
-/// Runs `action` when the dump of this process begins its `nth` write: the first is the head line,
-/// and each buffer has one.
-void atDumpWrite(int nth, std::function<void()> action) {
+/// Runs `action` when the `nth` write from now on begins. A dump writes the head line, and then
+/// each buffer.
+void atWrite(int nth, std::function<void()> action) {
     static std::function<void()> sAction;
     static std::atomic<int> sWritesLeft;
     sAction = std::move(action);
     sWritesLeft = nth;
-    Interpose::onWrite([](int fd) {
-        if (isCrashFile(fd) && --sWritesLeft == 0) {
+    Interpose::onWrite([](int /*fd*/) {
+        if (--sWritesLeft == 0) {
             sAction();
         }
     });
@@ -139,20 +117,15 @@ Death exited(std::vector<std::string> texts) {
     return {{Ending::EXITED, 0}, std::move(texts)};
 }
 
-class CrashHookTest : public ::testing::Test {
+class CrashHookTest : public FileLoggerTest {
   protected:
-    CrashHookTest() {
-        mProperties.set(kFolderProperty, mFolder.path());
-        // Records stay in memory until somebody asks for them.
-        mProperties.set("vendor.debug.camera.jlog.flushms", "100000");
-        __android_log_set_minimum_priority(ANDROID_LOG_ERROR);
-    }
-    ~CrashHookTest() override { __android_log_set_minimum_priority(ANDROID_LOG_DEFAULT); }
+    /// Records stay in memory until somebody asks for them.
+    CrashHookTest() { mProperties.set(kIntervalProperty, "100000"); }
 
     /// Runs `body` in a child, which exits with 0 if it lives on and its expectations hold. Empties
     /// the folder then; mNames, mLogText and mCrashFiles have what was in it.
     Death run(const std::function<void()>& body) {
-        const Ending ending = Support::runChild([&body] {
+        const Ending ending = runChild([&body] {
             body();
             _exit(HasFailure() ? 1 : 0);
         });
@@ -163,8 +136,8 @@ class CrashHookTest : public ::testing::Test {
             if (name.find("_NE_") == std::string::npos) {
                 continue;
             }
-            mCrashFiles.push_back(Support::readFile(mFolder.path(name)));
-            for (const std::string& line : Support::splitLines(mCrashFiles.back())) {
+            mCrashFiles.push_back(readFile(mFolder.path(name)));
+            for (const std::string& line : splitLines(mCrashFiles.back())) {
                 const size_t text = line.find(" I Test    : ");
                 if (text != std::string::npos) {
                     texts.push_back(line.substr(text + 13));
@@ -178,11 +151,13 @@ class CrashHookTest : public ::testing::Test {
         return {ending, texts};
     }
 
-    /// Runs `body` in a child with a logger whose hook is armed, and raises `sig`, unless that
-    /// is 0.
+    /// Runs `body` in a child with a logger whose hook is armed after `before` was run, and raises
+    /// `sig`, unless that is 0.
     template <typename Logger = BufferingLogger, typename Body>
-    Death die(int sig, Body body) {
+    Death die(
+            int sig, Body body, void (*before)() = [] {}) {
         return run([&] {
+            before();
             Logger logger;
             logger.onInit();
             logger.initHook();  // which does nothing where it is armed
@@ -193,9 +168,6 @@ class CrashHookTest : public ::testing::Test {
         });
     }
 
-    Interpose::Scope mInterpose;
-    Support::TempFolder mFolder;
-    Support::Properties mProperties;
     std::vector<std::string> mNames;
     std::string mLogText;
     std::vector<std::string> mCrashFiles;
@@ -267,7 +239,7 @@ TEST_F(CrashHookTest, EveryCauseLeavesTheRecordsAndGoesToThePreviousAction) {
                     mNames,
                     Contains(MatchesRegex("cam_jlog_[0-9]+_NE_[0-9]{4}_[0-9]{4}_[0-9]{6}_01.txt")));
             EXPECT_THAT(
-                    Support::splitLines(mCrashFiles[0]),
+                    splitLines(mCrashFiles[0]),
                     ElementsAre(MatchesRegex("SIG"s + sigabbrev_np(sig) + " : addr = " + address),
                                 EndsWith("JLog    : R AppRequest:42 M[Preview:4] +  :scope #1"),
                                 EndsWith("I Test    : before")));
@@ -301,10 +273,7 @@ TEST_F(CrashHookTest, ModeDecidesWhatIsDumped) {
 }
 
 TEST_F(CrashHookTest, DisarmedHookLeavesSignalsAloneAndCanBeArmedAgain) {
-    const auto crash = [&] {
-        installAction(SIGABRT, keepSignal);
-        RunningLogger logger;
-        logger.onInit();
+    const auto armAgain = [&](auto& logger) {
         logger.onUninit();
         logger.log("first");
         raise(SIGABRT);
@@ -315,9 +284,9 @@ TEST_F(CrashHookTest, DisarmedHookLeavesSignalsAloneAndCanBeArmedAgain) {
         EXPECT_THAT(mFolder.names(), SizeIs(2));
         logger.onInit();
         logger.log("second");
-        raise(SIGSEGV);
     };
-    EXPECT_EQ(run(crash), killed(SIGSEGV, {"first", "first", "second"}));
+    EXPECT_EQ(die<RunningLogger>(SIGSEGV, armAgain, [] { installAction(SIGABRT, keepSignal); }),
+              killed(SIGSEGV, {"first", "first", "second"}));
 }
 
 /// The action that a host's own has found, and to which it hands the signal on.
@@ -371,7 +340,7 @@ TEST_F(CrashHookTest, SignalWithoutAnActionToGoBackToEndsTheProcess) {
     };
     for (const Row& row : rows) {
         for (const int sig : kSignals) {
-            SCOPED_TRACE(::testing::PrintToString(row.steps) + ", " + strsignal(sig));
+            SCOPED_TRACE(PrintToString(row.steps) + ", " + strsignal(sig));
             EXPECT_EQ(run([&] { crash(row, sig); }), killed(sig, row.texts));
         }
     }
@@ -440,24 +409,23 @@ TEST_F(CrashHookTest, DumpStepsOverInterruptedRecordsAndDamagedMemory) {
 }
 
 TEST_F(CrashHookTest, LinesAreThoseOfTheNormalFilesInBothClocks) {
-    const auto crash = [] {
+    const auto before = [] {
         // Half an hour off, and for most of the year another offset than in 1970.
         setenv("TZ", "<+0530>-5:30<+0730>-7:30,M1.2.0,M12.5.0", 1);
         tzset();
         installAction(SIGBUS, SIG_IGN);
-        RunningLogger logger;
-        logger.onInit();
+    };
+    const auto log = [](auto& logger) {
         logger.onLogEnter(1, "name", 1);
         logger.log("text");
         logger.onLogExit(0x6, std::string(200, 'n').c_str(), 0xFFFFFFFF);
-        raise(SIGBUS);
     };
     for (const char* monotonic : {"0", "1"}) {
         mProperties.set("vendor.debug.camera.jlog.monoclock", monotonic);
-        EXPECT_EQ(run(crash), exited({"text"}));
+        EXPECT_EQ(die<RunningLogger>(SIGBUS, log, before), exited({"text"}));
         const std::string& dump = mCrashFiles.at(0);
         EXPECT_EQ(dump.substr(dump.find('\n') + 1), mLogText);
-        EXPECT_THAT(Support::splitLines(dump), SizeIs(4));
+        EXPECT_THAT(splitLines(dump), SizeIs(4));
     }
 }
 
@@ -519,7 +487,7 @@ TEST_F(CrashHookTest, SecondThreadWaitsForTheDumpAndLeavesItAlone) {
         for (int i = 0; i < 100; ++i) {
             logger.log("record " + std::to_string(i));
         }
-        atDumpWrite(1, [] {
+        atWrite(1, [] {
             std::thread([] { raise(SIGBUS); }).detach();
             // Once it is in the handler, its action is back.
             static_cast<void>(await([] { return actionOf(SIGBUS).sa_handler == SIG_DFL; }));
@@ -532,11 +500,9 @@ TEST_F(CrashHookTest, SecondThreadWaitsForTheDumpAndLeavesItAlone) {
 }
 
 TEST_F(CrashHookTest, ActionThatJumpsOutOfTheHandlerHoldsLoggingUpOnce) {
-    const auto crashTwice = [] {
-        static sigjmp_buf place;
-        installAction(SIGSEGV, [](int /*sig*/) { siglongjmp(place, 1); });
-        RunningLogger logger;
-        logger.onInit();
+    static sigjmp_buf place;
+    const auto jumpOut = [] { installAction(SIGSEGV, [](int) { siglongjmp(place, 1); }); };
+    const auto crashAndLogOn = [](auto& logger) {
         logger.log("before");
         if (sigsetjmp(place, 1) == 0) {
             raise(SIGSEGV);
@@ -544,24 +510,21 @@ TEST_F(CrashHookTest, ActionThatJumpsOutOfTheHandlerHoldsLoggingUpOnce) {
         logger.log("after");
         logger.onFlush(60);
         logger.log("at last");
-        raise(SIGBUS);
     };
-    EXPECT_EQ(run(crashTwice), killed(SIGBUS, {"before", "at last"}));
+    EXPECT_EQ(die<RunningLogger>(SIGBUS, crashAndLogOn, jumpOut),
+              killed(SIGBUS, {"before", "at last"}));
     EXPECT_THAT(mCrashFiles, SizeIs(2));
     EXPECT_THAT(mLogText, EndsWith("after\n"));
 }
 
 TEST_F(CrashHookTest, SignalSentToTheDumpingThreadWaits) {
     for (const int second : {SIGBUS, SIGABRT}) {
-        const auto crash = [second] {
-            installAction(SIGSEGV, SIG_IGN);
-            BufferingLogger logger;
-            logger.initHook();
+        const auto log = [second](auto& logger) {
             logger.log("text");
-            atDumpWrite(1, [second] { raise(second); });
-            raise(SIGSEGV);
+            atWrite(1, [second] { raise(second); });
         };
-        EXPECT_EQ(run(crash), killed(second, {"text"}));
+        EXPECT_EQ(die(SIGSEGV, log, [] { installAction(SIGSEGV, SIG_IGN); }),
+                  killed(second, {"text"}));
     }
 }
 
@@ -584,8 +547,7 @@ TEST_F(CrashHookTest, BuffersAreNeitherReusedNorGivenUpWhileADumpRuns) {
             logToBuffers(logger, {"one", "two", "three", "four", "five", "six"});
             logger.setQueueBounded(!hasConsumer);
             // Others come by: a consumer when the dump has the first buffer in hand.
-            atDumpWrite(hasConsumer ? 2 : 1,
-                        [&] { std::thread(useBuffers, std::ref(logger)).join(); });
+            atWrite(hasConsumer ? 2 : 1, [&] { std::thread(useBuffers, std::ref(logger)).join(); });
         };
         auto [ending, texts] = die(SIGSEGV, fillBuffers);
         texts.resize(6);  // what came later may be there, too
@@ -597,12 +559,12 @@ TEST_F(CrashHookTest, BuffersAreNeitherReusedNorGivenUpWhileADumpRuns) {
 TEST_F(CrashHookTest, DumpHoldsWhatHasNoFile) {
     Interpose::redirect("/data/vendor", mFolder.path("absent"));
     fs::remove(mFolder.path());
-    Support::writeFile(mFolder.path(), "in the way of the log file");
+    writeFile(mFolder.path(), "in the way of the log file");
     const auto crash = [&](auto& logger) {
         logger.log("text");
         fs::remove(mFolder.path());
         fs::create_directory(mFolder.path());
-        atDumpWrite(1, [&] { std::thread([&] { logger.onFlush(1); }).join(); });  // in vain
+        atWrite(1, [&] { std::thread([&] { logger.onFlush(1); }).join(); });  // in vain
     };
     EXPECT_EQ(die<RunningLogger>(SIGSEGV, crash), killed(SIGSEGV, {"text"}));
 }
@@ -610,24 +572,16 @@ TEST_F(CrashHookTest, DumpHoldsWhatHasNoFile) {
 TEST_F(CrashHookTest, FaultInTheDumpKeepsWhatWasRenderedAndGoesToThePreviousAction) {
     const auto faultInDump = [](auto& logger) {
         logToBuffers(logger, {"first buffer", "second buffer", "third buffer"});
-        atDumpWrite(3, [] { touch(0x10); });
+        atWrite(3, [] { touch(0x10); });
     };
     EXPECT_EQ(die(SIGABRT, faultInDump), killed(SIGSEGV, {"first buffer", "second buffer"}));
-    const auto faultTwice = [&] {
-        installAction(SIGSEGV, [](int /*sig*/) { _exit(0); });
-        BufferingLogger logger;
-        logger.initHook();
-        faultInDump(logger);
-        raise(SIGSEGV);
-    };
-    EXPECT_EQ(run(faultTwice), exited({"first buffer"}));
+    const auto exitAtFault = [] { installAction(SIGSEGV, [](int) { _exit(0); }); };
+    EXPECT_EQ(die(SIGSEGV, faultInDump, exitAtFault), exited({"first buffer"}));
 }
 
 TEST_F(CrashHookTest, CrashFileFindsAnotherPlaceOrTheSignalGoesOnWithout) {
     mProperties.set(kFolderProperty, mFolder.path("logs"));
-    const auto crash = [&] {
-        RunningLogger logger;
-        logger.onInit();
+    const auto crash = [&](auto& logger) {
         logger.log("text");
         fs::remove_all(mFolder.path("logs"));
         // Called here, since a sanitizer may set errno before it calls a handler.
@@ -635,22 +589,21 @@ TEST_F(CrashHookTest, CrashFileFindsAnotherPlaceOrTheSignalGoesOnWithout) {
         errno = 77;
         RunningLogger::sigHandler(SIGSEGV, &info, nullptr);
         EXPECT_EQ(errno, 77);
-    };
-    Interpose::redirect("/data/vendor", mFolder.path());
-    EXPECT_EQ(run(crash), killed(SIGSEGV, {"text"}));
-
-    Interpose::redirect("/data/vendor", mFolder.path("absent"));
-    const auto liveOn = [&] {
-        installAction(SIGSEGV, [](int /*sig*/) { sSeenValue = std::exchange(errno, 0); });
-        crash();
         EXPECT_EQ(sSeenValue, 77);
     };
-    EXPECT_EQ(run(liveOn), exited({}));
+    Interpose::redirect("/data/vendor", mFolder.path());
+    EXPECT_EQ(die<RunningLogger>(0, crash), killed(SIGSEGV, {"text"}));
+
+    Interpose::redirect("/data/vendor", mFolder.path("absent"));
+    const auto keepErrno = [] {
+        installAction(SIGSEGV, [](int) { sSeenValue = std::exchange(errno, 0); });
+    };
+    EXPECT_EQ(die<RunningLogger>(0, crash, keepErrno), exited({}));
 }
 
 TEST_F(CrashHookTest, CrashFileTakesTheSpaceOfOldFilesAndKeepsWithinItsLimit) {
     const auto crashOnAFullDisk = [&](auto& logger) {
-        Support::writeFile(mFolder.path("old"), "old");
+        writeFile(mFolder.path("old"), "old");
         for (int i = 0; i < 1000; ++i) {
             logger.log("text");  // several writes, one of them at the limit
         }
@@ -664,7 +617,7 @@ TEST_F(CrashHookTest, CrashFileTakesTheSpaceOfOldFilesAndKeepsWithinItsLimit) {
     };
     EXPECT_EQ(die<RunningLogger>(SIGBUS, crashOnAFullDisk).first, (Ending{Ending::KILLED, SIGBUS}))
             << "not by SIGXFSZ";
-    EXPECT_THAT(mNames, ElementsAre("a log", testing::HasSubstr("_NE_")))
+    EXPECT_THAT(mNames, ElementsAre("a log", HasSubstr("_NE_")))
             << "old files are gone, and the open one is spared";
     ASSERT_THAT(mCrashFiles, SizeIs(1));
     EXPECT_EQ(mCrashFiles[0].size(), 4096U);

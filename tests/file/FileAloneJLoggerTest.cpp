@@ -7,37 +7,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <android/log.h>
-
 #include "support/Await.h"
 #include "support/Descriptors.h"
 #include "support/Faults.h"
-#include "support/Interpose.h"
-#include "support/LogCapture.h"
-#include "support/OpenLogger.h"
-#include "support/Properties.h"
-#include "support/TempFolder.h"
+#include "support/FileLoggerTest.h"
 
 namespace JCam::Utils::JLog::File {
 namespace {
 
 namespace fs = std::filesystem;
-namespace Faults = Support::Faults;
-namespace Interpose = Support::Interpose;
+using namespace Support;
 using Faults::Call;
-using Support::await;
-using Support::LogLine;
-using Support::RunningLogger;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::SizeIs;
-
-constexpr char kTag[] = "FileAloneJLogger";
-constexpr char kFolderProperty[] = "vendor.debug.camera.ulog.folder";
-constexpr char kIntervalProperty[] = "vendor.debug.camera.jlog.flushms";
-constexpr char kUnableToOpen[] =
-        "Unable to open file. Please disable SELinux and restart camerahalserver. !!!";
+using namespace ::testing;
 
 /// Logs records that fill a buffer each; the last one stays the current buffer.
 void fillBuffers(RunningLogger& logger, int buffers) {
@@ -46,22 +27,10 @@ void fillBuffers(RunningLogger& logger, int buffers) {
     }
 }
 
-class FileAloneJLoggerTest : public ::testing::Test {
+class FileAloneJLoggerTest : public FileLoggerTest {
   protected:
-    FileAloneJLoggerTest() {
-        mProperties.set(kFolderProperty, mFolder.path());
-        // The lines of single reservations would bury the others.
-        __android_log_set_minimum_priority(ANDROID_LOG_INFO);
-    }
-    ~FileAloneJLoggerTest() override { __android_log_set_minimum_priority(ANDROID_LOG_DEFAULT); }
-
     /// From now on debug lines are kept too; reservations have no line unless a logger is made.
     static void showStatusLines() { __android_log_set_minimum_priority(ANDROID_LOG_DEBUG); }
-
-    Support::LogCapture mLog;
-    Interpose::Scope mInterpose;
-    Support::TempFolder mFolder;
-    Support::Properties mProperties;
 };
 
 TEST_F(FileAloneJLoggerTest, StartsWithAnEmptyFileAndSaysSo) {
@@ -74,10 +43,10 @@ TEST_F(FileAloneJLoggerTest, StartsWithAnEmptyFileAndSaysSo) {
     EXPECT_EQ(fs::file_size(file), 0U);
     logger.onUninit();  // which does nothing
     EXPECT_THAT(mLog.lines(),
-                ElementsAre(LogLine{ANDROID_LOG_INFO, kTag, "Write ulog to " + file},
-                            LogLine{ANDROID_LOG_INFO, kTag,
+                ElementsAre(LogLine{ANDROID_LOG_INFO, kFileTag, "Write ulog to " + file},
+                            LogLine{ANDROID_LOG_INFO, kFileTag,
                                     "File ULogger is running; flushInterval = 1000 ms, neHook = 0"},
-                            LogLine{ANDROID_LOG_INFO, kTag, "File ULogger stopped"}));
+                            LogLine{ANDROID_LOG_INFO, kFileTag, "File ULogger stopped"}));
 }
 
 TEST_F(FileAloneJLoggerTest, AFileThatIsDeletedWhileOpenIsFollowedByTheNext) {
@@ -100,9 +69,9 @@ TEST_F(FileAloneJLoggerTest, AFileThatIsDeletedWhileOpenIsFollowedByTheNext) {
         logger.onUninit();
         ASSERT_THAT(mFolder.names(), ElementsAre(EndsWith("_02.txt")));
         const std::string second = mFolder.path(mFolder.names()[0]);
-        EXPECT_THAT(Support::splitLines(Support::readFile(second)),
+        EXPECT_THAT(splitLines(readFile(second)),
                     ElementsAre("-- CONTINUED --", EndsWith(" after"), EndsWith(" later")));
-        EXPECT_THAT(mLog.lines(), Contains(LogLine{ANDROID_LOG_WARN, kTag,
+        EXPECT_THAT(mLog.lines(), Contains(LogLine{ANDROID_LOG_WARN, kFileTag,
                                                    "FileJLogWriter: file was deleted " + first}));
         EXPECT_EQ(mLog.count("FileJLogWriter: "), 1U);
         fs::remove(second);
@@ -124,9 +93,8 @@ TEST_F(FileAloneJLoggerTest, AFolderThatCannotBeMadeAgainIsTriedUntilItIsThere) 
     fs::create_directories(folder);
     logger.log("after");
     logger.onUninit();
-    EXPECT_THAT(
-            Support::splitLines(Support::readFile(fs::directory_iterator(folder)->path().string())),
-            ElementsAre("-- CONTINUED --", EndsWith(" after")));
+    EXPECT_THAT(splitLines(readFile(fs::directory_iterator(folder)->path().string())),
+                ElementsAre("-- CONTINUED --", EndsWith(" after")));
     EXPECT_EQ(mLog.count("FileJLogWriter: file was deleted "), 1U);
     EXPECT_EQ(mLog.count(kUnableToOpen), 2U);
 }
@@ -156,7 +124,7 @@ TEST_F(FileAloneJLoggerTest, FlushHasWrittenAndSyncedWhatWasLoggedBefore) {
     for (uint32_t i = 1; i <= 3; ++i) {
         logger.log("flushed");
         logger.onFlush(60);
-        EXPECT_THAT(Support::splitLines(mFolder.logText()), SizeIs(i + 1));
+        EXPECT_THAT(splitLines(mFolder.logText()), SizeIs(i + 1));
         EXPECT_EQ(Faults::calls(Call::FSYNC), i);
     }
     logger.onFlush(60);
@@ -184,7 +152,7 @@ TEST_F(FileAloneJLoggerTest, ABufferIsRenderedOnlyWhenItsWritersAreDone) {
     EXPECT_EQ(mFolder.logText(), "");
     logger.publish(record.header, record.buffer, RECORD_INCOMPLETE);
     logger.onFlush(60);
-    EXPECT_THAT(Support::splitLines(mFolder.logText()), SizeIs(2));
+    EXPECT_THAT(splitLines(mFolder.logText()), SizeIs(2));
 }
 
 TEST_F(FileAloneJLoggerTest, ThreadBoostsItselfByTheLengthOfTheQueue) {
@@ -312,9 +280,9 @@ TEST_F(FileAloneJLoggerTest, WithoutAFileBuffersAreReportedAndRecycled) {
 TEST_F(FileAloneJLoggerTest, WithoutAThreadTheNewestRecordsStayInBoundedMemory) {
     Faults::arm({{.call = Call::THREAD, .error = EAGAIN}});
     RunningLogger logger;
-    const size_t descriptors = Support::openDescriptors();
+    const size_t descriptors = openDescriptors();
     logger.onInit();
-    EXPECT_EQ(Support::openDescriptors(), descriptors + 1) << "the crash writer's reserve alone";
+    EXPECT_EQ(openDescriptors(), descriptors + 1) << "the crash writer's reserve alone";
     EXPECT_EQ(mLog.count("Unable to start the flush thread"), 1U);
     for (int i = 0; i < 50; ++i) {
         fillBuffers(logger, 1);

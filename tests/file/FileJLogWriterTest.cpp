@@ -14,41 +14,28 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <android/log.h>
-
 #include "support/Descriptors.h"
 #include "support/Faults.h"
-#include "support/Interpose.h"
-#include "support/LogCapture.h"
-#include "support/OpenLogger.h"
+#include "support/FileLoggerTest.h"
 #include "support/Records.h"
 #include "support/ReferenceWriter.h"
-#include "support/TempFolder.h"
 
 namespace JCam::Utils::JLog::File {
 namespace {
 
-namespace Faults = Support::Faults;
+using namespace Support;
 using Faults::Call;
-using Support::LogLine;
-using Support::Record;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
+using namespace ::testing;
 
-constexpr char kTag[] = "FileAloneJLogger";
-constexpr char kUnableToOpen[] =
-        "Unable to open file. Please disable SELinux and restart camerahalserver. !!!";
 constexpr int64_t kMiB = 0x100000;
 
-class FileJLogWriterTest : public ::testing::Test {
+class FileJLogWriterTest : public FileLoggerTest {
   protected:
     FileJLogWriterTest() {
         setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
         tzset();
         mWriter.mFolder = mFolder.path();
-        Support::Interpose::redirect("/data/vendor", mFallback.path());
+        Interpose::redirect("/data/vendor", mFallback.path());
     }
 
     /// Of the file opened last.
@@ -57,16 +44,13 @@ class FileJLogWriterTest : public ::testing::Test {
 
     /// A sparse file whose age is `order`: the smallest is the oldest.
     static void makeFile(const std::string& path, int64_t bytes, int order) {
-        Support::writeFile(path, "");
+        writeFile(path, "");
         std::filesystem::resize_file(path, static_cast<uintmax_t>(bytes));
         const timespec times[] = {{1000 + order, 0}, {1000 + order, 0}};
         ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
     }
 
-    Support::LogCapture mLog;
-    Support::Interpose::Scope mInterpose;
-    Support::TempFolder mFolder;
-    Support::TempFolder mFallback;
+    TempFolder mFallback;
     FileJLogWriter mWriter;
 };
 
@@ -130,10 +114,10 @@ class Dice {
 
 /// Renders records of every kind and size through `writer`, which writes to `folder`, and through
 /// the reference.
-void compareWithReference(FileJLogWriter& writer, const Support::TempFolder& folder) {
+void compareWithReference(FileJLogWriter& writer, const TempFolder& folder) {
     std::string expected;
     size_t cut = 0;
-    Support::ReferenceWriter reference(getpid(), [&](const char* text, size_t bytes) {
+    ReferenceWriter reference(getpid(), [&](const char* text, size_t bytes) {
         expected.append(text, bytes);
         cut += bytes == 24575 ? 1 : 0;
     });
@@ -173,7 +157,7 @@ TEST_F(FileJLogWriterTest, CrashWriterRendersLikeTheReferenceWithoutTheTimeZoneC
     // The one zone whose offset is the same at all times.
     setenv("TZ", "UTC0", 1);
     tzset();
-    Support::BufferingLogger logger;
+    BufferingLogger logger;
     logger.initHook();  // which asks for it
     logger.uninitHook();
     mWriter.makeSignalSafe(CLOCK_REALTIME);
@@ -239,7 +223,7 @@ TEST_F(FileJLogWriterTest, SeriesNamesItsFilesByPidPrefixTimeAndIndex) {
     EXPECT_LE(before, stamp);
     EXPECT_LE(stamp, stampOfNow());
     EXPECT_THAT(mLog.lines(),
-                ElementsAre(LogLine{ANDROID_LOG_INFO, kTag, "Write ulog to " + first}));
+                ElementsAre(LogLine{ANDROID_LOG_INFO, kFileTag, "Write ulog to " + first}));
     EXPECT_EQ(fcntl(mWriter.mFd, F_GETFD), FD_CLOEXEC) << "not left to a program that is started";
     mWriter.close();
     mLog.clear();
@@ -272,14 +256,14 @@ TEST_F(FileJLogWriterTest, RotatesAbove180MiBWithoutLosingOrSplittingALine) {
     ASSERT_EQ(path(), first);
     // On a full disk the clean-up takes what is there, but not the file that leads up to the next.
     makeFile(mFolder.path("old"), kMiB, 0);
-    Support::Interpose::setFreeBytes(0);
+    Interpose::setFreeBytes(0);
     mWriter.writeString("last of the first\n");
     ASSERT_EQ(path(), first.substr(0, first.size() - 6) + "02.txt");
     mWriter.writeString("first of the second\n");
     mWriter.close();
     EXPECT_EQ(std::filesystem::file_size(first), FileJLogWriter::kMaxFileBytes + 18);
-    EXPECT_THAT(Support::readFile(first), EndsWith(" \nlast of the first\n"));
-    EXPECT_EQ(Support::readFile(path()), "-- CONTINUED --\nfirst of the second\n");
+    EXPECT_THAT(readFile(first), EndsWith(" \nlast of the first\n"));
+    EXPECT_EQ(readFile(path()), "-- CONTINUED --\nfirst of the second\n");
     EXPECT_EQ(mFolder.names().size(), 2U);
     ASSERT_TRUE(mWriter.open(true, "", true));
     EXPECT_EQ(mFolder.names().size(), 1U) << "a file that is closed counts like any other";
@@ -307,7 +291,7 @@ TEST_F(FileJLogWriterTest, LostTextIsToldOnceForEveryReason) {
 
 TEST_F(FileJLogWriterTest, AFailedRotationIsTriedAgainWithEveryLine) {
     ASSERT_TRUE(mWriter.open(true, "", false));
-    Support::Interpose::redirect("/data/vendor", mFolder.path());
+    Interpose::redirect("/data/vendor", mFolder.path());
     std::filesystem::remove_all(mFolder.path());
     const std::string block(24000, 'x');
     for (uint64_t bytes = 0; bytes <= FileJLogWriter::kMaxFileBytes; bytes += block.size()) {
@@ -332,23 +316,24 @@ TEST_F(FileJLogWriterTest, FallsBackForGoodWhenTheFolderCannotBeUsed) {
     EXPECT_EQ(std::string(mWriter.mFolder.c_str()), "/data/vendor");
     const std::string name = "/" + mFallback.names().at(0);
     EXPECT_EQ(path(), "/data/vendor" + name);
-    EXPECT_THAT(mLog.lines(),
-                ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
-                                    "FileJLogWriter: file open failed " + absent + name},
-                            LogLine{ANDROID_LOG_INFO, kTag, "Write ulog to /data/vendor" + name}));
+    EXPECT_THAT(
+            mLog.lines(),
+            ElementsAre(LogLine{ANDROID_LOG_ERROR, kFileTag,
+                                "FileJLogWriter: file open failed " + absent + name},
+                        LogLine{ANDROID_LOG_INFO, kFileTag, "Write ulog to /data/vendor" + name}));
     std::filesystem::create_directory(absent);
     mWriter.close();
     ASSERT_TRUE(mWriter.open(false, "", false));
     EXPECT_THAT(path(), StartsWith("/data/vendor/"));
 
     // Where neither can be used, a crash writer keeps the descriptor that it has in reserve.
-    Support::Interpose::redirect("/data/vendor", mFolder.path("absent, too"));
+    Interpose::redirect("/data/vendor", mFolder.path("absent, too"));
     FileJLogWriter crashWriter;
     crashWriter.mFolder = mFolder.path("absent, too");
     crashWriter.makeSignalSafe(CLOCK_REALTIME);
-    const size_t descriptors = Support::openDescriptors();
+    const size_t descriptors = openDescriptors();
     EXPECT_FALSE(crashWriter.open(true, "NE_", true));
-    EXPECT_EQ(Support::openDescriptors(), descriptors);
+    EXPECT_EQ(openDescriptors(), descriptors);
 }
 
 TEST_F(FileJLogWriterTest, CleanUpDeletesTheOldestFilesUntilEnoughIsFree) {
@@ -358,21 +343,21 @@ TEST_F(FileJLogWriterTest, CleanUpDeletesTheOldestFilesUntilEnoughIsFree) {
     for (int i = 0; i < 6; ++i) {
         const std::string path = mFolder.path(names[i]);
         makeFile(path, 50 * kMiB, i);
-        unlinked.push_back({ANDROID_LOG_WARN, kTag, "Storage full. Unlinked: " + path});
+        unlinked.push_back({ANDROID_LOG_WARN, kFileTag, "Storage full. Unlinked: " + path});
     }
     unlinked.resize(4);
     std::filesystem::create_directory(mFolder.path("subfolder"));
-    Support::Interpose::setFreeBytes(FileJLogWriter::kMinFreeBytes + 1);
+    Interpose::setFreeBytes(FileJLogWriter::kMinFreeBytes + 1);
     mWriter.reserveSpace(false);
     EXPECT_EQ(mFolder.names().size(), 7U) << "enough was free";
-    Support::Interpose::setFreeBytes(100 * kMiB);
+    Interpose::setFreeBytes(100 * kMiB);
     mWriter.reserveSpace(false);
     EXPECT_THAT(mFolder.names(), ElementsAre("a", "b", "subfolder"));
     EXPECT_EQ(mLog.lines(), unlinked);
 
     // Exactly at the limit is not enough; a silent writer deletes without a word.
     mLog.clear();
-    Support::Interpose::setFreeBytes(FileJLogWriter::kMinFreeBytes);
+    Interpose::setFreeBytes(FileJLogWriter::kMinFreeBytes);
     mWriter.reserveSpace(true);
     EXPECT_THAT(mFolder.names(), ElementsAre("a", "subfolder"));
     EXPECT_THAT(mLog.lines(), IsEmpty());
@@ -380,7 +365,7 @@ TEST_F(FileJLogWriterTest, CleanUpDeletesTheOldestFilesUntilEnoughIsFree) {
     mWriter.mFolder = mFolder.path("absent");
     mWriter.reserveSpace(false);
     EXPECT_THAT(mLog.lines(),
-                ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
+                ElementsAre(LogLine{ANDROID_LOG_ERROR, kFileTag,
                                     "Open folder " + mFolder.path("absent/") + " failed"}));
 }
 
@@ -391,16 +376,16 @@ TEST_F(FileJLogWriterTest, CleanUpPassesOverWhatItCannotDeleteInAFolderOfAnySize
     }
     const std::string oldest = mFolder.path("1000");
     Faults::arm({{.call = Call::UNLINK, .error = EPERM, .path = oldest.c_str()}});
-    Support::Interpose::setFreeBytes(FileJLogWriter::kMinFreeBytes - 199 * kMiB);
+    Interpose::setFreeBytes(FileJLogWriter::kMinFreeBytes - 199 * kMiB);
     mWriter.reserveSpace(true);
     std::vector<std::string> left = {"1000"};
     for (int i = 400; i < kFiles; ++i) {
         left.push_back(std::to_string(1000 - i));
     }
-    EXPECT_THAT(mFolder.names(), ::testing::UnorderedElementsAreArray(left));
+    EXPECT_THAT(mFolder.names(), UnorderedElementsAreArray(left));
 
     // A new file is made only after the clean-up, which here takes everything.
-    Support::Interpose::setFreeBytes(0);
+    Interpose::setFreeBytes(0);
     ASSERT_TRUE(mWriter.open(true, "", true));
     EXPECT_THAT(mFolder.names(), ElementsAre("1000", StartsWith("cam_jlog_")));
 }
@@ -408,7 +393,7 @@ TEST_F(FileJLogWriterTest, CleanUpPassesOverWhatItCannotDeleteInAFolderOfAnySize
 TEST_F(FileJLogWriterTest, CleanUpSparesOtherFilesInTheFallbackFolder) {
     makeFile(mFallback.path("calibration.bin"), 300 * kMiB, 0);
     makeFile(mFallback.path("cam_jlog_9.txt.bak"), kMiB, 2);
-    Support::Interpose::setFreeBytes(0);
+    Interpose::setFreeBytes(0);
     // By any of its names.
     for (const char* folder : {"/data/vendor", "/data/vendor/", "/data/vendor/."}) {
         makeFile(mFallback.path("cam_jlog_9_2024_0101_000000_01.txt"), kMiB, 1);

@@ -5,71 +5,24 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
+#include <cstring>
+#include <sstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <android/log.h>
 #include <cutils/properties.h>
 
 #include "jlog/file/FileJLogWriter.h"
 #include "support/Faults.h"
-#include "support/Interpose.h"
-#include "support/LogCapture.h"
-#include "support/Properties.h"
-#include "support/TempFolder.h"
+#include "support/FileLoggerTest.h"
 
 namespace JCam::Utils::JLog::File {
 namespace {
 
-namespace Faults = Support::Faults;
+using namespace Support;
 using Faults::Call;
-using Support::LogLine;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::IsEmpty;
-using ::testing::MatchesRegex;
-
-/// The base as a subclass sees it, without a consumer.
-class OpenLogger : public FileJLoggerBase {
-  public:
-    using FileJLoggerBase::allocLogSpace;
-    using FileJLoggerBase::publish;
-    using FileJLoggerBase::recycleFront;
-    using FileJLoggerBase::renderRecords;
-
-    /// The current buffer.
-    Buffer& current() {
-        const JLogLock lock(mMutex);
-        return *mCurrent.get();
-    }
-    /// How many buffers wait in the pool.
-    size_t pooled() {
-        const JLogLock lock(mMutex);
-        return mEmptyBuffers.size();
-    }
-    /// The queued buffers, oldest first.
-    std::vector<Buffer*> queued() {
-        const JLogLock lock(mMutex);
-        std::vector<Buffer*> result;
-        for (Buffer* buffer = mFullBuffers.front(); buffer != nullptr;
-             buffer = buffer->next.load()) {
-            result.push_back(buffer);
-        }
-        return result;
-    }
-    /// Reserves and completes a record of `size` bytes.
-    bool log(unsigned long size) {
-        LogHeader* header = nullptr;
-        Buffer* buffer = nullptr;
-        if (!allocLogSpace(size, &header, &buffer, nullptr)) {
-            return false;
-        }
-        publish(header, buffer, static_cast<RecordType>(99));  // of no type that is rendered
-        return true;
-    }
-};
+using namespace ::testing;
 
 /// The records of `buffer`, in order.
 std::vector<const LogHeader*> recordsOf(const Buffer& buffer) {
@@ -81,46 +34,27 @@ std::vector<const LogHeader*> recordsOf(const Buffer& buffer) {
     return records;
 }
 
-const LogEnterExit& asEnterExit(const LogHeader* header) {
-    return *reinterpret_cast<const LogEnterExit*>(header);
-}
-const LogDetails& asDetails(const LogHeader* header) {
-    return *reinterpret_cast<const LogDetails*>(header);
-}
-
-/// A consumer of its own kind.
-class MovingLogger : public FileJLoggerBase {
-  public:
-    void moveBuffers() {
-        const JLogLock lock(mMutex);
-        std::unique_ptr<Buffer> fresh = allocEmptyBuffer();
-        ASSERT_NE(fresh, nullptr);
-        fresh->makePages();
-        Buffer* const retired = mCurrent.get();
-        mFullBuffers.pushBackFrom(mCurrent, std::move(fresh));
-        EXPECT_EQ(mFullBuffers.front(), retired);
-        EXPECT_EQ(mEmptyBuffers.put(mFullBuffers.remove(retired)), nullptr);
-        EXPECT_EQ(mEmptyBuffers.take().get(), retired);
+std::string describe(const LogHeader* header) {
+    std::ostringstream text;
+    text << +header->type() << ' ' << header->size() << " bytes, module ";
+    if (header->type() == RECORD_DETAILS) {
+        const auto& record = *reinterpret_cast<const LogDetails*>(header);
+        EXPECT_EQ(record.message - reinterpret_cast<const char*>(header),
+                  sizeof(LogDetails) + strlen(record.name()) + 1);
+        text << record.moduleId << ", level " << +record.level << ", " << record.name() << ": "
+             << record.message;
+    } else {
+        const auto& record = *reinterpret_cast<const LogEnterExit*>(header);
+        text << record.moduleId << ", serial " << record.serial << ", request "
+             << +record.requestType << ' ' << record.requestNo << ", " << record.name();
     }
-};
-
-class FileJLoggerBaseTest : public ::testing::Test {
-  protected:
-    /// Keeps the line of every reservation out of the log, as on a device.
-    FileJLoggerBaseTest() { __android_log_set_minimum_priority(ANDROID_LOG_INFO); }
-    ~FileJLoggerBaseTest() override { __android_log_set_minimum_priority(ANDROID_LOG_DEFAULT); }
-
-    Support::LogCapture mLog;
-    Support::Interpose::Scope mInterpose;
-};
-
-TEST_F(FileJLoggerBaseTest, SubclassesLinkWithAllThatTheyAreOffered) {
-    MovingLogger().moveBuffers();
-    EXPECT_EQ(Support::Interpose::liveBuffers(), 0);
+    return text.str();
 }
+
+using FileJLoggerBaseTest = FileLoggerTest;
 
 TEST_F(FileJLoggerBaseTest, RecordsKeepWhatWasLoggedWithinTheirBounds) {
-    OpenLogger logger;
+    BufferingLogger logger;
     const std::string longText(2000, 't');
     timespec before = {};
     clock_gettime(CLOCK_REALTIME, &before);
@@ -134,96 +68,67 @@ TEST_F(FileJLoggerBaseTest, RecordsKeepWhatWasLoggedWithinTheirBounds) {
     clock_gettime(CLOCK_REALTIME, &after);
 
     const Buffer& buffer = logger.current();
-    const auto records = recordsOf(buffer);
-    ASSERT_EQ(records.size(), 6U);
-    for (const LogHeader* record : records) {
+    EXPECT_EQ(buffer.writersPending(), 0U);
+    EXPECT_EQ(buffer.freeBytes, kBufferBytes - static_cast<size_t>(buffer.end() - buffer.data));
+    std::vector<std::string> records;
+    for (const LogHeader* record : recordsOf(buffer)) {
+        records.push_back(describe(record));
         EXPECT_EQ(reinterpret_cast<uintptr_t>(record) % 8, 0U);
-        EXPECT_EQ(record->size() % 8, 0U);
         EXPECT_EQ(record->tid, gettid());
         EXPECT_GE(record->timestamp.tv_sec, before.tv_sec);
         EXPECT_LE(record->timestamp.tv_sec, after.tv_sec);
     }
-    EXPECT_EQ(buffer.writersPending(), 0U);
-    EXPECT_EQ(buffer.freeBytes, kBufferBytes - static_cast<size_t>(buffer.end() - buffer.data));
-
-    const LogEnterExit& enter = asEnterExit(records[0]);
-    EXPECT_EQ(enter.header.type(), RECORD_ENTER);
-    EXPECT_EQ(enter.header.size(), 176U);  // 40 + 128 + 1, aligned
-    EXPECT_EQ(enter.serial, 1U);
-    EXPECT_EQ(enter.moduleId, MODULE_PREVIEW);
-    EXPECT_EQ(enter.requestNo, 42U);
-    EXPECT_EQ(enter.requestType, 1U);
-    EXPECT_EQ(enter.name(), std::string(128, 'n'));
-
-    const LogDetails& cut = asDetails(records[1]);
-    EXPECT_EQ(cut.header.type(), RECORD_DETAILS);
-    EXPECT_EQ(cut.header.size(), 1080U);  // 48 + 3 + 1 + 1024, aligned
-    EXPECT_EQ(cut.moduleId, 0x6U);
-    EXPECT_EQ(cut.level, LEVEL_WARN);
-    EXPECT_STREQ(cut.name(), "Tag");
-    EXPECT_EQ(cut.message, std::string(1023, 't'));
-    EXPECT_EQ(cut.message, reinterpret_cast<const char*>(&cut) + 52);
-
-    const LogDetails& empty = asDetails(records[2]);
-    EXPECT_STREQ(empty.name(), "");
-    EXPECT_STREQ(empty.message, "");
-    EXPECT_GT(empty.level, LEVEL_VERBOSE) << "a level above 255 must not become one with a name";
-    EXPECT_STREQ(asDetails(records[3]).message, "");
-
-    const LogEnterExit& exit = asEnterExit(records[4]);
-    EXPECT_EQ(exit.header.type(), RECORD_EXIT);
-    EXPECT_EQ(exit.header.size(), 48U);
-    EXPECT_EQ(exit.serial, 2U) << "details take no serial number";
-    EXPECT_STREQ(exit.name(), "");
-    EXPECT_EQ(asDetails(records[5]).message, std::string(1023, 't'));
+    // A level above 255 must not become one with a name. Details take no serial number.
+    EXPECT_THAT(
+            records,
+            ElementsAre(
+                    "1 176 bytes, module 4, serial 1, request 1 42, " + std::string(128, 'n'),
+                    "7 1080 bytes, module 6, level 2, Tag: " + longText.substr(0, 1023),
+                    "7 56 bytes, module 16, level 255, : ", "7 56 bytes, module 16, level 3, Tag: ",
+                    "2 48 bytes, module 8, serial 2, request 1 4294967295, ",
+                    "7 1080 bytes, module 16, level 3, Tag: " + longText.substr(0, 1023)));
 }
 
 TEST_F(FileJLoggerBaseTest, ARecordThatDoesNotFitGoesToAFreshBuffer) {
-    OpenLogger logger;
+    BufferingLogger logger;
     Buffer* first = &logger.current();
-    ASSERT_TRUE(logger.log(kBufferBytes - 48));
-    EXPECT_TRUE(logger.log(41)) << "fits exactly, aligned";
+    ASSERT_TRUE(logger.logBytes(kBufferBytes - 48));
+    EXPECT_TRUE(logger.logBytes(41)) << "fits exactly, aligned";
     EXPECT_EQ(&logger.current(), first);
-    EXPECT_TRUE(logger.log(24));
+    EXPECT_TRUE(logger.logBytes(24));
     EXPECT_THAT(logger.queued(), ElementsAre(first));
     EXPECT_EQ(first->freeBytes, 0U);
-    EXPECT_EQ(recordsOf(logger.current()).size(), 1U);
+    EXPECT_THAT(recordsOf(logger.current()), SizeIs(1));
 
     // A tail that is too small stays empty.
     Buffer* second = &logger.current();
-    ASSERT_TRUE(logger.log(kBufferBytes - 16));
+    ASSERT_TRUE(logger.logBytes(kBufferBytes - 16));
     EXPECT_THAT(logger.queued(), ElementsAre(first, second));
     EXPECT_EQ(second->freeBytes, kBufferBytes - 24);
-    ASSERT_TRUE(logger.log(kBufferBytes));
+    ASSERT_TRUE(logger.logBytes(kBufferBytes));
     EXPECT_EQ(logger.current().freeBytes, 0U);
-    EXPECT_EQ(logger.queued().size(), 3U);
-}
+    EXPECT_THAT(logger.queued(), SizeIs(3));
 
-TEST_F(FileJLoggerBaseTest, ASizeBeyondABufferIsRefusedAndReservesNothing) {
-    OpenLogger logger;
-    EXPECT_FALSE(logger.log(kBufferBytes + 1));
-    EXPECT_FALSE(logger.log(~0UL));
-    EXPECT_FALSE(logger.current().holdsRecords());
-    EXPECT_THAT(logger.queued(), IsEmpty());
-    EXPECT_THAT(
-            mLog.lines(),
-            ElementsAre(
-                    LogLine{ANDROID_LOG_ERROR, "FileAloneJLogger", "Log size too large: 262152"},
-                    LogLine{ANDROID_LOG_ERROR, "FileAloneJLogger", "Log size too large: 0"}));
+    EXPECT_FALSE(logger.logBytes(kBufferBytes + 1));
+    EXPECT_FALSE(logger.logBytes(~0UL));
+    EXPECT_THAT(logger.queued(), SizeIs(3)) << "nothing is reserved";
+    EXPECT_THAT(mLog.lines(),
+                ElementsAre(LogLine{ANDROID_LOG_ERROR, kFileTag, "Log size too large: 262152"},
+                            LogLine{ANDROID_LOG_ERROR, kFileTag, "Log size too large: 0"}));
 }
 
 TEST_F(FileJLoggerBaseTest, RecycledBuffersAreUsedAgainAndAtMostThreeAreKept) {
-    OpenLogger logger;
+    BufferingLogger logger;
     for (int i = 0; i < 6; ++i) {
-        ASSERT_TRUE(logger.log(kBufferBytes));
+        ASSERT_TRUE(logger.logBytes(kBufferBytes));
     }
-    std::vector<Buffer*> used = logger.queued();
-    ASSERT_EQ(used.size(), 5U);
+    const std::vector<Buffer*> used = logger.queued();
+    ASSERT_THAT(used, SizeIs(5));
     for (int i = 0; i < 5; ++i) {
         logger.recycleFront();
     }
     EXPECT_EQ(logger.pooled(), 3U);
-    ASSERT_TRUE(logger.log(8 + 24));
+    ASSERT_TRUE(logger.logBytes(8 + 24));
     EXPECT_EQ(&logger.current(), used.back()) << "the one used last is the one in the caches";
     EXPECT_EQ(logger.current().freeBytes, kBufferBytes - 32);
     EXPECT_EQ(logger.pooled(), 2U);
@@ -238,167 +143,130 @@ size_t residentPages(Buffer& buffer) {
 }
 
 TEST_F(FileJLoggerBaseTest, TheFirstWriterOfANewBufferHasItsPagesMade) {
-    const size_t all = residentPages(OpenLogger().current());
-    EXPECT_EQ(all, (sizeof(Buffer) + static_cast<size_t>(sysconf(_SC_PAGESIZE)) - 1) /
-                           static_cast<size_t>(sysconf(_SC_PAGESIZE)))
+    const size_t all = residentPages(BufferingLogger().current());
+    EXPECT_GT(all, sizeof(Buffer) / static_cast<size_t>(sysconf(_SC_PAGESIZE)))
             << "the first buffer is made before anybody logs";
     for (const bool oldKernel : {false, true}) {
         SCOPED_TRACE(oldKernel);
         if (oldKernel) {
             Faults::arm({{.call = Call::ADVISE, .error = EINVAL}});
         }
-        OpenLogger logger;
-        ASSERT_TRUE(logger.log(kBufferBytes));
-        LogHeader* header = nullptr;
-        Buffer* buffer = nullptr;
-        ASSERT_TRUE(logger.allocLogSpace(48, &header, &buffer, nullptr));
-        EXPECT_LT(residentPages(*buffer), 3U) << "not before the record is complete";
+        BufferingLogger logger;
+        ASSERT_TRUE(logger.logBytes(kBufferBytes));
+        const BufferingLogger::Reservation record = logger.reserve(48);
+        EXPECT_LT(residentPages(*record.buffer), 3U) << "not before the record is complete";
         errno = EBADF;
-        logger.publish(header, buffer, static_cast<RecordType>(99));
+        logger.publish(record.header, record.buffer, RECORD_INCOMPLETE);
         EXPECT_EQ(errno, EBADF);
         EXPECT_EQ(residentPages(logger.current()), all);
-        EXPECT_EQ(recordsOf(*buffer).size(), 1U);
-        EXPECT_EQ(header->size(), 48U);
+        EXPECT_EQ(record.header->size(), 48U) << "they were not written over";
         EXPECT_EQ(logger.pooled(), 0U) << "nothing is made that nobody has asked for";
     }
 }
 
 TEST_F(FileJLoggerBaseTest, IncompleteAndUnknownRecordsAreSteppedOverAndDamagedSizesEndTheWalk) {
-    const Support::TempFolder folder;
     FileJLogWriter writer;
-    writer.mFolder = folder.path();
+    writer.mFolder = mFolder.path();
     ASSERT_TRUE(writer.open(true, "", true));
-    OpenLogger logger;
-    LogHeader* header = nullptr;
-    Buffer* buffer = nullptr;
-    unsigned int serial = 0;
-    logger.onLogDetails(1, "Tag", LEVEL_INFO, "before", 6);
-    ASSERT_TRUE(logger.allocLogSpace(100, &header, &buffer, &serial));
-    EXPECT_EQ(header->type(), RECORD_INCOMPLETE);
-    EXPECT_EQ(buffer->writersPending(), 1U);
-    ASSERT_TRUE(logger.log(200));
-    logger.onLogDetails(1, "Tag", LEVEL_INFO, "behind", 6);
-    EXPECT_EQ(OpenLogger::renderRecords(*buffer, writer), 4U);
-    ASSERT_TRUE(logger.allocLogSpace(48, &header, &buffer, nullptr));
+    BufferingLogger logger;
+    const Buffer& buffer = logger.current();
+    EXPECT_EQ(logger.reserve(100).header->type(), RECORD_INCOMPLETE);
+    EXPECT_EQ(buffer.writersPending(), 1U);
+    ASSERT_TRUE(logger.logBytes(200));
+    logger.log("behind");
+    LogHeader* last = logger.reserve(48).header;
     for (const RecordType type : {RECORD_INCOMPLETE, RECORD_ENTER, RECORD_EXIT, RECORD_DETAILS}) {
-        // The first three are no sizes, the last leads out of what is there.
-        for (const uint32_t size : {0U, 16U, 44U, 56U}) {
-            header->reserve(size);
-            header->publish(type);
-            EXPECT_EQ(OpenLogger::renderRecords(*buffer, writer), 4U) << +type << ' ' << size;
+        // Three are no sizes, one leads out of what is there, one is too small for its fields.
+        for (const uint32_t size : {0U, 16U, 44U, 56U, 32U}) {
+            last->reserve(size);
+            last->publish(type);
+            EXPECT_EQ(BufferingLogger::renderRecords(buffer, writer), size == 32 ? 4U : 3U);
         }
     }
-    header->reserve(32);  // too small for its fields
-    header->publish(RECORD_DETAILS);
-    EXPECT_EQ(OpenLogger::renderRecords(*buffer, writer), 5U);
-    EXPECT_EQ(writer.appendRecords(buffer->end(), buffer->data), 0U) << "an end that was damaged";
+    EXPECT_EQ(writer.appendRecords(buffer.end(), buffer.data), 0U) << "an end that was damaged";
     writer.close();
-    const auto lines = Support::splitLines(folder.logText());
-    ASSERT_EQ(lines.size(), 36U);
-    for (size_t i = 0; i < lines.size(); i += 2) {
-        EXPECT_THAT(lines[i], EndsWith(": before"));
-        EXPECT_THAT(lines[i + 1], EndsWith(": behind"));
-    }
+    EXPECT_THAT(splitLines(mFolder.logText()), AllOf(SizeIs(20), Each(EndsWith(": behind"))));
 }
 
-TEST_F(FileJLoggerBaseTest, MonotonicClockIsChosenByProperty) {
+TEST_F(FileJLoggerBaseTest, TimeStampsAreOfTheClockThatAPropertyChooses) {
     for (const char* value : {"", "0", "2", "1"}) {
-        const Support::Properties properties{{"vendor.debug.camera.jlog.monoclock", value}};
-        OpenLogger logger;
-        ASSERT_TRUE(logger.log(24));
+        const Properties properties{{"vendor.debug.camera.jlog.monoclock", value}};
+        BufferingLogger logger;
+        ASSERT_TRUE(logger.logBytes(24));
         timespec mono = {};
         clock_gettime(CLOCK_MONOTONIC, &mono);
         // Uptime is far from the time since 1970.
         const bool isMono = recordsOf(logger.current())[0]->timestamp.tv_sec <= mono.tv_sec;
         EXPECT_EQ(isMono, std::string(value) == "1") << value;
     }
+    // Without a clock they are zero, and not what a buffer of the pool held before.
+    BufferingLogger logger;
+    ASSERT_TRUE(logger.logBytes(kBufferBytes));
+    ASSERT_TRUE(logger.logBytes(kBufferBytes));
+    logger.recycleFront();
+    Faults::arm({{.call = Call::CLOCK, .error = EINVAL}});
+    ASSERT_TRUE(logger.logBytes(sizeof(LogHeader)));
+    const LogHeader& record = *recordsOf(logger.current()).at(0);
+    EXPECT_EQ(record.timestamp.tv_sec, 0);
+    EXPECT_EQ(record.timestamp.tv_nsec, 0);
 }
 
 TEST_F(FileJLoggerBaseTest, WithoutMemoryRecordsAreDroppedWithOneLineUntilItIsBack) {
-    OpenLogger logger;
-    ASSERT_TRUE(logger.log(kBufferBytes));
+    const LogLine outOfMemory = {ANDROID_LOG_ERROR, kFileTag,
+                                 "Out of memory: no buffer of " + std::to_string(sizeof(Buffer)) +
+                                         " bytes, dropping records"};
+    BufferingLogger logger;
+    ASSERT_TRUE(logger.logBytes(kBufferBytes));
     Faults::arm({{.call = Call::MAP, .error = ENOMEM}});
     for (int i = 0; i < 3; ++i) {
-        EXPECT_FALSE(logger.log(24));
+        EXPECT_FALSE(logger.logBytes(24));
     }
-    EXPECT_THAT(mLog.lines(), ElementsAre(LogLine{ANDROID_LOG_ERROR, "FileAloneJLogger",
-                                                  "Out of memory: no buffer of " +
-                                                          std::to_string(sizeof(Buffer)) +
-                                                          " bytes, dropping records"}));
-    EXPECT_EQ(logger.queued().size(), 1U) << "what was logged before is still to be written";
+    EXPECT_THAT(logger.queued(), SizeIs(1)) << "what was logged before is still to be written";
     logger.recycleFront();
-    EXPECT_TRUE(logger.log(kBufferBytes)) << "a recycled buffer needs no memory";
-    EXPECT_FALSE(logger.log(24));
-    EXPECT_EQ(mLog.lines().size(), 1U);
+    EXPECT_TRUE(logger.logBytes(kBufferBytes)) << "a recycled buffer needs no memory";
+    EXPECT_FALSE(logger.logBytes(24));
+    EXPECT_THAT(mLog.lines(), ElementsAre(outOfMemory));
     Faults::disarm();
-    EXPECT_TRUE(logger.log(kBufferBytes));
+    EXPECT_TRUE(logger.logBytes(kBufferBytes));
     Faults::arm({{.call = Call::MAP, .error = ENOMEM}});
-    EXPECT_FALSE(logger.log(24));
-    EXPECT_EQ(mLog.lines().size(), 2U) << "a new outage is news";
+    EXPECT_FALSE(logger.logBytes(24));
+    EXPECT_THAT(mLog.lines(), ElementsAre(outOfMemory, outOfMemory)) << "a new outage is news";
 }
 
 TEST_F(FileJLoggerBaseTest, EveryReservationIsTracedWhereDebugLinesAreLoggable) {
-    OpenLogger quiet;
-    ASSERT_TRUE(quiet.log(24));
+    ASSERT_TRUE(BufferingLogger().logBytes(24));
     EXPECT_THAT(mLog.lines(), IsEmpty());
     __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
-    OpenLogger logger;
-    ASSERT_TRUE(logger.log(25));
+    BufferingLogger logger;
+    ASSERT_TRUE(logger.logBytes(25));
     char expected[100];
     snprintf(expected, sizeof(expected), "size = 32, %p of buffer %p",
              static_cast<void*>(logger.current().data), static_cast<void*>(&logger.current()));
-    EXPECT_THAT(mLog.lines(),
-                ElementsAre(LogLine{ANDROID_LOG_DEBUG, "FileAloneJLogger", expected}));
+    EXPECT_THAT(mLog.lines(), ElementsAre(LogLine{ANDROID_LOG_DEBUG, kFileTag, expected}));
 }
 
 TEST_F(FileJLoggerBaseTest, TimeStampIsLocalTimeWithMicroseconds) {
     char stamp[40];
-    memset(stamp, 'x', sizeof(stamp));
     EXPECT_EQ(FileJLoggerBase::getTimeStamp(CLOCK_REALTIME, stamp, sizeof(stamp)), stamp);
     EXPECT_THAT(std::string(stamp),
-                MatchesRegex("[0-9][0-9]-[0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9]\\.[0-9]{6}"));
-    EXPECT_EQ(strlen(stamp), 21U);
+                MatchesRegex("[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}"));
     // Too small for the date: only the microseconds are left, and those are cut.
     FileJLoggerBase::getTimeStamp(CLOCK_REALTIME, stamp, 8);
     EXPECT_THAT(std::string(stamp), MatchesRegex("\\.[0-9]{6}"));
-    EXPECT_THAT(mLog.lines(),
-                ElementsAre(LogLine{ANDROID_LOG_ERROR, "FileAloneJLogger", "strftime failed"}));
+    EXPECT_THAT(mLog.lines(), ElementsAre(LogLine{ANDROID_LOG_ERROR, kFileTag, "strftime failed"}));
 }
 
 TEST_F(FileJLoggerBaseTest, FolderPathIsTheProperty) {
-    const Support::TempFolder folder;
-    OpenLogger logger;
-    char path[PROPERTY_VALUE_MAX];
-    {
-        const Support::Properties properties{
-                {"vendor.debug.camera.ulog.folder", folder.path("logs")}};
+    BufferingLogger logger;
+    for (const std::string& folder : {mFolder.path(), mFolder.path("new"), mFolder.path("a/b")}) {
+        mProperties.set(kFolderProperty, folder);
+        char path[PROPERTY_VALUE_MAX];
         logger.getFolderPath(path, sizeof(path));
-        EXPECT_EQ(path, folder.path("logs"));
-        EXPECT_TRUE(std::filesystem::is_directory(path));
-        logger.getFolderPath(path, sizeof(path));  // there already
-        EXPECT_THAT(mLog.lines(), IsEmpty());
+        EXPECT_EQ(path, folder);
     }
-    const Support::Properties properties{{"vendor.debug.camera.ulog.folder", folder.path("a/b")}};
-    logger.getFolderPath(path, sizeof(path));
-    EXPECT_THAT(mLog.lines(),
-                ElementsAre(LogLine{ANDROID_LOG_INFO, "FileAloneJLogger",
-                                    "mkdir(" + folder.path("a/b") +
-                                            ") failed, errno = " + std::to_string(ENOENT)}));
-}
-
-TEST_F(FileJLoggerBaseTest, ARecordWithoutAClockHasTheTimeZero) {
-    OpenLogger logger;
-    // Through the pool, so that the memory holds the stamp of another record.
-    ASSERT_TRUE(logger.log(kBufferBytes));
-    ASSERT_TRUE(logger.log(kBufferBytes));
-    logger.recycleFront();
-    Faults::arm({{.call = Call::CLOCK, .error = EINVAL}});
-    ASSERT_TRUE(logger.log(sizeof(LogHeader)));
-    Faults::disarm();
-    ASSERT_EQ(Faults::struck(), 1U);
-    const LogHeader& record = *recordsOf(logger.current()).at(0);
-    EXPECT_EQ(record.timestamp.tv_sec, 0);
-    EXPECT_EQ(record.timestamp.tv_nsec, 0);
+    EXPECT_THAT(mFolder.names(), ElementsAre("new"));
+    const std::string failed = "mkdir(" + mFolder.path("a/b") + ") failed, errno = 2";
+    EXPECT_THAT(mLog.lines(), ElementsAre(LogLine{ANDROID_LOG_INFO, kFileTag, failed}));
 }
 
 }  // namespace
