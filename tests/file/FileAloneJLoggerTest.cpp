@@ -50,53 +50,43 @@ TEST_F(FileAloneJLoggerTest, StartsWithAnEmptyFileAndSaysSo) {
 }
 
 TEST_F(FileAloneJLoggerTest, AFileThatIsDeletedWhileOpenIsFollowedByTheNext) {
-    enum Disturbance { DELETE_FILE, DELETE_FOLDER, REPLACE_FOLDER };
-    for (const Disturbance disturbance : {DELETE_FILE, DELETE_FOLDER, REPLACE_FOLDER}) {
+    enum Disturbance { DELETE_FILE, DELETE_FOLDER, REPLACE_FOLDER, DELETE_PARENT };
+    Interpose::redirect("/data/vendor", mFolder.path("absent"));
+    const fs::path folder = mFolder.path("parent/logs");
+    mProperties.set(kFolderProperty, folder.string());
+    for (const auto disturbance : {DELETE_FILE, DELETE_FOLDER, REPLACE_FOLDER, DELETE_PARENT}) {
         SCOPED_TRACE(disturbance);
         mLog.clear();
+        fs::create_directories(folder);
         RunningLogger logger;
         logger.onInit();
         logger.log("before");
         logger.onFlush(60);
-        const std::string first = mFolder.path(mFolder.names().at(0));
-        fs::remove_all(disturbance == DELETE_FILE ? first : mFolder.path());
-        if (disturbance == REPLACE_FOLDER) {
-            fs::create_directory(mFolder.path());
+        const fs::path first = fs::directory_iterator(folder)->path();
+        const fs::path deleted[] = {first, folder, folder, folder.parent_path()};
+        fs::remove_all(deleted[disturbance]);
+        if (disturbance == DELETE_PARENT) {
+            logger.log("lost");
+            logger.onFlush(60);
+            logger.log("lost");
+            logger.onFlush(60);
+        }
+        if (disturbance >= REPLACE_FOLDER) {
+            fs::create_directories(folder);
         }
         logger.log("after");
         logger.onFlush(60);
         logger.log("later");
         logger.onUninit();
-        ASSERT_THAT(mFolder.names(), ElementsAre(EndsWith("_02.txt")));
-        const std::string second = mFolder.path(mFolder.names()[0]);
+        const fs::path second = fs::directory_iterator(folder)->path();
+        EXPECT_THAT(second.string(), EndsWith("_02.txt"));
         EXPECT_THAT(splitLines(readFile(second)),
                     ElementsAre("-- CONTINUED --", EndsWith(" after"), EndsWith(" later")));
-        EXPECT_THAT(mLog.lines(), Contains(LogLine{ANDROID_LOG_WARN, kFileTag,
-                                                   "FileJLogWriter: file was deleted " + first}));
-        EXPECT_EQ(mLog.count("FileJLogWriter: "), 1U);
+        const std::string text = "FileJLogWriter: file was deleted " + first.string();
+        EXPECT_THAT(mLog.lines(), Contains(LogLine{ANDROID_LOG_WARN, kFileTag, text}).Times(1));
+        EXPECT_EQ(mLog.count(kUnableToOpen), disturbance == DELETE_PARENT ? 2U : 0U);
         fs::remove(second);
     }
-}
-
-TEST_F(FileAloneJLoggerTest, AFolderThatCannotBeMadeAgainIsTriedUntilItIsThere) {
-    Interpose::redirect("/data/vendor", mFolder.path("absent"));
-    const std::string folder = mFolder.path("parent/logs");
-    fs::create_directories(folder);
-    mProperties.set(kFolderProperty, folder);
-    RunningLogger logger;
-    logger.onInit();
-    fs::remove_all(mFolder.path("parent"));
-    for (int i = 0; i < 2; ++i) {
-        logger.log("lost");
-        logger.onFlush(60);
-    }
-    fs::create_directories(folder);
-    logger.log("after");
-    logger.onUninit();
-    EXPECT_THAT(splitLines(readFile(fs::directory_iterator(folder)->path().string())),
-                ElementsAre("-- CONTINUED --", EndsWith(" after")));
-    EXPECT_EQ(mLog.count("FileJLogWriter: file was deleted "), 1U);
-    EXPECT_EQ(mLog.count(kUnableToOpen), 2U);
 }
 
 TEST_F(FileAloneJLoggerTest, IdleThreadWritesFewRecordsWithinItsInterval) {
