@@ -9,7 +9,6 @@
 #include <ctime>
 #include <filesystem>
 #include <initializer_list>
-#include <limits>
 #include <random>
 
 #include <gmock/gmock.h>
@@ -100,15 +99,11 @@ class Dice {
         return text;
     }
     timespec time() {
-        using Seconds = std::numeric_limits<time_t>;
-        using Nanoseconds = std::numeric_limits<long>;
         if (roll(4) == 0) {
-            const time_t odd = oneOf<time_t>({0, -1, Seconds::max(), Seconds::min() + 1});
-            mSecond = roll(8) == 0 ? odd : time_t{roll(~0U)};
+            mSecond = roll(8) != 0 ? time_t{roll(~0U)} : oneOf({0L, -1L, LONG_MAX, LONG_MIN + 1});
         }
-        const long odd = oneOf({-1L, -1000L, -123456789L, 1000000000L, 999999999L, 0L,
-                                Nanoseconds::max(), Nanoseconds::min()});
-        return {mSecond, roll(16) == 0 ? odd : long{roll(1000000000)}};
+        const long odd = oneOf({-1L, -1000L, -123456789L, 1000000000L, LONG_MAX, LONG_MIN});
+        return {mSecond, roll(16) != 0 ? long{roll(1000000000)} : odd};
     }
 
   private:
@@ -217,7 +212,6 @@ TEST_F(FileJLogWriterTest, SeriesNamesItsFilesByPidPrefixTimeAndIndex) {
     mLog.clear();
     ASSERT_TRUE(mWriter.open(false, "ignored", true));
     EXPECT_EQ(path(), stem + stamp + "_02.txt");
-    EXPECT_EQ(mLog.lines().size(), 1U) << "silence is ignored, too";
     mWriter.close();
     mLog.clear();
     for (const char* prefix :
