@@ -64,8 +64,6 @@ TEST_F(FileJLoggerBaseTest, RecordsKeepWhatWasLoggedWithinTheirBounds) {
     logger.onLogDetails(MODULE_VIDEO, "Tag", LEVEL_INFO, nullptr, 7);
     logger.onLogExit(MODULE_CAPTURE, "", 0xFFFFFFFF);
     logger.onLogDetails(MODULE_VIDEO, "Tag", LEVEL_INFO, longText.c_str(), ~0UL);
-    timespec after = {};
-    clock_gettime(CLOCK_REALTIME, &after);
 
     const Buffer& buffer = logger.current();
     EXPECT_EQ(buffer.writersPending(), 0U);
@@ -76,7 +74,6 @@ TEST_F(FileJLoggerBaseTest, RecordsKeepWhatWasLoggedWithinTheirBounds) {
         EXPECT_EQ(reinterpret_cast<uintptr_t>(record) % 8, 0U);
         EXPECT_EQ(record->tid, gettid());
         EXPECT_GE(record->timestamp.tv_sec, before.tv_sec);
-        EXPECT_LE(record->timestamp.tv_sec, after.tv_sec);
     }
     // A level above 255 must not become one with a name. Details take no serial number.
     EXPECT_THAT(
@@ -154,12 +151,15 @@ TEST_F(FileJLoggerBaseTest, TheFirstWriterOfANewBufferHasItsPagesMade) {
         BufferingLogger logger;
         ASSERT_TRUE(logger.logBytes(kBufferBytes));
         const BufferingLogger::Reservation record = logger.reserve(48);
-        EXPECT_LT(residentPages(*record.buffer), 3U) << "not before the record is complete";
+        char* others = reinterpret_cast<char*>(record.buffer) + kBufferBytes / 2;
+        *others = 'x';
+        EXPECT_LT(residentPages(*record.buffer), 4U) << "not before the record is complete";
         errno = EBADF;
         logger.publish(record.header, record.buffer, RECORD_INCOMPLETE);
         EXPECT_EQ(errno, EBADF);
         EXPECT_EQ(residentPages(logger.current()), all);
-        EXPECT_EQ(record.header->size(), 48U) << "they were not written over";
+        EXPECT_EQ(*others, 'x') << "what others write meanwhile stays";
+        EXPECT_EQ(record.header->size(), 48U);
         EXPECT_EQ(logger.pooled(), 0U) << "nothing is made that nobody has asked for";
     }
 }
