@@ -114,6 +114,8 @@ TEST_F(JLogInitializerTest, StartUpConfigurationFollowsBuildMaskAndProperties) {
             {kConfidential, {kLao, kPanic}, 0, 0x11, 3, true},
             {kConfidential, {kForceLog, kPanic}, 1, 0x02, 3, false},
             {kConfidential, {kForceLog}, 1, 0x02, 1, false},
+            {kConfidential, {{kAging.first, "hightempaging"}}, 1, 0x02, 5, false},
+            {kMarket, {{"ro.version.confidential", "1"}}, 0, 0x01, 1, false},
             // Mode 0 forces the level, other modes that are none do not.
             {kEngineering, {{kMode, "0"}, {kUserLevel, "4"}}, 1, 0x01, 1, false},
             {kEngineering, {{kMode, "5"}, {kUserLevel, "0"}}, 1, 0x01, 2, false},
@@ -169,7 +171,7 @@ TEST_F(JLogInitializerTest, ModeChoosesTheLogger) {
 }
 
 TEST_F(JLogInitializerTest, SaysWhatItDecides) {
-    JLogger::sDebugLevel = 1;
+    JLogger::sDebugLevel = -1;
     {
         const Applied market(kMarket, {kAging, {kMode, "18"}});
         const JLogInitializer first(3);
@@ -191,11 +193,15 @@ TEST_F(JLogInitializerTest, SaysWhatItDecides) {
                             "3/JLOG: delete JLogInitializerImpl", "3/ULog: uninit",
                             "3/JLOG: delete JLogInitializerImpl"));
     Support::resetPolicy();
-    const Applied pre(kPre, {{kMode, "2"}, {"vendor.debug.camera.jlog.filter", "0x6"}});
-    const JLogInitializer initializer(2);
+    const Applied pre(kPre, {{kMode, "2"}, {"vendor.debug.camera.jlog.filter", "0x100000006"}});
+    const JLogInitializer initializer(4);
     EXPECT_THAT(mLog.texts(),
-                ::testing::IsSupersetOf({"jlog is disabled", "pre version: ulogEnable: 0",
-                                         "[JLogInit] jlogLevel:3 jlogMode:0x1 jlogFilter:0x6"}));
+                ::testing::IsSupersetOf(
+                        {"jlog is disabled", "pre version: ulogEnable: 1",
+                         "[JLogInit] jlogLevel:3 jlogMode:0x2 jlogFilter:0x100000006"}));
+    EXPECT_EQ(JLogger::sFilter, 0x100000006U);
+    EXPECT_TRUE(JLogInitializerImpl::sJlogEnable4Pre);
+    EXPECT_FALSE(JLogInitializerImpl::sJlogEnable4Market);
 }
 
 TEST_F(JLogInitializerTest, LaoFlagOfTheHostCountsOnlyOnEngineeringBuilds) {
@@ -205,6 +211,9 @@ TEST_F(JLogInitializerTest, LaoFlagOfTheHostCountsOnlyOnEngineeringBuilds) {
         const JLogInitializer initializer(0);
         EXPECT_EQ(JLogger::sMode, market ? 0x01U : 0x11U);
     }
+    { const JLogInitializer later(0); }
+    EXPECT_TRUE(JLogInitializerImpl::sMarketVer) << "a process does not change its build";
+    EXPECT_TRUE(JLogInitializerImpl::sReleaseVer);
     JLogInitializer::setIsReleaseVer(false);
     EXPECT_FALSE(JLogInitializerImpl::sReleaseVer);
 }
@@ -266,6 +275,7 @@ TEST_F(JLogInitializerTest, LoggerLivesUntilTheLastInitializerInAnyOrder) {
     EXPECT_EQ(JLogger::sMode, 0x04U) << "mode and level stay";
 
     { const JLogInitializer again(0); }
+    EXPECT_EQ(JLogInitializerImpl::sDefaultLogLevel, 1U) << "the user's level is read once";
     EXPECT_EQ(mLog.count("File ULogger stopped"), 2U);
 }
 

@@ -64,6 +64,8 @@ TEST_F(FileJLoggerBaseTest, RecordsKeepWhatWasLoggedWithinTheirBounds) {
     logger.onLogDetails(MODULE_VIDEO, "Tag", LEVEL_INFO, nullptr, 7);
     logger.onLogExit(MODULE_CAPTURE, "", 0xFFFFFFFF);
     logger.onLogDetails(MODULE_VIDEO, "Tag", LEVEL_INFO, longText.c_str(), ~0UL);
+    const std::vector<char> unterminated(16, 'u');
+    logger.onLogDetails(MODULE_VIDEO, "Tag", LEVEL_INFO, unterminated.data(), 16);
 
     const Buffer& buffer = logger.current();
     EXPECT_EQ(buffer.writersPending(), 0U);
@@ -83,7 +85,8 @@ TEST_F(FileJLoggerBaseTest, RecordsKeepWhatWasLoggedWithinTheirBounds) {
                     "7 1080 bytes, module 6, level 2, Tag: " + longText.substr(0, 1023),
                     "7 56 bytes, module 16, level 255, : ", "7 56 bytes, module 16, level 3, Tag: ",
                     "2 48 bytes, module 8, serial 2, request 1 4294967295, ",
-                    "7 1080 bytes, module 16, level 3, Tag: " + longText.substr(0, 1023)));
+                    "7 1080 bytes, module 16, level 3, Tag: " + longText.substr(0, 1023),
+                    "7 72 bytes, module 16, level 3, Tag: uuuuuuuuuuuuuuuu"));
 }
 
 TEST_F(FileJLoggerBaseTest, ARecordThatDoesNotFitGoesToAFreshBuffer) {
