@@ -1,0 +1,95 @@
+// Log files that anybody may have damaged, and the names of files.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <fmt/format.h>
+
+#include "Check.h"
+#include "ExactCopy.h"
+#include "reader/LogFile.h"
+#include "reader/Records.h"
+
+namespace JCam::Reader {
+
+namespace {
+
+using Fuzz::check;
+using Fuzz::checkEqual;
+
+void checkIsIn(std::string_view part, std::string_view whole) {
+    check(part.empty() || (part.data() >= whole.data() &&
+                           part.data() + part.size() <= whole.data() + whole.size()),
+          "a part lies in its record");
+}
+
+/// As the logger renders it.
+std::string render(const Line& line) {
+    const Origin& origin = line.origin;
+    const std::string head = fmt::format("{} {} {:5} {:5} {} {:8}: ", origin.date, origin.time,
+                                         origin.pid, origin.tid, line.level, line.tag);
+    if (!line.scope) {
+        return head + std::string(line.text);
+    }
+    const Scope& scope = *line.scope;
+    return head + fmt::format("R AppRequest:{} M[{}:{:x}] {}  :{} #{}", scope.requestNo,
+                              scope.module, scope.moduleId, scope.sign, scope.name, scope.serial);
+}
+
+void checkLine(const Line& line, std::string_view bytes) {
+    for (const std::string_view part : {line.origin.date, line.origin.time, line.tag, line.text}) {
+        checkIsIn(part, bytes);
+    }
+    if (line.scope) {
+        checkIsIn(line.scope->module, bytes);
+        checkIsIn(line.scope->name, bytes);
+    }
+    const std::string rendered = render(line);
+    std::string_view reason;
+    const std::optional<Line> again = parseLine(rendered, reason);
+    check(again.has_value(), "a line that was rendered is one");
+    checkEqual(render(*again), rendered, "a line that was rendered comes back");
+    checkEqual(again->tag, line.tag, "the tag comes back");
+    check(again->scope.has_value() == line.scope.has_value(), "a scope comes back");
+}
+
+void checkRecords(std::string_view file, int pid) {
+    constexpr std::string_view kMark = "-- CONTINUED --\n";
+    size_t offset = file.starts_with(kMark) ? kMark.size() : 0;
+    Records records(file, pid);
+    while (const auto record = records.next()) {
+        check(record->offset == offset && !record->bytes.empty() &&
+                      record->bytes.data() == file.data() + offset,
+              "a record begins where the one before it ends");
+        const auto newlines =
+                std::count(file.begin(), file.begin() + static_cast<ptrdiff_t>(offset), '\n');
+        check(record->lineNumber == static_cast<uint64_t>(newlines) + 1, "lines are counted");
+        offset += record->bytes.size();
+        check(record->isTorn ? offset == file.size() : record->bytes.ends_with('\n'),
+              "only the last record has no newline");
+        check(record->line.has_value() + record->crash.has_value() + !record->skipped.empty() == 1,
+              "a record is one of three");
+        if (record->line) {
+            check(pid == 0 || record->line->origin.pid == pid, "a record is of its process");
+            checkLine(*record->line, record->bytes);
+        }
+    }
+    check(offset == file.size(), "every byte is in a record");
+}
+
+}  // namespace
+
+}  // namespace JCam::Reader
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const JCam::Fuzz::ExactCopy file({reinterpret_cast<const char*>(data), size});
+    JCam::Reader::checkRecords(file.view(), 0);
+    JCam::Reader::checkRecords(file.view(), 4321);
+    static_cast<void>(JCam::Reader::parseName(std::filesystem::path(file.view())));
+    return 0;
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace JCam::Reader {
+
+// All views point into the text that was parsed. Nothing allocates, and any bytes are safe input.
+
+/// When a line was logged, and by which thread: "MM-DD hh:mm:ss.uuuuuu PPPPP TTTTT ".
+struct Origin {
+    std::string_view date;
+    std::string_view time;     // with a fraction of 6 digits, in logcat's own lines 3 or 9
+    int64_t microseconds = 0;  // since midnight
+    int pid = 0;
+    int tid = 0;
+};
+
+/// Takes an origin off the front of `text`, with the blank behind it. False if there is none; then
+/// `text` stays as it is.
+[[nodiscard]] bool takeOrigin(std::string_view& text, Origin& origin);
+
+/// The text of an enter or exit line: "R AppRequest:42 M[Preview:4] +  :processFrame #17".
+struct Scope {
+    uint32_t requestNo = 0;
+    std::string_view module;
+    uint32_t moduleId = 0;
+    char sign = '\0';  // '+' or '-'
+    std::string_view name;
+    uint32_t serial = 0;
+};
+
+/// A line in the columns that the log files share with logcat: origin, level, tag, text. Tag, scope
+/// name and text may hold newlines.
+struct Line {
+    Origin origin;
+    char level = '\0';      // one of V D I W E F
+    std::string_view tag;   // without the blanks that pad it to eight
+    std::string_view text;  // may be empty
+    std::optional<Scope> scope;
+};
+
+/// Parses a line without its final newline. On failure the result is empty, and `reason` names the
+/// first part that does not fit. A tag that has ": " behind its eighth character is taken to end
+/// there.
+[[nodiscard]] std::optional<Line> parseLine(std::string_view text, std::string_view& reason);
+
+}  // namespace JCam::Reader

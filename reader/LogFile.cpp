@@ -1,0 +1,49 @@
+#include "reader/LogFile.h"
+
+#include <algorithm>
+#include <string_view>
+#include <system_error>
+#include <tuple>
+#include <utility>
+
+#include "reader/Text.h"
+
+namespace JCam::Reader {
+
+namespace fs = std::filesystem;
+
+std::optional<LogFile> parseName(const fs::path& path) {
+    constexpr size_t kStartChars = sizeof("YYYY_MMDD_hhmmss") - 1;
+    const std::string name = path.filename().string();
+    std::string_view rest = name;
+    LogFile file;
+    if (!take(rest, "cam_jlog_") || !takeNumber(rest, file.pid) || !take(rest, "_")) {
+        return std::nullopt;
+    }
+    file.isCrash = take(rest, "NE_");
+    file.start = rest.substr(0, kStartChars);
+    rest.remove_prefix(file.start.size());
+    if (!take(rest, "_") || !takeNumber(rest, file.index) || rest != ".txt") {
+        return std::nullopt;
+    }
+    file.path = path;
+    return file;
+}
+
+std::vector<LogFile> listLogFiles(const fs::path& folder, int pid) {
+    std::vector<LogFile> files;
+    std::error_code error;
+    for (fs::directory_iterator i(folder, error), end; !error && i != end; i.increment(error)) {
+        std::optional<LogFile> file = parseName(i->path());
+        if (file && (pid == 0 || file->pid == pid)) {
+            files.push_back(*std::move(file));
+        }
+    }
+    std::sort(files.begin(), files.end(), [](const LogFile& a, const LogFile& b) {
+        return std::tie(a.pid, a.isCrash, a.start, a.index) <
+               std::tie(b.pid, b.isCrash, b.start, b.index);
+    });
+    return files;
+}
+
+}  // namespace JCam::Reader

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "reader/Line.h"
+
+namespace JCam::Reader {
+
+/// The first line of a crash file: "SIGSEGV : addr = 0x10".
+struct CrashCause {
+    std::string_view signal;
+    uint64_t address = 0;
+};
+
+/// A piece of a log file. It has a line or a crash's cause, or else tells why it was skipped.
+struct Record {
+    uint64_t offset = 0;      // in the file
+    uint64_t lineNumber = 0;  // of its first line; the file's first is 1
+    std::string_view bytes;   // all of it, with the newlines
+    bool isTorn = false;      // the file ends here without a newline: the end of it is missing
+    std::optional<Line> line;
+    std::optional<CrashCause> crash;
+    std::string_view skipped;  // the reason
+};
+
+/// Goes through the bytes of one file. Each byte is in exactly one record, those of the mark at the
+/// start of a continued file aside.
+///
+/// A record begins where a line has an origin and a level; lines that have not belong to the text
+/// before them. Two cases cannot be told: a text that holds what looks like a line of its own
+/// process is two records, and a line that lost its newline (in a full buffer, or by a short write)
+/// takes the next one into its text.
+class Records {
+  public:
+    /// `pid`: whose lines they are; those of other processes belong to a text that quotes them. 0:
+    /// whoever's.
+    Records(std::string_view bytes, int pid);
+
+    /// The next one; empty at the end.
+    [[nodiscard]] std::optional<Record> next();
+
+  private:
+    [[nodiscard]] bool beginsRecord(std::string_view text) const;
+
+    std::string_view mRest;
+    const int mPid;
+    uint64_t mOffset = 0;
+    uint64_t mLineNumber = 1;
+};
+
+}  // namespace JCam::Reader
