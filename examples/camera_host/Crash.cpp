@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -27,10 +28,6 @@ namespace CameraHost {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-int64_t nowNs() {
-    return std::chrono::nanoseconds(Clock::now().time_since_epoch()).count();
-}
 
 /// A store to `address`. No compiler may find out that it is wrong.
 void touch(void* address) {
@@ -89,16 +86,12 @@ pid_t startAllocator() {
 
 }  // namespace
 
-void crash(int sig, CrashPlace place, pid_t loggingTid, const LedgerBook& ledgers,
-           std::atomic<int64_t>& signalledNs) {
+void crash(int sig, CrashPlace place, pid_t loggingTid, const LedgerBook& ledgers) {
     const pid_t target = place == CrashPlace::LOGGING        ? loggingTid
                          : place == CrashPlace::MALLOC       ? startAllocator()
                          : place == CrashPlace::FLUSH_THREAD ? findFlushThread()
                                                              : 0;
-    for (Ledger& ledger : ledgers.all()) {
-        ledger.mark();
-    }
-    signalledNs = nowNs();
+    ledgers.mark();
     if (place == CrashPlace::HOST) {
         fault(sig);
     } else {
@@ -140,7 +133,7 @@ ChildEnd runInChild(const std::function<int()>& body, std::chrono::milliseconds 
         }
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
-    end.endedNs = nowNs();
+    end.endedNs = std::chrono::nanoseconds(Clock::now().time_since_epoch()).count();
     end.sig = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     end.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 0;
     return end;

@@ -2,7 +2,6 @@
 
 #include <sys/types.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -23,11 +22,9 @@ enum class CrashPlace {
 inline constexpr int kCrashPlaces = 4;
 
 /// Brings this process down by `sig` (SIGABRT, SIGSEGV or SIGBUS). `loggingTid` is the thread for
-/// CrashPlace::LOGGING. Marks the ledgers at the last moment, and then tells the time of it through
-/// `signalledNs` (steady clock). If the process survives, this thread waits for its parent to give
-/// it up.
-[[noreturn]] void crash(int sig, CrashPlace place, pid_t loggingTid, const LedgerBook& ledgers,
-                        std::atomic<int64_t>& signalledNs);
+/// CrashPlace::LOGGING. Marks the ledgers at the last moment. If the process survives, this thread
+/// waits for its parent to give it up.
+[[noreturn]] void crash(int sig, CrashPlace place, pid_t loggingTid, const LedgerBook& ledgers);
 
 /// How a child process has ended.
 struct ChildEnd {

@@ -1,37 +1,61 @@
 #include "LedgerBook.h"
 
+#include <sys/mman.h>
+
+#include <cerrno>
+#include <chrono>
 #include <new>
-#include <stdexcept>
+#include <system_error>
 
 namespace CameraHost {
 
 namespace {
 
-/// In front of the ledgers, which are aligned behind it.
-constexpr size_t kCountBytes = alignof(Ledger);
-static_assert(sizeof(std::atomic<size_t>) <= kCountBytes);
+/// Memory of zeros.
+void* mapShared(size_t bytes) {
+    void* const memory =
+            mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) {
+        throw std::system_error(errno, std::generic_category(), "shared memory");
+    }
+    return memory;
+}
 
 }  // namespace
 
-LedgerBook::LedgerBook(size_t capacity)
-        : mCapacity(capacity),
-          mMemory(kCountBytes + capacity * sizeof(Ledger)),
-          mCount(new (mMemory.get()) std::atomic<size_t>(0)),
-          mLedgers(reinterpret_cast<Ledger*>(mMemory.get() + kCountBytes)) {}
-
-Ledger& LedgerBook::add(uint32_t number) {
-    const size_t index = all().size();
-    if (index == mCapacity) {
-        throw std::length_error("more threads than ledgers");
+LedgerBook::LedgerBook(size_t threads)
+        : mThreads(threads), mShared(new (mapShared(bytes())) Shared) {
+    for (uint32_t number = 0; number < threads; number++) {
+        new (&mShared->ledgers()[number]) Ledger(number);
     }
-    auto* ledger = new (mLedgers + index) Ledger(number);
-    // Release: whoever counts it sees it whole.
-    mCount->store(index + 1, std::memory_order_release);
-    return *ledger;
 }
 
-std::span<Ledger> LedgerBook::all() const {
-    return {mLedgers, mCount->load(std::memory_order_acquire)};
+LedgerBook::~LedgerBook() {
+    munmap(mShared, bytes());
+}
+
+void LedgerBook::mark() const {
+    for (Ledger& ledger : all()) {
+        ledger.mark();
+    }
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    mShared->markedNs = std::chrono::nanoseconds(now).count();
+}
+
+EventCounts LedgerBook::counts() const {
+    EventCounts sum;
+    for (const Ledger& ledger : all()) {
+        sum += ledger.counts();
+    }
+    return sum;
+}
+
+EventCounts LedgerBook::marked() const {
+    EventCounts sum;
+    for (const Ledger& ledger : all()) {
+        sum += ledger.marked();
+    }
+    return sum;
 }
 
 }  // namespace CameraHost

@@ -1,31 +1,46 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
 #include "Ledger.h"
-#include "SharedMapping.h"
 
 namespace CameraHost {
 
-/// The ledgers of a run, in memory that a child process shares with its parent: of a process that
-/// crashes they are all that is left to tell what it has logged.
+/// The ledgers of a run, numbered from 0, in memory that a child process shares with its parent: of
+/// a process that crashes they are all that is left to tell what it has logged.
 class LedgerBook {
   public:
-    /// `capacity`: the most ledgers it can hold. Throws without memory.
-    explicit LedgerBook(size_t capacity);
+    /// Throws without memory.
+    explicit LedgerBook(size_t threads);
+    ~LedgerBook();
+    LedgerBook(const LedgerBook&) = delete;
+    LedgerBook& operator=(const LedgerBook&) = delete;
 
-    /// Adds the ledger of thread `number`. One thread at a time; ledgers never move.
-    Ledger& add(uint32_t number);
-    [[nodiscard]] std::span<Ledger> all() const;
+    [[nodiscard]] std::span<Ledger> all() const { return {mShared->ledgers(), mThreads}; }
+    /// Marks all ledgers, and notes the time. Once: when the run is over, or just before the
+    /// process is to crash.
+    void mark() const;
+    /// On the steady clock; 0 before mark().
+    [[nodiscard]] int64_t markedNs() const { return mShared->markedNs; }
+
+    // Of all threads together.
+
+    [[nodiscard]] EventCounts counts() const;
+    [[nodiscard]] EventCounts marked() const;
 
   private:
-    const size_t mCapacity;
-    const SharedMapping mMemory;
-    std::atomic<size_t>* const mCount;
-    Ledger* const mLedgers;
+    struct alignas(Ledger) Shared {
+        [[nodiscard]] Ledger* ledgers() { return reinterpret_cast<Ledger*>(this + 1); }
+
+        int64_t markedNs = 0;
+    };
+
+    [[nodiscard]] size_t bytes() const { return sizeof(Shared) + mThreads * sizeof(Ledger); }
+
+    const size_t mThreads;
+    Shared* const mShared;
 };
 
 }  // namespace CameraHost

@@ -32,11 +32,11 @@ constexpr int kFlushTimeoutSec = 1;
 
 /// Between the clock readings is nothing but calls that log, if they do.
 void timeMetadata(Ledger& ledger, unsigned int moduleId, const Request& request) {
-    const uint64_t eventsBefore = ledger.events();
+    const uint64_t eventsBefore = ledger.counts().events();
     const Clock::time_point begin = Clock::now();
     dumpMetadata(moduleId, request);
     const std::chrono::nanoseconds duration = Clock::now() - begin;
-    if (const uint64_t calls = ledger.events() - eventsBefore; calls > 0) {
+    if (const uint64_t calls = ledger.counts().events() - eventsBefore; calls > 0) {
         ledger.addTiming(calls, static_cast<uint64_t>(duration.count()));
     }
 }
@@ -58,15 +58,13 @@ uint64_t wantedScopes(const Stream& stream) {
 
 }  // namespace
 
-Pipeline::Pipeline(LedgerBook& ledgers, unsigned int threads, unsigned int rate)
-        : mRate(rate), mThreadCount(threads), mLedgers(ledgers), mHostLedger(ledgers.add(0)) {}
-
 void Pipeline::start() {
-    mHostLedger.adoptThread();
-    for (unsigned int i = 1; i <= mThreadCount; i++) {
-        mThreads.emplace_back(
-                [this, &ledger = mLedgers.add(i), &stream = kStreams[(i - 1) % kStreams.size()]](
-                        const std::stop_token& stop) { runStream(stop, ledger, stream); });
+    mLedgers.all().front().adoptThread();
+    for (Ledger& ledger : mLedgers.all().subspan(1)) {
+        const Stream& stream = kStreams[mThreads.size() % kStreams.size()];
+        mThreads.emplace_back([this, &ledger, &stream](const std::stop_token& stop) {
+            runStream(stop, ledger, stream);
+        });
     }
 }
 
@@ -103,11 +101,14 @@ void Pipeline::runStream(const std::stop_token& stop, Ledger& ledger, const Stre
 void Pipeline::runRequest(Ledger& ledger, const Stream& stream) {
     // Relaxed: the number is only a name, nothing is published with it.
     const uint32_t number = mRequests.fetch_add(1, std::memory_order_relaxed) + 1;
-    const uint64_t enters = ledger.enters() + wantedScopes(stream);
-    const uint64_t exits = ledger.exits() + wantedScopes(stream);
-    const uint64_t details = ledger.details() + (wantsMetadata(stream) ? 1U : 0U);
+    EventCounts expected = ledger.counts();
+    expected.enters += wantedScopes(stream);
+    expected.exits += wantedScopes(stream);
+    expected.details += wantsMetadata(stream) ? 1U : 0U;
     takeThrough(ledger, stream, {number, stream.burst, stream.name});
-    if (ledger.enters() != enters || ledger.exits() != exits || ledger.details() < details) {
+    const EventCounts heard = ledger.counts();
+    if (heard.enters != expected.enters || heard.exits != expected.exits ||
+        heard.details < expected.details) {
         mUnheard.fetch_add(1, std::memory_order_relaxed);
     }
 }

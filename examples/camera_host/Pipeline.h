@@ -26,11 +26,10 @@ struct Stream {
 /// starts it logs too, once a second, through tick().
 class Pipeline {
   public:
-    /// `rate`: requests per second and thread; 0 is as fast as it can. `ledgers` is empty and has
-    /// room for ledgersFor(threads): one for the host's own thread, then one per thread. It must
-    /// outlive the pipeline.
-    Pipeline(LedgerBook& ledgers, unsigned int threads, unsigned int rate);
-    [[nodiscard]] static size_t ledgersFor(unsigned int threads) { return size_t{threads} + 1; }
+    /// `rate`: requests per second and thread; 0 is as fast as it can. The first of the ledgers is
+    /// for the host's own thread, each other one stands for a thread. They must outlive the
+    /// pipeline.
+    Pipeline(const LedgerBook& ledgers, unsigned int rate) : mRate(rate), mLedgers(ledgers) {}
     /// Stops the threads: a pipeline must be gone before logging is shut down.
     ~Pipeline() { stop(); }
     Pipeline(const Pipeline&) = delete;
@@ -52,11 +51,9 @@ class Pipeline {
     static void takeThrough(Ledger& ledger, const Stream& stream, const Request& request);
 
     const unsigned int mRate;
-    const unsigned int mThreadCount;
     std::atomic<uint32_t> mRequests{0};
     std::atomic<uint32_t> mUnheard{0};
-    LedgerBook& mLedgers;
-    Ledger& mHostLedger;
+    const LedgerBook& mLedgers;
     std::mutex mMutex;  // for the timed wait alone
     std::condition_variable_any mStopped;
     std::vector<std::jthread> mThreads;  // last: they use everything above

@@ -1,15 +1,14 @@
 #include "Replay.h"
 
-#include <algorithm>
-#include <array>
 #include <chrono>
 #include <fstream>
+#include <functional>
 #include <span>
 #include <stdexcept>
 
 #include <fmt/format.h>
 
-#include "ThreadtimeLine.h"
+#include "reader/Line.h"
 
 namespace CameraHost {
 
@@ -21,8 +20,6 @@ namespace {
 
 constexpr unsigned int kModule = MODULE_COMMON;
 constexpr size_t kMaxUnreadable = 5;
-/// Calls between two clock readings: enough to make the readings small beside them.
-constexpr size_t kGroup = 16;
 
 JLogLevel levelOf(char letter) {
     switch (letter) {
@@ -40,47 +37,24 @@ JLogLevel levelOf(char letter) {
     }
 }
 
-/// Logs up to kGroup messages and appends their hashes to `logged`.
+/// Logs a thread's messages, and returns how many of them were wanted.
 ///
-/// Through test and entry point, which the macros are made of, and without a Witness. The texts are
-/// finished: "%s" would only copy them, and cut the long ones before the back end could. And they
-/// are to be found without a number, so that the caller must know himself which were wanted.
-void replayGroup(Ledger& ledger, std::span<const Message> messages, std::vector<uint64_t>& logged) {
-    std::array<bool, kGroup> wanted{};
+/// Through test and entry point, which the macros are made of: the texts are finished, and "%s"
+/// would only copy them.
+uint64_t replayThread(Ledger& ledger, std::span<const Message> messages) {
+    ledger.adoptThread();
     uint64_t calls = 0;
     const Clock::time_point begin = Clock::now();
-    for (size_t i = 0; i < messages.size(); i++) {
-        const Message& message = messages[i];
-        wanted[i] = JLogger::isLogDetailsEnabled(kModule, message.level);
-        if (wanted[i]) {
+    for (const Message& message : messages) {
+        if (JLogger::isLogDetailsEnabled(kModule, message.level)) {
             JLogger::logNormalDetails(kModule, message.tag.c_str(), message.level,
                                       message.text.c_str(), message.text.size());
             calls++;
         }
     }
     const std::chrono::nanoseconds duration = Clock::now() - begin;
-    if (calls > 0) {
-        ledger.addTiming(calls, static_cast<uint64_t>(duration.count()));
-    }
-    for (size_t i = 0; i < messages.size(); i++) {
-        if (wanted[i]) {
-            const Message& message = messages[i];
-            const uint64_t hash =
-                    detailsHash(levelLetter(message.level), message.tag, message.text);
-            ledger.countDetails();
-            ledger.addContent(hash);
-            logged.push_back(hash);
-        }
-    }
-}
-
-void replayThread(Ledger& ledger, std::span<const Message> messages,
-                  std::vector<uint64_t>& logged) {
-    ledger.adoptThread();
-    logged.reserve(messages.size());
-    for (size_t i = 0; i < messages.size(); i += kGroup) {
-        replayGroup(ledger, messages.subspan(i, std::min(kGroup, messages.size() - i)), logged);
-    }
+    ledger.addTiming(calls, calls > 0 ? static_cast<uint64_t>(duration.count()) : 0);
+    return calls;
 }
 
 }  // namespace
@@ -94,8 +68,8 @@ ReplayScript loadReplay(const std::string& path) {
     std::string text;
     for (size_t number = 1; std::getline(in, text); number++) {
         std::string_view reason;
-        if (const auto line = parseThreadtimeLine(text, reason)) {
-            script.threads[line->tid].push_back(
+        if (const auto line = JCam::Reader::parseLine(text, reason)) {
+            script.threads[line->origin.tid].push_back(
                     {levelOf(line->level), std::string(line->tag), std::string(line->text)});
             script.messages++;
             script.fatal += line->level == 'F' ? 1U : 0U;
@@ -112,16 +86,11 @@ ReplayScript loadReplay(const std::string& path) {
     return script;
 }
 
-Replay::Replay(const ReplayScript& script, LedgerBook& ledgers)
-        : mScript(script), mLedgers(ledgers) {}
-
 void Replay::start() {
     for (const auto& [tid, messages] : mScript.threads) {
-        Ledger& ledger = mLedgers.add(static_cast<uint32_t>(mLogged.size() + 1));
-        std::vector<uint64_t>& logged = mLogged.emplace_back();
-        mThreads.push_back(std::async(std::launch::async, [&ledger, &messages = messages, &logged] {
-            replayThread(ledger, messages, logged);
-        }));
+        Ledger& ledger = mLedgers.all()[mThreads.size()];
+        mThreads.push_back(std::async(std::launch::async, replayThread, std::ref(ledger),
+                                      std::span<const Message>(messages)));
     }
 }
 
@@ -131,18 +100,10 @@ bool Replay::waitSecond() {
         if (mThreads.back().wait_until(end) != std::future_status::ready) {
             return false;
         }
-        mThreads.back().get();
+        mLogged += mThreads.back().get();
         mThreads.pop_back();
     }
     return true;
-}
-
-std::vector<uint64_t> Replay::logged() const {
-    std::vector<uint64_t> all;
-    for (const std::vector<uint64_t>& hashes : mLogged) {
-        all.insert(all.end(), hashes.begin(), hashes.end());
-    }
-    return all;
 }
 
 }  // namespace CameraHost

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <future>
 #include <map>
 #include <string>
@@ -39,9 +38,9 @@ struct ReplayScript {
 /// Logs a script through the front end, each of its threads on one of our own, as fast as it can.
 class Replay {
   public:
-    /// `ledgers` is empty and has room for one per thread of the script. Both must outlive the
-    /// replay.
-    Replay(const ReplayScript& script, LedgerBook& ledgers);
+    /// There is a ledger for each thread of the script. Both must outlive the replay.
+    Replay(const ReplayScript& script, const LedgerBook& ledgers)
+            : mScript(script), mLedgers(ledgers) {}
     /// Waits for the threads: a replay must be gone before logging is shut down.
     ~Replay() = default;
     Replay(const Replay&) = delete;
@@ -50,14 +49,15 @@ class Replay {
     void start();
     /// Waits up to a second; true when everything has been logged.
     [[nodiscard]] bool waitSecond();
-    /// The detailsHash() of every message that was logged. Call it when waitSecond() said true.
-    [[nodiscard]] std::vector<uint64_t> logged() const;
+    /// How many messages were logged, the others not being wanted. Call it when waitSecond() said
+    /// true.
+    [[nodiscard]] uint64_t logged() const { return mLogged; }
 
   private:
     const ReplayScript& mScript;
-    LedgerBook& mLedgers;
-    std::deque<std::vector<uint64_t>> mLogged;  // one per thread; a deque: they never move
-    std::vector<std::future<void>> mThreads;    // last: they use everything above
+    const LedgerBook& mLedgers;
+    uint64_t mLogged = 0;
+    std::vector<std::future<uint64_t>> mThreads;  // last: they use everything above
 };
 
 }  // namespace CameraHost

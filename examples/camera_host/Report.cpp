@@ -2,19 +2,21 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <numeric>
-#include <span>
+#include <filesystem>
 #include <string>
 
 #include <fmt/core.h>
 #include <fmt/ranges.h>
 
 #include "jlog/JLogger.h"
+#include "reader/MappedFile.h"
 
 namespace CameraHost {
 
+using namespace JCam::Reader;
 using namespace JCam::Utils::JLog;
 
 namespace {
@@ -34,14 +36,6 @@ std::string describeMode(unsigned int mode) {
                             : (mode & MODE_DEFAULT) != 0    ? "Android log"
                                                             : "no log";
     return fmt::format("{}{}", log, hasTrace ? " and trace" : "");
-}
-
-/// The sum of a count over all threads.
-uint64_t sumOf(const LedgerBook& ledgers, uint64_t (Ledger::*count)() const) {
-    const std::span<const Ledger> all = ledgers.all();
-    return std::accumulate(
-            all.begin(), all.end(), uint64_t{0},
-            [count](uint64_t sum, const Ledger& ledger) { return sum + (ledger.*count)(); });
 }
 
 /// The ids in hexadecimal, or a dash.
@@ -70,6 +64,38 @@ void printStepRow(const std::string& what, const Reached& reached, const std::st
     fmt::print("{:30} {:11} {:22} {:38} {}\n", what,
                reached.result != 0 ? fmt::format("0x{:x}", reached.result) : "-",
                describeIds(reached.raised), describeNode(reached, node), describeStats(reached));
+}
+
+void printCounts(std::string_view what, const EventCounts& counts, std::string_view when = "") {
+    fmt::print("{} enter {}, exit {}, details {}{}\n", what, counts.enters, counts.exits,
+               counts.details, when);
+}
+
+template <typename Lines>
+void printIndented(const Lines& lines) {
+    for (const auto& line : lines) {
+        fmt::print("    {}\n", line);
+    }
+}
+
+/// The first `count` lines of a text, or fewer if it has fewer.
+std::vector<std::string_view> firstLines(std::string_view text, size_t count) {
+    std::vector<std::string_view> lines;
+    while (!text.empty() && lines.size() < count) {
+        lines.push_back(text.substr(0, text.find('\n')));
+        text.remove_prefix(std::min(text.size(), lines.back().size() + 1));
+    }
+    return lines;
+}
+
+/// Likewise the last ones.
+std::vector<std::string_view> lastLines(std::string_view text, size_t count) {
+    text.remove_suffix(text.ends_with('\n') ? 1 : 0);
+    size_t begin = text.size();
+    for (size_t lines = 0; lines < count && begin != std::string_view::npos; lines++) {
+        begin = begin == 0 ? begin - 1 : text.rfind('\n', begin - 1);
+    }
+    return firstLines(text.substr(begin + 1), count);  // npos + 1 is 0
 }
 
 }  // namespace
@@ -104,43 +130,62 @@ void printScript(const ReplayScript& script) {
 }
 
 void printProgress(std::chrono::duration<double> elapsed, const LedgerBook& ledgers) {
-    fmt::print("{:6.1f} s {:12} events\n", elapsed.count(), sumOf(ledgers, &Ledger::events));
+    fmt::print("{:6.1f} s {:12} events\n", elapsed.count(), ledgers.counts().events());
     static_cast<void>(std::fflush(stdout));  // a pipe is to see it now
 }
 
 void printLogged(const LedgerBook& ledgers, std::string_view timedWhat) {
-    fmt::print("events logged  enter {}, exit {}, details {}\n", sumOf(ledgers, &Ledger::enters),
-               sumOf(ledgers, &Ledger::exits), sumOf(ledgers, &Ledger::details));
-    const uint64_t calls = sumOf(ledgers, &Ledger::timedCalls);
+    printCounts("events logged ", ledgers.counts());
+    uint64_t calls = 0;
+    uint64_t ns = 0;
+    for (const Ledger& ledger : ledgers.all()) {
+        calls += ledger.timedCalls();
+        ns += ledger.timedNs();
+    }
     if (calls == 0) {
         fmt::print("ns per call    not measured: no timed call was enabled\n");
         return;
     }
-    const auto ns = static_cast<double>(sumOf(ledgers, &Ledger::timedNs));
-    fmt::print("ns per call    {:.0f} (mean wall time over {} calls on the logging threads: {})\n",
-               ns / static_cast<double>(calls), calls, timedWhat);
+    fmt::print("ns per call    {} (mean wall time over {} calls on the logging threads: {})\n",
+               (ns + calls / 2) / calls, calls, timedWhat);
 }
 
-void printFindings(const Findings& findings) {
-    fmt::print("lines found    enter {}, exit {}, details {}\n", findings.enters, findings.exits,
-               findings.details);
+void printFindings(const Findings& findings, const LedgerBook& ledgers) {
+    const bool hasCrashed = findings.expectedCrashFiles > 0;
+    if (hasCrashed) {
+        printCounts("calls returned", ledgers.marked(), ", before the signal");
+        fmt::print("records        {} in the crash file, {} of them in no other\n",
+                   findings.inCrashFile, findings.onlyInCrashFile);
+    }
+    if (findings.crashFiles != findings.expectedCrashFiles || findings.badFirstLines > 0) {
+        fmt::print("crash files    {}, of which {} do not begin as they should\n",
+                   findings.crashFiles, findings.badFirstLines);
+    }
+    printCounts("lines found   ", findings.found);
     fmt::print("check          lost {}, duplicated {}, torn {}\n", findings.lost,
                findings.duplicated, findings.torn);
-    for (const std::string& note : findings.notes) {
-        fmt::print("    {}\n", note);
+    printIndented(findings.notes);
+    if (hasCrashed) {
+        fmt::print("               (threads log on while the crash file is written)\n");
     }
 }
 
 void printFiles(const std::vector<LogFile>& files) {
     for (const LogFile& file : files) {
-        fmt::print("file           {}  {} bytes\n", file.path.string(), file.bytes);
+        fmt::print("{:14} {}  {} bytes\n", file.isCrash ? "crash file" : "file", file.path.string(),
+                   std::filesystem::file_size(file.path));
     }
     if (files.empty()) {
         return;
     }
-    fmt::print("last lines of {}:\n", files.back().path.filename().string());
-    for (const std::string& line : lastLines(files.back(), kTailLines)) {
-        fmt::print("    {}\n", line);
+    const MappedFile mapped(files.back().path);
+    if (files.back().isCrash) {
+        printIndented(firstLines(mapped.bytes(), kHeadLines));
+        fmt::print("    ...\n");
+        printIndented(lastLines(mapped.bytes(), kHeadLines));
+    } else {
+        fmt::print("last lines of {}:\n", files.back().path.filename().string());
+        printIndented(lastLines(mapped.bytes(), kTailLines));
     }
 }
 
@@ -150,37 +195,6 @@ void printChildEnd(const ChildEnd& end, int64_t signalToEndNs) {
         fmt::print(", {:.1f} ms after the signal", toMs(signalToEndNs));
     }
     fmt::print("\n");
-}
-
-void printCrashFindings(const LedgerBook& ledgers, const CrashFindings& found) {
-    fmt::print("calls returned enter {}, exit {}, details {}, before the signal\n",
-               sumOf(ledgers, &Ledger::markedEnters), sumOf(ledgers, &Ledger::markedExits),
-               sumOf(ledgers, &Ledger::markedDetails));
-    fmt::print("records        {} in the crash file, {} of them in no other\n", found.inCrashFile,
-               found.onlyInCrashFile);
-    if (found.crashFiles != 1 || found.badFirstLines > 0) {
-        fmt::print("crash files    {}, of which {} do not begin as they should\n", found.crashFiles,
-                   found.badFirstLines);
-    }
-    printFindings(found.findings);
-    fmt::print("               (threads log on while the crash file is written)\n");
-}
-
-void printCrashFiles(const std::vector<LogFile>& files) {
-    for (const LogFile& file : files) {
-        fmt::print("{:14} {}  {} bytes\n", isCrashFile(file) ? "crash file" : "file",
-                   file.path.string(), file.bytes);
-    }
-    if (files.empty() || !isCrashFile(files.back())) {
-        return;
-    }
-    for (const std::string& line : firstLines(files.back(), kHeadLines)) {
-        fmt::print("    {}\n", line);
-    }
-    fmt::print("    ...\n");
-    for (const std::string& line : lastLines(files.back(), kHeadLines)) {
-        fmt::print("    {}\n", line);
-    }
 }
 
 void printStormProgress(uint64_t children) {
@@ -198,23 +212,22 @@ void printStormFindings(const StormFindings& found) {
         fmt::print("                  {} in {}\n", found.byPlace[place],
                    placeName(static_cast<CrashPlace>(place)));
     }
-    fmt::print("crash files       {}\n", found.crashFiles);
+    const Findings& sum = found.sum;
+    fmt::print("crash files       {}\n", sum.crashFiles);
     fmt::print("hangs             {}\n", found.hangs);
     fmt::print("other ends        {} (not by the signal that was sent)\n", found.wrongEnds);
-    fmt::print("bad first lines   {}\n", found.badFirstLines);
-    fmt::print("torn lines        {}\n", found.torn);
-    fmt::print("duplicated lines  {}\n", found.duplicated);
-    fmt::print("lost records      {} of {} whose call had returned\n", found.lost, found.returned);
-    fmt::print("                  {} were in the crash file alone\n", found.onlyInCrashFile);
+    fmt::print("bad first lines   {}\n", sum.badFirstLines);
+    fmt::print("torn lines        {}\n", sum.torn);
+    fmt::print("duplicated lines  {}\n", sum.duplicated);
+    fmt::print("lost records      {} of {} whose call had returned\n", sum.lost, found.returned);
+    fmt::print("                  {} were in the crash file alone\n", sum.onlyInCrashFile);
     if (!found.signalToEndNs.empty()) {
         fmt::print("signal to end     median {:.1f} ms, longest {:.1f} ms\n",
                    toMs(found.signalToEndNs[found.signalToEndNs.size() / 2]),
                    toMs(found.signalToEndNs.back()));
     }
     fmt::print("check             {}\n", found.isClean() ? "passed" : "failed");
-    for (const std::string& note : found.notes) {
-        fmt::print("    {}\n", note);
-    }
+    printIndented(found.notes);
 }
 
 void printExceptionStep(std::string_view what) {

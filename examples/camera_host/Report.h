@@ -5,13 +5,12 @@
 #include <string_view>
 #include <vector>
 
+#include "Check.h"
 #include "Crash.h"
-#include "CrashCheck.h"
 #include "ExceptionSession.h"
 #include "LedgerBook.h"
-#include "LogFiles.h"
 #include "Options.h"
-#include "Reconciliation.h"
+#include "reader/LogFile.h"
 #include "Replay.h"
 #include "Storm.h"
 
@@ -25,13 +24,12 @@ void printScript(const ReplayScript& script);
 void printProgress(std::chrono::duration<double> elapsed, const LedgerBook& ledgers);
 /// `timedWhat` tells what the timed calls consist of.
 void printLogged(const LedgerBook& ledgers, std::string_view timedWhat);
-void printFindings(const Findings& findings);
-void printFiles(const std::vector<LogFile>& files);
+/// `ledgers` are marked.
+void printFindings(const Findings& findings, const LedgerBook& ledgers);
+/// The sizes of all files, and lines of the last one.
+void printFiles(const std::vector<JCam::Reader::LogFile>& files);
 /// `signalToEndNs` is below 0 if it is not known.
 void printChildEnd(const ChildEnd& end, int64_t signalToEndNs);
-void printCrashFindings(const LedgerBook& ledgers, const CrashFindings& found);
-/// The crash file's first and last lines, and the sizes of all files.
-void printCrashFiles(const std::vector<LogFile>& files);
 void printStormProgress(uint64_t children);
 void printStormFindings(const StormFindings& found);
 void printExceptionStep(std::string_view what);

@@ -3,23 +3,22 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <new>
 #include <random>
 #include <thread>
 
 #include <fmt/format.h>
 
-#include "CrashCheck.h"
 #include "ExitStatus.h"
 #include "jlog/JLogInitializer.h"
 #include "LedgerBook.h"
-#include "LogFiles.h"
 #include "Pipeline.h"
+#include "reader/LogFile.h"
 #include "Report.h"
-#include "SharedMapping.h"
 #include "Witness.h"
 
 namespace CameraHost {
+
+using namespace JCam::Reader;
 
 namespace {
 
@@ -37,23 +36,22 @@ struct Attack {
 };
 
 /// Logs until the attack, in the child.
-int logAndCrash(const Options& options, const Attack& attack, LedgerBook& ledgers,
-                std::atomic<int64_t>& signalledNs) {
+int logAndCrash(const Options& options, const Attack& attack, const LedgerBook& ledgers) {
     const JCam::Utils::JLog::JLogInitializer initializer(options.mask);
     const Witness witness;
-    Pipeline pipeline(ledgers, options.threads, 0);
+    Pipeline pipeline(ledgers, 0);
     pipeline.start();
     std::this_thread::sleep_for(attack.delay);
     const Ledger& victim = ledgers.all()[1 + attack.victim];
     while (victim.tid() == 0) {
         std::this_thread::yield();
     }
-    crash(attack.sig, attack.place, victim.tid(), ledgers, signalledNs);
+    crash(attack.sig, attack.place, victim.tid(), ledgers);
 }
 
 class Storm {
   public:
-    explicit Storm(const Options& options) : mOptions(options), mFolder(options.folder) {}
+    explicit Storm(const Options& options) : mOptions(options) {}
 
     void strike();
     StormFindings finish();
@@ -64,7 +62,6 @@ class Storm {
     int pick(int n) { return std::uniform_int_distribution<int>(0, n - 1)(mRandom); }
 
     const Options& mOptions;
-    const std::filesystem::path mFolder;
     std::mt19937 mRandom{std::random_device{}()};
     StormFindings mFindings;
 };
@@ -79,35 +76,26 @@ Attack Storm::draw() {
 
 void Storm::strike() {
     const Attack attack = draw();
-    LedgerBook ledgers(Pipeline::ledgersFor(mOptions.threads));
-    const SharedMapping shared(sizeof(std::atomic<int64_t>));
-    auto& signalledNs = *new (shared.get()) std::atomic<int64_t>(0);
-    const ChildEnd end = runInChild(
-            [&] { return logAndCrash(mOptions, attack, ledgers, signalledNs); }, kHangBound);
+    const LedgerBook ledgers(mOptions.threads + 1);
+    const ChildEnd end =
+            runInChild([&] { return logAndCrash(mOptions, attack, ledgers); }, kHangBound);
     mFindings.children++;
     mFindings.bySignal[attack.sig]++;
     mFindings.byPlace[static_cast<size_t>(attack.place)]++;
-    if (!end.hung && signalledNs != 0) {
-        mFindings.signalToEndNs.push_back(end.endedNs - signalledNs);
+    if (!end.hung && ledgers.markedNs() != 0) {
+        mFindings.signalToEndNs.push_back(end.endedNs - ledgers.markedNs());
     }
     judge(attack, end, ledgers);
 }
 
 void Storm::judge(const Attack& attack, const ChildEnd& end, const LedgerBook& ledgers) {
-    const std::vector<LogFile> files = findLogFiles(mFolder, end.pid);
-    const CrashFindings found = reconcileCrash(end.pid, attack.sig, files, ledgers);
+    const std::vector<LogFile> files = listLogFiles(mOptions.folder, end.pid);
+    const Findings found = checkFiles(files, ledgers, attack.sig);
     mFindings.hangs += end.hung ? 1U : 0U;
     const bool isWrongEnd = !end.hung && end.sig != attack.sig;
     mFindings.wrongEnds += isWrongEnd ? 1U : 0U;
-    mFindings.crashFiles += found.crashFiles;
-    mFindings.badFirstLines += found.badFirstLines;
-    mFindings.torn += found.findings.torn;
-    mFindings.duplicated += found.findings.duplicated;
-    mFindings.lost += found.findings.lost;
-    mFindings.onlyInCrashFile += found.onlyInCrashFile;
-    for (const Ledger& ledger : ledgers.all()) {
-        mFindings.returned += ledger.markedEvents();
-    }
+    mFindings.sum += found;
+    mFindings.returned += ledgers.marked().events();
     if (!end.hung && !isWrongEnd && found.isClean()) {
         for (const LogFile& file : files) {
             std::filesystem::remove(file.path);
@@ -120,8 +108,7 @@ void Storm::judge(const Attack& attack, const ChildEnd& end, const LedgerBook& l
     }
     mFindings.notes.push_back(fmt::format("child {}, {} to {}: {}", end.pid, signalName(attack.sig),
                                           placeName(attack.place), describeEnd(end)));
-    mFindings.notes.insert(mFindings.notes.end(), found.findings.notes.begin(),
-                           found.findings.notes.end());
+    mFindings.notes.insert(mFindings.notes.end(), found.notes.begin(), found.notes.end());
 }
 
 StormFindings Storm::finish() {

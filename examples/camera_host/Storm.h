@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Check.h"
 #include "Crash.h"
 #include "Options.h"
 
@@ -18,17 +19,11 @@ struct StormFindings {
     std::array<uint64_t, kCrashPlaces> byPlace{};
     uint64_t wrongEnds = 0;  // by another signal than the one that was sent, or by none
     uint64_t hangs = 0;
-    uint64_t crashFiles = 0;
-    uint64_t badFirstLines = 0;
-    uint64_t torn = 0;
-    uint64_t duplicated = 0;
-    uint64_t lost = 0;
-    uint64_t returned = 0;  // calls
-    uint64_t onlyInCrashFile = 0;
+    uint64_t returned = 0;               // calls
+    Findings sum;                        // of all children
     std::vector<int64_t> signalToEndNs;  // sorted; of children that ended by themselves
     std::vector<std::string> notes;      // the first few faults, for people
-
-    uint64_t unclean = 0;  // children of which something is amiss
+    uint64_t unclean = 0;                // children of which something is amiss
 
     [[nodiscard]] bool isClean() const { return unclean == 0 && children > 0 && returned > 0; }
 };

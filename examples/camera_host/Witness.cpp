@@ -74,7 +74,7 @@ void Witness::onLogDetails(unsigned int moduleId, const char* tag, JLogLevel lev
     // The number of a call that has not returned is thus one above the count.
     NumberedText numbered;
     numberText(numbered, text != nullptr ? std::string_view(text, length) : std::string_view(),
-               ledger->number(), ledger->details() + 1);
+               ledger->number(), ledger->counts().details + 1);
     mLogger.onLogDetails(moduleId, tag, level, numbered.chars.data(), numbered.length);
     ledger->countDetails();
     ledger->addContent(detailsHash(levelLetter(level), tag, numbered.view()));

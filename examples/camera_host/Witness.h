@@ -14,8 +14,7 @@ namespace CameraHost {
 /// threads without a ledger log is handed on as it is.
 ///
 /// The proof begins here, behind the macros and the entry points. That these lose nothing the
-/// pipeline sees for itself, by what it finds in the ledgers after a request. (A replay calls the
-/// entry points itself, and counts beyond them.)
+/// pipeline and the replay see for themselves, by what they find in the ledgers.
 ///
 /// Threads: make it when the JLogInitializer is there, destroy it before that, and on both
 /// occasions let no thread log. It neither locks nor allocates by itself.

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,25 +17,25 @@
 #include <cutils/properties.h>
 #include <fmt/core.h>
 
+#include "Check.h"
 #include "Crash.h"
-#include "CrashCheck.h"
 #include "ExceptionSession.h"
 #include "ExitStatus.h"
 #include "jlog/JLogger.h"
 #include "jlog/JLogInitializer.h"
 #include "LedgerBook.h"
-#include "LogFiles.h"
 #include "Options.h"
 #include "Pipeline.h"
-#include "Reconciliation.h"
+#include "reader/LogFile.h"
 #include "Replay.h"
 #include "Report.h"
-#include "SharedMapping.h"
 #include "Storm.h"
 #include "Witness.h"
 
 namespace CameraHost {
 
+using JCam::Reader::listLogFiles;
+using JCam::Reader::LogFile;
 using JCam::Utils::JLog::JLogger;
 using JCam::Utils::JLog::JLogInitializer;
 using Clock = std::chrono::steady_clock;
@@ -54,8 +53,7 @@ struct Run {
 
     unsigned int mode = 0;  // the one that the library has chosen
     LedgerBook ledgers;
-    std::vector<uint64_t> replayed;  // of a replay: the hashes of its messages
-    uint32_t unheard = 0;            // of a pipeline: requests of which something did not arrive
+    std::string unheard;  // what has not reached the back end, in words; mostly nothing
     std::string_view timedWhat;
 };
 
@@ -97,6 +95,17 @@ bool makeParents(const std::filesystem::path& folder) {
     return !error;
 }
 
+/// The log files of this process that were not there before: another one may have had its id.
+std::vector<LogFile> newFiles(const std::filesystem::path& folder,
+                              const std::vector<LogFile>& before) {
+    std::vector<LogFile> files = listLogFiles(folder, getpid());
+    std::erase_if(files, [&](const LogFile& file) {
+        return std::any_of(before.begin(), before.end(),
+                           [&](const LogFile& old) { return old.path == file.path; });
+    });
+    return files;
+}
+
 void runPipeline(const Options& options, Run& run) {
     // An initializer comes first and goes last: nothing may log through it when it goes.
     const JLogInitializer initializer(options.mask);
@@ -107,7 +116,7 @@ void runPipeline(const Options& options, Run& run) {
             "macros with their formatting, back end, and this host's own number, count and hash; "
             "in groups of an enter, 8 details and an exit";
 
-    Pipeline pipeline(run.ledgers, options.threads, options.rate);
+    Pipeline pipeline(run.ledgers, options.rate);
     const Clock::time_point begin = Clock::now();
     pipeline.start();
     for (unsigned int second = 1; second <= options.seconds; second++) {
@@ -116,15 +125,19 @@ void runPipeline(const Options& options, Run& run) {
         pipeline.tick(second);
     }
     pipeline.stop();
-    run.unheard = pipeline.unheard();
+    if (pipeline.unheard() > 0) {
+        run.unheard = fmt::format("of {} requests less has reached the back end than was logged",
+                                  pipeline.unheard());
+    }
 }
 
 void runReplay(const Options& options, const ReplayScript& script, Run& run) {
     const JLogInitializer initializer(options.mask);
+    const Witness witness;
     run.mode = JLogger::sMode.load(std::memory_order_relaxed);
     printStart(options, run.mode);
     printScript(script);
-    run.timedWhat = "details test, front end and back end, in groups of up to 16 details";
+    run.timedWhat = "details test, front end, back end, and this host's own number, count and hash";
 
     Replay replay(script, run.ledgers);
     const Clock::time_point begin = Clock::now();
@@ -132,22 +145,22 @@ void runReplay(const Options& options, const ReplayScript& script, Run& run) {
     while (!replay.waitSecond()) {
         printProgress(Clock::now() - begin, run.ledgers);
     }
-    run.replayed = replay.logged();
-    if (run.replayed.size() < script.messages) {
+    if (replay.logged() < script.messages) {
         fmt::print("replay: {} messages not logged, level or module is off\n",
-                   script.messages - run.replayed.size());
+                   script.messages - replay.logged());
+    }
+    if (const uint64_t heard = run.ledgers.counts().details; heard != replay.logged()) {
+        run.unheard =
+                fmt::format("of {} messages {} have reached the back end", replay.logged(), heard);
     }
 }
 
 /// Compares the files with what was logged, and prints the end of the program's output.
-int conclude(const Options& options, const Run& run, const std::vector<LogFile>& files) {
+int conclude(const Run& run, const std::vector<LogFile>& files) {
     using namespace JCam::Utils::JLog;
     printLogged(run.ledgers, run.timedWhat);
-    if (run.unheard > 0) {
-        fmt::print(
-                "call sites     failed: of {} requests less has reached the back end than was "
-                "logged\n",
-                run.unheard);
+    if (!run.unheard.empty()) {
+        fmt::print("call sites     failed: {}\n", run.unheard);
         return EXIT_FAULT;
     }
     if ((run.mode & MODE_FILE_ALONE) == 0) {
@@ -164,19 +177,15 @@ int conclude(const Options& options, const Run& run, const std::vector<LogFile>&
         fmt::print("check          failed: no log file of this run is in the folder\n");
         return EXIT_FAULT;
     }
-    const Findings findings = options.replayFile.empty()
-                                      ? reconcilePipeline(getpid(), files, run.ledgers)
-                                      : reconcileReplay(getpid(), files, run.replayed);
-    printFindings(findings);
+    const Findings findings = checkFiles(files, run.ledgers, 0);
+    printFindings(findings, run.ledgers);
     printFiles(files);
     return findings.isClean() ? EXIT_FINE : EXIT_FAULT;
 }
 
 /// Runs the pipeline in a child process that crashes half way, and checks what it leaves behind.
 int runCrash(const Options& options) {
-    LedgerBook ledgers(Pipeline::ledgersFor(options.threads));
-    const SharedMapping shared(sizeof(std::atomic<int64_t>));
-    auto& signalledNs = *new (shared.get()) std::atomic<int64_t>(0);
+    const LedgerBook ledgers(options.threads + 1);
     const std::chrono::milliseconds half(500 * options.seconds);
     constexpr std::chrono::seconds kHangBound(10);
     const ChildEnd end = runInChild(
@@ -184,20 +193,20 @@ int runCrash(const Options& options) {
                 const JLogInitializer initializer(options.mask);
                 const Witness witness;
                 printStart(options, JLogger::sMode.load(std::memory_order_relaxed));
-                Pipeline pipeline(ledgers, options.threads, options.rate);
+                Pipeline pipeline(ledgers, options.rate);
                 pipeline.start();
                 std::this_thread::sleep_for(half);
                 fmt::print("half way       a fault on the host's own thread: {}\n",
                            signalName(options.crashSignal));
                 static_cast<void>(std::fflush(stdout));
-                crash(options.crashSignal, CrashPlace::HOST, 0, ledgers, signalledNs);
+                crash(options.crashSignal, CrashPlace::HOST, 0, ledgers);
             },
             half + kHangBound);
-    const std::vector<LogFile> files = findLogFiles(getFolder(), end.pid);
-    const CrashFindings found = reconcileCrash(end.pid, options.crashSignal, files, ledgers);
-    printChildEnd(end, signalledNs != 0 ? end.endedNs - signalledNs : -1);
-    printCrashFindings(ledgers, found);
-    printCrashFiles(files);
+    const std::vector<LogFile> files = listLogFiles(getFolder(), end.pid);
+    const Findings found = checkFiles(files, ledgers, options.crashSignal);
+    printChildEnd(end, ledgers.markedNs() != 0 ? end.endedNs - ledgers.markedNs() : -1);
+    printFindings(found, ledgers);
+    printFiles(files);
     return found.isClean() && end.sig == options.crashSignal ? EXIT_FINE : EXIT_FAULT;
 }
 
@@ -250,15 +259,16 @@ int runHost(const Options& options) {
         printStormFindings(found);
         return found.isClean() ? EXIT_FINE : EXIT_FAULT;
     }
-    const FolderSnapshot before(folder);
-    Run run(options.replayFile.empty() ? Pipeline::ledgersFor(options.threads)
-                                       : script.threads.size());
-    if (options.replayFile.empty()) {
-        runPipeline(options, run);
-    } else {
+    const std::vector<LogFile> before = listLogFiles(folder, getpid());
+    const bool isReplay = !options.replayFile.empty();
+    Run run(isReplay ? script.threads.size() : options.threads + 1);
+    if (isReplay) {
         runReplay(options, script, run);
+    } else {
+        runPipeline(options, run);
     }
-    return conclude(options, run, before.newFiles(getpid()));
+    run.ledgers.mark();
+    return conclude(run, newFiles(folder, before));
 }
 
 }  // namespace
