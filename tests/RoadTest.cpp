@@ -1,17 +1,20 @@
 // The whole road of an event, from the front end of many threads to the text in the files.
 
-#include <set>
+#include <array>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <android/log.h>
 
 #include "jlog/JLogger.h"
 #include "jlog/JLogInitializer.h"
+#include "reader/Series.h"
 #include "support/LogCapture.h"
 #include "support/Properties.h"
 #include "support/TempFolder.h"
@@ -44,40 +47,17 @@ void logRounds(unsigned int thread) {
     }
 }
 
-/// Keeps account of lines.
-class Ledger {
-  public:
-    /// False for a line of no known form, and for one that was here before.
-    bool enter(const std::string& line) {
-        std::string_view rest(line);
-        for (int column = 0; column < 4; ++column) {  // date, time, process, thread
-            const size_t blank = rest.find(' ');
-            const size_t next = rest.find_first_not_of(' ', blank);
-            if (next == std::string_view::npos) {
-                return false;
-            }
-            rest.remove_prefix(next);
-        }
-        if (!rest.starts_with("D JLog    : ")) {
-            return rest.starts_with("I Thread") && mEvents.emplace(rest).second;
-        }
-        const size_t serial = rest.rfind(" #");
-        return serial != std::string_view::npos &&
-               mSerials.insert(std::stoul(std::string(rest.substr(serial + 2)))).second &&
-               mEvents.emplace(rest.substr(0, serial)).second;
+/// Whether `line` is what the thread has logged as its event `index`.
+bool isEvent(const Reader::Line& line, unsigned int thread, unsigned int index) {
+    const unsigned int round = index / 3;
+    if (index % 3 == 1) {
+        return !line.scope && line.level == 'I' && line.text == "round " + std::to_string(round);
     }
+    return line.scope && line.scope->sign == (index % 3 == 0 ? '+' : '-') &&
+           line.scope->requestNo == round && line.scope->moduleId == 1U << thread;
+}
 
-    [[nodiscard]] size_t events() const { return mEvents.size(); }
-    [[nodiscard]] bool serialsRunTo(size_t last) const {
-        return mSerials.size() == last && *mSerials.begin() == 1 && *mSerials.rbegin() == last;
-    }
-
-  private:
-    std::set<std::string> mEvents;
-    std::set<unsigned long> mSerials;
-};
-
-TEST(Road, EveryEventOfFourThreadsIsInTheFilesExactlyOnce) {
+TEST(Road, EveryEventOfFourThreadsIsInTheFilesOnceAndInOrder) {
     const Support::TempFolder folder;
     const Support::Properties properties{{"vendor.debug.camera.ulog.folder", folder.path()},
                                          {"vendor.debug.camera.jlog.mode", "0x14"},
@@ -98,12 +78,20 @@ TEST(Road, EveryEventOfFourThreadsIsInTheFilesExactlyOnce) {
     }
     __android_log_set_minimum_priority(ANDROID_LOG_DEFAULT);
 
-    Ledger ledger;
-    for (const std::string& line : Support::splitLines(folder.logText())) {
-        ASSERT_TRUE(ledger.enter(line)) << line;
+    std::array<unsigned int, kThreads> events{};
+    uint32_t serial = 0;
+    Reader::Series series(Reader::listLogFiles(folder.path()));
+    while (const auto record = series.next()) {
+        ASSERT_TRUE(record->line && !record->isTorn) << record->bytes;
+        const Reader::Line& line = *record->line;
+        const std::string_view name = line.scope ? line.scope->name : line.tag;
+        ASSERT_TRUE(name.size() == 7 && name.starts_with("Thread")) << record->bytes;
+        const auto thread = static_cast<unsigned int>(name.back() - '0');
+        ASSERT_LT(thread, kThreads) << record->bytes;
+        ASSERT_TRUE(isEvent(line, thread, events[thread]++)) << record->bytes;
+        ASSERT_TRUE(!line.scope || line.scope->serial == ++serial) << record->bytes;
     }
-    EXPECT_EQ(ledger.events(), 3UL * kThreads * kRounds);
-    EXPECT_TRUE(ledger.serialsRunTo(2UL * kThreads * kRounds));
+    EXPECT_THAT(events, testing::Each(3 * kRounds));
 }
 
 }  // namespace
