@@ -23,22 +23,22 @@ constexpr std::chrono::milliseconds kQueueLook(1);
 /// A thread makes up to 2 to the power of this many calls.
 constexpr uint32_t kMaxLifeBits = 17;
 
-/// Holds a copy of a text that ends, NUL and all, where its memory does, so that AddressSanitizer
-/// sees whoever reads on.
+/// Holds a copy of a text that ends where its memory does, with a NUL or without, so that
+/// AddressSanitizer sees whoever reads on.
 class TightText {
   public:
-    explicit TightText(size_t maxBytes)
-            : mRoom(maxBytes + 1), mBytes(std::make_unique<char[]>(mRoom)) {}
+    TightText(size_t maxBytes, bool hasNul)
+            : mMaxBytes(maxBytes), mBytes(std::make_unique<char[]>(maxBytes + (hasNul ? 1 : 0))) {}
 
     const char* hold(std::string_view text) {
-        char* start = mBytes.get() + (mRoom - 1 - text.size());
+        char* start = mBytes.get() + (mMaxBytes - text.size());
         text.copy(start, text.size());
         return start;
     }
 
   private:
-    const size_t mRoom;
-    const std::unique_ptr<char[]> mBytes;  // the last one stays 0
+    const size_t mMaxBytes;
+    const std::unique_ptr<char[]> mBytes;  // zeros at first, and so the last stays one
 };
 
 /// Carries out the calls of one thread.
@@ -61,8 +61,8 @@ class Caller {
         } else if (call.kind == CallKind::EXIT) {
             JLogger::logExit(call.moduleId, name, call.number);
         } else {
-            JLogger::logNormalDetails(call.moduleId, name, level, mText.hold(call.text),
-                                      call.text.size());
+            const char* text = call.text.empty() ? nullptr : mText.hold(call.text);
+            JLogger::logNormalDetails(call.moduleId, name, level, text, call.text.size());
         }
         return true;
     }
@@ -80,8 +80,9 @@ class Caller {
         return true;
     }
 
-    TightText mName{kMaxNameBytes};
-    TightText mText{kMaxTextBytes};
+    TightText mName{kMaxNameBytes, true};
+    // The length says where it ends.
+    TightText mText{kMaxTextBytes, false};
 };
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <string_view>
 
 #include <fmt/format.h>
 
@@ -44,11 +43,10 @@ std::string_view moduleName(uint32_t moduleId) {
 
 }  // namespace
 
-std::string originText(pid_t pid, int tid) {
-    return fmt::format(" {:5} {:5} ", pid, tid);
-}
-
-void appendLine(std::string& line, const Call& call, uint32_t serial) {
+void renderLine(std::string& line, std::string_view stamp, pid_t pid, int tid, const Call& call,
+                uint32_t serial) {
+    line.clear();
+    fmt::format_to(std::back_inserter(line), "{} {:5} {:5} ", stamp, pid, tid);
     const std::string_view name = call.name.substr(0, kKeptNameBytes);
     if (call.kind != CallKind::DETAILS) {
         fmt::format_to(std::back_inserter(line),

@@ -153,7 +153,7 @@ std::string Generation::describe() const {
                        mPlan.flushMs, mPlan.monotonic ? "monotonic" : "real-time", mPlan.hook);
 }
 
-GenerationCounts Generation::run() {
+void Generation::run(GenerationCounts& counts) {
     const Support::Properties properties{
             {"vendor.debug.camera.jlog.mode", fmt::format("0x{:x}", mPlan.mode)},
             {"vendor.debug.camera.jlog.flushms", std::to_string(mPlan.flushMs)},
@@ -178,11 +178,12 @@ GenerationCounts Generation::run() {
            fmt::format("the logger is gone, and {} record buffers are mapped",
                        KernelCalls::mappedBuffers()));
 
-    SeriesCheck check(mMaterial, crew.ledgers(), KernelCalls::takeWrites(), mPlan.monotonic);
-    const GenerationCounts counts = {check.check(mFolder), crew.ledgers().size(),
-                                     initializers.made()};
+    SeriesCheck(mMaterial, crew.ledgers(), KernelCalls::takeWrites(), mPlan.monotonic,
+                counts.series)
+            .check(mFolder);
+    counts.threads += crew.ledgers().size();
+    counts.initializers += initializers.made();
     std::filesystem::remove_all(mFolder);
-    return counts;
 }
 
 }  // namespace JCam::Soak

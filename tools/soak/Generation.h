@@ -10,7 +10,7 @@
 
 namespace JCam::Soak {
 
-/// What a generation has come to.
+/// What generations have come to.
 struct GenerationCounts {
     SeriesCounts series;
     uint64_t threads{0};
@@ -26,8 +26,8 @@ class Generation {
     /// `material` must outlive it.
     Generation(const Material& material, uint64_t seed, std::filesystem::path folder);
 
-    /// Takes some seconds. The host thread's.
-    GenerationCounts run();
+    /// Takes some seconds. The host thread's. Adds to `counts`.
+    void run(GenerationCounts& counts);
     /// Its properties, for people.
     [[nodiscard]] std::string describe() const;
 

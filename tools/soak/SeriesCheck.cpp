@@ -3,13 +3,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
+#include <iterator>
 #include <utility>
 
 #include <fmt/format.h>
 
 #include "ExpectedLine.h"
 #include "Fault.h"
+#include "reader/Line.h"
+#include "reader/LogFile.h"
+#include "reader/MappedFile.h"
 
 namespace JCam::Soak {
 
@@ -20,15 +23,7 @@ namespace {
 constexpr std::string_view kMark = "-- CONTINUED --\n";
 /// Above this a file is followed by the next one. The mark does not count.
 constexpr uint64_t kMaxFileBytes = 188743680;
-constexpr std::string_view kStampShape = "00-00 00:00:00.000000";
-
-/// Whether each character is the shape's, or a digit where that has a 0.
-bool isStamp(std::string_view text) {
-    return text.size() == kStampShape.size() &&
-           std::equal(text.begin(), text.end(), kStampShape.begin(), [](char c, char shape) {
-               return shape == '0' ? c >= '0' && c <= '9' : c == shape;
-           });
-}
+constexpr size_t kStampBytes = sizeof("MM-DD hh:mm:ss.uuuuuu") - 1;
 
 /// `text` for a message, from shortly before byte `from` on.
 std::string quote(std::string_view text, size_t from = 0) {
@@ -49,81 +44,72 @@ size_t commonBytes(std::string_view a, std::string_view b) {
     return static_cast<size_t>(inA - a.begin());
 }
 
-/// The files of a series by their index, which counts from 1.
-std::vector<fs::path> listSeries(const fs::path& folder, pid_t pid) {
-    std::vector<fs::path> paths;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
-        paths.push_back(entry.path());
-    }
-    // Names of one series differ in the index alone, which has two digits or more.
-    std::sort(paths.begin(), paths.end(), [](const fs::path& a, const fs::path& b) {
-        return std::pair(a.native().size(), a) < std::pair(b.native().size(), b);
-    });
-    const std::string prefix = fmt::format("cam_jlog_{}_", pid);
-    constexpr size_t kStampChars = sizeof("YYYY_MMDD_hhmmss") - 1;
-    const std::string first = paths.empty() ? "" : paths.front().filename().string();
-    for (size_t i = 0; i < paths.size(); ++i) {
-        const std::string stem = first.substr(0, prefix.size() + kStampChars);
-        if (!stem.starts_with(prefix) ||
-            paths[i].filename() != fmt::format("{}_{:02}.txt", stem, i + 1)) {
-            throw Fault(fmt::format("{} does not belong there", paths[i].string()));
+/// The files of a series by their index, which counts from 1. The folder has nothing else.
+std::vector<Reader::LogFile> listSeries(const fs::path& folder, pid_t pid) {
+    std::vector<Reader::LogFile> files = Reader::listLogFiles(folder);
+    for (size_t i = 0; i < files.size(); ++i) {
+        if (files[i].path.filename() !=
+            fmt::format("cam_jlog_{}_{}_{:02}.txt", pid, files.front().start, i + 1)) {
+            throw Fault(fmt::format("{} does not belong there", files[i].path.string()));
         }
     }
-    return paths;
+    if (std::distance(fs::directory_iterator(folder), {}) != std::ssize(files)) {
+        throw Fault(fmt::format("{} has other files than a series", folder.string()));
+    }
+    return files;
 }
 
 }  // namespace
 
 SeriesCheck::SeriesCheck(const Material& material, const LedgerBook& ledgers,
-                         std::vector<uint32_t> writes, bool monotonic)
-        : mMaterial(material), mPid(getpid()), mMonotonic(monotonic), mWrites(std::move(writes)) {
+                         std::vector<uint32_t> writes, bool monotonic, SeriesCounts& counts)
+        : mMaterial(material),
+          mPid(getpid()),
+          mMonotonic(monotonic),
+          mWrites(std::move(writes)),
+          mCounts(counts) {
     for (const ThreadLedger& ledger : ledgers) {
-        Thread& thread = mThreads[ledger.tid];
-        thread.origin = originText(mPid, ledger.tid);
-        thread.ledgers.push_back(&ledger);
+        mThreads[ledger.tid].ledgers.push_back(&ledger);
     }
 }
 
-SeriesCounts SeriesCheck::check(const fs::path& folder) {
-    const std::vector<fs::path> paths = listSeries(folder, mPid);
-    for (const fs::path& path : paths) {
-        checkFile(path, path == paths.front(), path == paths.back());
+void SeriesCheck::check(const fs::path& folder) {
+    const std::vector<Reader::LogFile> files = listSeries(folder, mPid);
+    for (const Reader::LogFile& file : files) {
+        checkFile(file.path, file.index == 1, file.index == files.size());
         ++mCounts.files;
     }
     checkEnd();
-    return mCounts;
 }
 
 void SeriesCheck::checkFile(const fs::path& path, bool isFirst, bool isLast) {
-    FileWindow file(path);
     mPlace = path.string();
-    if (!isFirst) {
-        takeMark(file);
+    const Reader::MappedFile file(path);
+    if (!file.isOpen()) {
+        fail("the file cannot be read");
     }
-    const uint64_t uncounted = file.offset();
-    std::string_view text = file.ahead();
-    for (; !text.empty(); text = file.ahead()) {
-        mPlace = fmt::format("{}, offset {}", path.string(), file.offset());
-        if (file.offset() - uncounted > kMaxFileBytes) {
+    std::string_view rest = file.bytes();
+    if (!isFirst && !rest.starts_with(kMark)) {
+        fail("the file does not go on with a mark: " + quote(rest));
+    }
+    const uint64_t uncounted = isFirst ? 0 : kMark.size();
+    takeBytes(rest, uncounted);
+    while (!rest.empty()) {
+        const uint64_t offset = file.bytes().size() - rest.size();
+        mPlace = fmt::format("{}, offset {}", path.string(), offset);
+        if (offset - uncounted > kMaxFileBytes) {
             fail("the file should have ended here");
         }
-        takeBytes(file, checkRecord(text));
+        takeBytes(rest, checkRecord(rest));
         ++mCounts.records;
     }
-    if (!isLast && file.offset() - uncounted <= kMaxFileBytes) {
-        fail(fmt::format("the file ends early, with {} bytes", file.offset()));
+    if (!isLast && file.bytes().size() - uncounted <= kMaxFileBytes) {
+        fail(fmt::format("the file ends early, with {} bytes", file.bytes().size()));
     }
-    mCounts.bytes += file.offset();
+    mCounts.bytes += file.bytes().size();
 }
 
-void SeriesCheck::takeMark(FileWindow& file) {
-    if (!file.ahead().starts_with(kMark)) {
-        fail("the file does not go on with a mark: " + quote(file.ahead()));
-    }
-    takeBytes(file, kMark.size());
-}
-
-void SeriesCheck::takeBytes(FileWindow& file, size_t bytes) {
+void SeriesCheck::takeBytes(std::string_view& rest, size_t bytes) {
     if (mWrites.isTooLong()) {
         fail(fmt::format("write {} was longer than a text buffer", mWrites.number()));
     }
@@ -132,67 +118,44 @@ void SeriesCheck::takeBytes(FileWindow& file, size_t bytes) {
                          mWrites.left(), bytes));
     }
     mWrites.advance(bytes);
-    file.advance(bytes);
+    rest.remove_prefix(bytes);
 }
 
 size_t SeriesCheck::checkRecord(std::string_view text) {
-    const std::string_view stamp = text.substr(0, kStampShape.size());
-    if (!isStamp(stamp)) {
-        fail("no time stamp: " + quote(text));
+    std::string_view behindOrigin = text;
+    Reader::Origin origin;
+    if (!Reader::takeOrigin(behindOrigin, origin)) {
+        fail("no time, process and thread: " + quote(text));
     }
-    Thread& thread = findThread(text);
-    checkStamp(thread, stamp);
-    return checkLine(thread, text);
-}
-
-SeriesCheck::Thread& SeriesCheck::findThread(std::string_view text) {
-    // Behind the stamp: " PPPPP TTTTT ", of which the process id is ours.
-    const std::string_view origin = text.substr(kStampShape.size());
-    const size_t tidStart = origin.find_first_not_of(' ', fmt::format(" {:5} ", mPid).size());
-    if (tidStart == std::string_view::npos) {
-        fail("no thread id: " + quote(text));
-    }
-    int tid = 0;
-    std::from_chars(origin.data() + tidStart, origin.data() + origin.size(), tid);
-    const auto found = mThreads.find(tid);
-    if (found == mThreads.end() || !origin.starts_with(found->second.origin)) {
-        fail("not a line of a thread that logged: " + quote(text));
-    }
-    return found->second;
-}
-
-void SeriesCheck::checkStamp(Thread& thread, std::string_view stamp) const {
-    // As texts, which stand for times of one year in UTC.
-    if (mMonotonic && stamp < thread.lastStamp) {
-        fail(fmt::format("the thread's time goes back, from {} to {}", thread.lastStamp, stamp));
-    }
-    thread.lastStamp = stamp;
-}
-
-size_t SeriesCheck::checkLine(Thread& thread, std::string_view text) {
+    const auto thread = mThreads.find(origin.tid);
     Call call = {};
-    if (!nextRecord(thread, call)) {
+    if (thread == mThreads.end() || !nextRecord(thread->second, call)) {
         fail("nothing more was logged by this thread: " + quote(text));
     }
-    mLine = thread.origin;
-    appendLine(mLine, call, call.kind == CallKind::DETAILS ? 0 : ++mSerial);
-
-    const std::string_view found = text.substr(kStampShape.size());
-    if (found.starts_with(mLine)) {
-        return kStampShape.size() + mLine.size();
+    // As a text, which stands for a time of one year in UTC.
+    const std::string_view stamp = text.substr(0, kStampBytes);
+    if (mMonotonic && stamp < thread->second.lastStamp) {
+        fail(fmt::format("the thread's time goes back from {}: {}", thread->second.lastStamp,
+                         quote(text)));
+    }
+    thread->second.lastStamp = stamp;
+    renderLine(mLine, stamp, mPid, origin.tid, call,
+               call.kind == CallKind::DETAILS ? 0 : ++mSerial);
+    if (text.starts_with(mLine)) {
+        return mLine.size();
     }
     // Where a full buffer was written, the end of its last line is missing.
-    const size_t same = commonBytes(found, mLine);
-    const size_t cutBytes = mWrites.left() - std::min(mWrites.left(), kStampShape.size());
-    if (mWrites.isFull() && cutBytes > 0 && cutBytes < mLine.size() && same >= cutBytes) {
+    const size_t same = commonBytes(text, mLine);
+    const size_t left = mWrites.left();
+    if (mWrites.isFull() && left > kStampBytes && left < mLine.size() && same >= left) {
         ++mCounts.cuts;
-        return kStampShape.size() + cutBytes;
+        return left;
     }
-    const ThreadLedger& ledger = *thread.ledgers.front();
-    fail(fmt::format(
-            "call {} of seed {} should stand here, and byte {} behind the time differs\n"
-            "  expected: {}\n  found:    {}",
-            thread.nextCall - 1, ledger.seed, same, quote(mLine, same), quote(found, same)));
+    fail(
+            fmt::format("call {} of seed {} should stand here, and byte {} differs\n"
+                        "  expected: {}\n  found:    {}",
+                        thread->second.nextCall - 1, thread->second.ledgers.front()->seed, same,
+                        quote(mLine, same), quote(text, same)));
 }
 
 bool SeriesCheck::nextRecord(Thread& thread, Call& call) {
@@ -221,8 +184,7 @@ void SeriesCheck::checkEnd() {
     for (auto& [tid, thread] : mThreads) {
         Call call = {};
         if (nextRecord(thread, call)) {
-            mLine = thread.origin;
-            appendLine(mLine, call, mSerial + 1);
+            renderLine(mLine, "", mPid, tid, call, mSerial + 1);
             fail("a line is missing: " + quote(mLine));
         }
     }

@@ -13,13 +13,12 @@
 #include <vector>
 
 #include "Call.h"
-#include "FileWindow.h"
 #include "Ledger.h"
 #include "WriteWalk.h"
 
 namespace JCam::Soak {
 
-/// What a series held, and what its threads had called.
+/// What series held, and what their threads had called.
 struct SeriesCounts {
     std::array<uint64_t, kCallKinds> calls{};
     uint64_t refused{0};  // by a test
@@ -35,34 +34,29 @@ struct SeriesCounts {
 /// Everything that is not so is a Fault that tells where.
 class SeriesCheck {
   public:
-    /// `material` and `ledgers` must outlive it. `writes`: see WriteWalk. With `monotonic`, a
-    /// thread's time stamps are also held against each other.
+    /// `material`, `ledgers` and `counts`, to which it adds, must outlive it. `writes`: see
+    /// WriteWalk. With `monotonic`, a thread's time stamps are also held against each other.
     SeriesCheck(const Material& material, const LedgerBook& ledgers, std::vector<uint32_t> writes,
-                bool monotonic);
+                bool monotonic, SeriesCounts& counts);
 
     /// Checks all files of `folder`, which has nothing else.
-    SeriesCounts check(const std::filesystem::path& folder);
+    void check(const std::filesystem::path& folder);
 
   private:
     /// The calls of one kernel thread id, in their order.
     struct Thread {
-        std::string origin;
         std::deque<const ThreadLedger*> ledgers;
         uint64_t nextCall{0};  // of the first ledger
         std::string lastStamp;
     };
 
     void checkFile(const std::filesystem::path& path, bool isFirst, bool isLast);
-    void takeMark(FileWindow& file);
     /// Returns the length of the record at the start of `text`.
     size_t checkRecord(std::string_view text);
-    Thread& findThread(std::string_view text);
-    void checkStamp(Thread& thread, std::string_view stamp) const;
-    size_t checkLine(Thread& thread, std::string_view text);
     void checkEnd();
     /// The next call of the thread that left a record; false if there is none.
     bool nextRecord(Thread& thread, Call& call);
-    void takeBytes(FileWindow& file, size_t bytes);
+    void takeBytes(std::string_view& rest, size_t bytes);
     [[noreturn]] void fail(const std::string& what) const;
 
     const Material& mMaterial;
@@ -73,7 +67,7 @@ class SeriesCheck {
     uint32_t mSerial{0};
     std::string mLine;
     std::string mPlace;  // of the record that is looked at
-    SeriesCounts mCounts;
+    SeriesCounts& mCounts;
 };
 
 }  // namespace JCam::Soak

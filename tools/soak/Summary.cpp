@@ -31,19 +31,6 @@ uint64_t callsOf(const SeriesCounts& series, CallKind kind) {
     return series.calls[static_cast<size_t>(kind)];
 }
 
-void addTo(GenerationCounts& sum, const GenerationCounts& counts) {
-    for (size_t kind = 0; kind < kCallKinds; ++kind) {
-        sum.series.calls[kind] += counts.series.calls[kind];
-    }
-    sum.series.refused += counts.series.refused;
-    sum.series.records += counts.series.records;
-    sum.series.cuts += counts.series.cuts;
-    sum.series.files += counts.series.files;
-    sum.series.bytes += counts.series.bytes;
-    sum.threads += counts.threads;
-    sum.initializers += counts.initializers;
-}
-
 void expectNoMore(const char* what, uint64_t now, uint64_t most) {
     if (now > most) {
         throw Fault(fmt::format("{} after the generation: {}, not {} at most", what, now, most));
@@ -52,13 +39,8 @@ void expectNoMore(const char* what, uint64_t now, uint64_t most) {
 
 }  // namespace
 
-void Summary::add(const GenerationCounts& counts) {
+void Summary::endGeneration() {
     ++mGenerations;
-    addTo(mSum, counts);
-    watchResources();
-}
-
-void Summary::watchResources() {
     mLast = Resources::read();
     if (mGenerations == 1) {
         mFirst = mLast;

@@ -7,12 +7,13 @@
 
 namespace JCam::Soak {
 
-/// Adds up the generations, and watches what the process keeps from one to the next.
+/// What all generations have come to, and what the process keeps from one to the next.
 class Summary {
   public:
-    /// Takes in a generation that has ended. A Fault if the process holds on to more than before
-    /// it.
-    void add(const GenerationCounts& counts);
+    /// For each generation to add to.
+    [[nodiscard]] GenerationCounts& counts() { return mSum; }
+    /// A Fault if the process holds on to more than before the generation that has ended.
+    void endGeneration();
 
     [[nodiscard]] uint64_t generations() const { return mGenerations; }
     [[nodiscard]] uint64_t records() const { return mSum.series.records; }
@@ -21,8 +22,6 @@ class Summary {
     void print(double seconds) const;
 
   private:
-    void watchResources();
-
     uint64_t mGenerations{0};
     GenerationCounts mSum;
     /// After the first generation: descriptors and threads are those of every later one.

@@ -79,7 +79,8 @@ int soak(const Options& options) {
         Generation generation(material, Random(options.seed, number).next(),
                               folder / fmt::format("{}", number));
         try {
-            summary.add(generation.run());
+            generation.run(summary.counts());
+            summary.endGeneration();
         } catch (const Fault& fault) {
             fmt::print("\nFAULT in generation {} of seed {} ({}):\n{}\n", number, options.seed,
                        generation.describe(), fault.what());
