@@ -16,13 +16,13 @@ from pathlib import Path
 # Modules of Android.bp, the targets of CMake that make up the same, and what a device does without.
 MODULES = {
     "libjcam_jlog": (["jcam_jlog"], []),
-    "jcam_jlog_test": (["jcam_test_support", "jlog_test", "android_log_test"], []),
+    "jcam_jlog_test": (["jcam_reader", "jcam_test_support", "jlog_test", "android_log_test"], []),
     "jcam_file_test": (
-        ["jcam_test_support", "jcam_test_interpose", "file_test"],
+        ["jcam_reader", "jcam_test_support", "jcam_test_interpose", "file_test"],
         ["tests/file/FileMergeJLoggerTest.cpp"],
     ),
     "jcam_track_test": (
-        ["jcam_test_support", "jcam_test_interpose", "track_test"],
+        ["jcam_reader", "jcam_test_support", "jcam_test_interpose", "track_test"],
         ["tests/track/StatsReportTest.cpp"],
     ),
     "jcam_jlog_benchmark": (["jlog_microbench"], []),
