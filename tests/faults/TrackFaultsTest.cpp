@@ -1,40 +1,34 @@
 // Every call that the tracker makes of libc fails, one at a time and at random. Codes and payloads
 // are delivered or given up, never changed and never doubled, and no descriptor stays open.
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <filesystem>
-#include <iostream>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include <aidl/android/frameworks/stats/IStats.h>
-#include <android/log.h>
 #include <host/ServiceRegistry.h>
 
-#include "faults/Campaign.h"
+#include "faults/FaultTest.h"
 #include "jlog/track/EventTrackJLogger.h"
 #include "support/Descriptors.h"
-#include "support/Faults.h"
-#include "support/Interpose.h"
 #include "support/Properties.h"
-#include "support/TempFolder.h"
 
 namespace JCam::Utils::JLog::Track {
 namespace {
 
-namespace Interpose = Support::Interpose;
 namespace Faults = Support::Faults;
 using aidl::android::frameworks::stats::IStats;
 using aidl::android::frameworks::stats::VendorAtom;
 using Faults::Call;
 using Platform::ServiceRegistry;
+using Support::Interpose::redirect;
 
 constexpr char kInstance[] = "android.frameworks.stats.IStats/default";
 constexpr char kHalFile[] = "data/vendor/camera_dump/mtkExceptionErrCode.txt";
+constexpr char kKernelPath[] = "/sys/class/jovix_cam/cam_event/hardware_exception";
+constexpr char kNodePath[] = "/proc/cam_kern_fb";
 
 int sAtoms = 0;
 
@@ -64,55 +58,52 @@ struct Outcome {
     bool operator==(const Outcome&) const = default;
 };
 
-class TrackFaultsTest : public ::testing::Test {
+class TrackFaultsTest : public Support::FaultTest {
   protected:
     TrackFaultsTest() {
-        __android_log_set_logger([](const __android_log_message*) {});
         ServiceRegistry::setDeclared(kInstance, true);
         ServiceRegistry::setRunning(kInstance, ndk::SharedRefBase::make<CountingStats>());
         std::filesystem::current_path(mFolder.path());
         std::filesystem::create_directories("data/vendor/camera_dump");
-        alarm(280);  // a hang ends here
     }
     ~TrackFaultsTest() override {
-        alarm(0);
         EventTrackJLogger::releaseInstance();
         std::filesystem::current_path("/");
         ServiceRegistry::setRunning(kInstance, nullptr);
         ServiceRegistry::setDeclared(kInstance, false);
-        __android_log_set_logger(nullptr);
     }
 
     /// A session with everything that the tracker does, in which an armed fault strikes.
     Outcome live() {
         EventTrackJLogger::releaseInstance();
-        Support::writeFile(mFolder.path("kernel"), "1073807361_0_99\n");
+        const std::string kernel = mFolder.path("kernel");
+        const std::string node = mFolder.path("node");
+        const std::string probe = mFolder.path("probe");
+        Support::writeFile(kernel, "1073807361_0_99\n");
         Support::writeFile(kHalFile, "268587013\n7\n");
-        Support::writeFile(mFolder.path("node"), "");
-        Support::writeFile(mFolder.path("probe"), "imx");
+        Support::writeFile(node, "");
+        Support::writeFile(probe, "imx");
         const size_t descriptors = Support::openDescriptors();
         sAtoms = 0;
         Outcome outcome;
-        {
-            EventTrackJLogger* tracker = EventTrackJLogger::getInstance();
-            tracker->setTrackInfo(1, 0x10);
-            Interpose::redirect(mKernelPath, mKernel);
-            outcome.kernelCode = tracker->readKernelExceptionErrCode();
-            outcome.halCode = tracker->readHalExceptionErrCode();
-            Interpose::redirect(mNodePath, mNode);
-            tracker->writeExceptionErrCode(2, 0, "slow");
-            tracker->caughtPersistentErrCode(2, 1);
-            outcome.persistentCode = tracker->readPersistentErrCode();
-            Interpose::redirect(mNodePath, mProbe);
-            tracker->sensorProbeFailedFb();
-            static_cast<void>(getStatsService());
-            tracker->writeDarkScreenErrCode(1, "dark");
-        }
+        EventTrackJLogger* tracker = EventTrackJLogger::getInstance();
+        tracker->setTrackInfo(1, 0x10);
+        redirect(kKernelPath, kernel);
+        outcome.kernelCode = tracker->readKernelExceptionErrCode();
+        outcome.halCode = tracker->readHalExceptionErrCode();
+        redirect(kNodePath, node);
+        tracker->writeExceptionErrCode(2, 0, "slow");
+        tracker->caughtPersistentErrCode(2, 1);
+        outcome.persistentCode = tracker->readPersistentErrCode();
+        redirect(kNodePath, probe);
+        tracker->sensorProbeFailedFb();
+        static_cast<void>(getStatsService());
+        tracker->writeDarkScreenErrCode(1, "dark");
         Faults::disarm();
         outcome.atoms = sAtoms;
-        outcome.payload = Support::readFile(mNode);
+        outcome.payload = Support::readFile(node);
         // Behind the name that was read, and that a node would not keep.
-        outcome.probePayload = Support::readFile(mProbe).substr(3);
+        outcome.probePayload = Support::readFile(probe).substr(3);
         outcome.halFileLeft = std::filesystem::exists(kHalFile);
         EXPECT_EQ(Support::openDescriptors(), descriptors);
         return outcome;
@@ -128,35 +119,28 @@ class TrackFaultsTest : public ::testing::Test {
                 ++count;
             }
         };
+        // A payload that was taken in part is not sent once more.
+        const auto lookAtText = [&](const std::string& found, const std::string& expected) {
+            look(found, expected, found.empty() ? "" : expected.substr(0, expected.size() / 2));
+        };
         look(outcome.kernelCode, whole.kernelCode, 0);
         look(outcome.halCode, whole.halCode, 0);
         look(outcome.persistentCode, whole.persistentCode, 0);
         look(outcome.atoms, whole.atoms, 0);
-        // A payload that was taken in part is not sent once more.
-        look(outcome.payload, whole.payload,
-             whole.payload.substr(0, outcome.payload.empty() ? 0 : whole.payload.size() / 2));
-        look(outcome.probePayload, whole.probePayload,
-             whole.probePayload.substr(
-                     0, outcome.probePayload.empty() ? 0 : whole.probePayload.size() / 2));
+        lookAtText(outcome.payload, whole.payload);
+        lookAtText(outcome.probePayload, whole.probePayload);
         return count;
     }
 
-    Interpose::Scope mInterpose;
     Support::TempFolder mFolder{Support::TempFolder::inMemory()};
     Support::Properties mProperties{{"jovix.camera.packname", "com.app"}};
-    // Made beforehand: what is allocated in a session is the tracker's.
-    const std::string mKernelPath{"/sys/class/jovix_cam/cam_event/hardware_exception"};
-    const std::string mNodePath{"/proc/cam_kern_fb"};
-    const std::string mKernel{mFolder.path("kernel")};
-    const std::string mNode{mFolder.path("node")};
-    const std::string mProbe{mFolder.path("probe")};
 };
 
 TEST_F(TrackFaultsTest, OneFaultCostsAtMostOneResult) {
     EXPECT_EQ(live(), Outcome());
     Faults::arm({});
     EXPECT_EQ(live(), Outcome());
-    Faults::tryEachFault([this](const Faults::Rule& rule) {
+    tryEachFault([this](const Faults::Rule& rule) {
         Faults::arm({rule});
         const Outcome outcome = live();
         const bool isInterrupted = rule.error == EINTR && rule.call != Call::READ;
@@ -168,17 +152,11 @@ TEST_F(TrackFaultsTest, OneFaultCostsAtMostOneResult) {
 }
 
 TEST_F(TrackFaultsTest, FaultsAtRandomChangeAndDoubleNothing) {
-    constexpr int kSessions = 500;
-    uint32_t struck = 0;
-    for (int i = 0; i < kSessions; ++i) {
-        SCOPED_TRACE("session " + std::to_string(i));
-        Faults::armAtRandom(static_cast<uint64_t>(i), i % 2 == 0 ? 3 : 10);
+    tryAtRandom(500, {3, 10}, [this](uint64_t seed, uint32_t oneIn) {
+        Faults::armAtRandom(seed, oneIn);
         givenUp(live());
-        struck += Faults::struck();
-        ASSERT_FALSE(HasFailure());
-    }
+    });
     EXPECT_EQ(live(), Outcome());
-    std::cout << kSessions << " sessions, " << struck << " faults\n";
 }
 
 }  // namespace

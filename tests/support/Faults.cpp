@@ -13,41 +13,16 @@ namespace JCam::Support::Faults {
 
 namespace {
 
+constexpr auto kCalls = static_cast<size_t>(Call::COUNT);
+
+/// The names of calls, and the errors that they may have.
 struct Kind {
     const char* name;
-    int errors[4];  // up to a 0
+    std::vector<int> errors;
 };
-
-constexpr Kind kKinds[] = {
-        // In the order of Call.
-        {"new", {ENOMEM}},
-        {"madvise", {EINVAL}},
-        {"clock_gettime", {EINVAL}},
-        {"close", {EINTR, EIO}},
-        {"getdents64", {ENOENT}},
-        {"fopen", {EACCES, ENOMEM}},
-        {"fsync", {EIO, EINTR}},
-        {"localtime_r", {EOVERFLOW}},
-        {"flock", {EINTR, ENOLCK}},
-        {"mkdir", {EACCES, EROFS, EEXIST}},
-        {"mmap", {ENOMEM}},
-        {"open", {EACCES, EMFILE, ENOSPC, EINTR}},
-        {"process_vm_readv", {ENOSYS, EPERM}},
-        {"read", {EINTR, EIO}},
-        {"remove", {EACCES}},
-        {"stat", {ENOENT, EACCES}},
-        {"statvfs", {EIO}},
-        {"pthread_create", {EAGAIN}},
-        {"unlink", {EACCES, EBUSY}},
-        {"munmap", {ENOMEM}},
-        {"gettimeofday", {EINVAL}},
-        {"write", {ENOSPC, EIO, EINTR, kShortWrite}},
-};
-constexpr auto kCalls = static_cast<size_t>(Call::COUNT);
-static_assert(std::size(kKinds) == kCalls);
-
-const Kind& kindOf(Call call) {
-    return kKinds[static_cast<size_t>(call)];
+Kind& kindOf(Call call) {
+    static std::array<Kind, kCalls> sKinds;
+    return sKinds[static_cast<size_t>(call)];
 }
 
 /// A site and its calls. The key has the address above the number of the call, so that one store
@@ -55,6 +30,9 @@ const Kind& kindOf(Call call) {
 struct Slot {
     std::atomic<uint64_t> key{0};
     std::atomic<uint32_t> calls{0};
+
+    [[nodiscard]] Call call() const { return static_cast<Call>(key & 0xFF); }
+    [[nodiscard]] uintptr_t site() const { return key >> 8; }
 };
 
 struct ActiveRule {
@@ -69,13 +47,11 @@ struct ActiveRule {
 
 struct State {
     std::atomic<bool> isArmed{false};
-    // What the calls read once they find it armed.
     std::array<ActiveRule, 4> rules;
-    size_t ruleCount{0};
-    uint32_t oneIn{0};  // 0: none at random
-    pid_t thread{0};
-
+    std::atomic<size_t> ruleCount{0};
+    std::atomic<uint32_t> oneIn{0};  // 0: none at random
     std::atomic<uint64_t> seed{0};
+    std::atomic<pid_t> thread{0};  // 0: all
     std::array<std::atomic<uint32_t>, kCalls> struck{};
     std::array<Slot, 256> slots;
     std::atomic<Tape*> tape{nullptr};
@@ -134,8 +110,8 @@ int errorAtRandom(Call call) {
     if (state().oneIn == 0 || draw() % state().oneIn != 0) {
         return 0;
     }
-    const auto& errors = kindOf(call).errors;
-    return errors[draw() % static_cast<size_t>(std::find(errors, std::end(errors), 0) - errors)];
+    const std::vector<int>& errors = kindOf(call).errors;
+    return errors[draw() % errors.size()];
 }
 
 void startCounting() {
@@ -179,20 +155,10 @@ void disarm() {
     state().thread = 0;
 }
 
-std::vector<Site> sites() {
-    std::vector<Site> result;
-    for (const Slot& slot : state().slots) {
-        if (const uint64_t key = slot.key) {
-            result.push_back({static_cast<Call>(key & 0xFF), key >> 8, slot.calls});
-        }
-    }
-    return result;
-}
-
 uint32_t calls(Call call) {
     uint32_t all = 0;
-    for (const Site& site : sites()) {
-        all += site.call == call ? site.calls : 0;
+    for (const Slot& slot : state().slots) {
+        all += slot.call() == call ? slot.calls.load() : 0;
     }
     return all;
 }
@@ -209,17 +175,15 @@ uint32_t struck() {
     return all;
 }
 
-std::vector<Rule> rulesFor(const std::vector<Site>& sites) {
+std::vector<Rule> everyFault() {
     std::vector<Rule> rules;
-    for (const Site& site : sites) {
-        for (const int error : kindOf(site.call).errors) {
-            for (uint32_t nth = 1; error != 0 && nth <= site.calls; nth += nth < 16 ? 1 : nth / 4) {
-                rules.push_back({site.call, error, nth, 1, site.address});
+    for (const Slot& slot : state().slots) {
+        for (const int error : kindOf(slot.call()).errors) {
+            for (uint32_t nth = 1; nth <= slot.calls; nth += nth < 16 ? 1 : nth / 4) {
+                rules.push_back({slot.call(), error, nth, 1, slot.site()});
             }
         }
     }
-    std::stable_partition(rules.begin(), rules.end(),
-                          [](const Rule& rule) { return rule.call == Call::ALLOCATE; });
     return rules;
 }
 
@@ -234,6 +198,10 @@ std::string Tape::content() const {
 
 void record(Tape* tape) {
     state().tape = tape;
+}
+
+void define(Call call, const char* name, std::initializer_list<int> errors) {
+    kindOf(call) = {name, errors};
 }
 
 int strike(Call call, const char* path, const void* caller) {

@@ -20,7 +20,7 @@ enum class Call : uint8_t {
     ALLOCATE,     // operator new
     ADVISE,       // madvise
     CLOCK,        // clock_gettime
-    CLOSE,        // also fclose; the descriptor is closed all the same, as on Linux
+    CLOSE,        // also fclose; what is closed is gone all the same, as on Linux
     FOLDER,       // getdents64
     FOPEN,        //
     FSYNC,        //
@@ -29,6 +29,7 @@ enum class Call : uint8_t {
     MAKE_FOLDER,  // mkdir
     MAP,          // mmap, which the library calls for record buffers
     OPEN,         //
+    PRIORITY,     // setpriority
     PROBE,        // process_vm_readv
     READ,         // also fgets
     REMOVE,       //
@@ -64,22 +65,14 @@ void armAtRandom(uint64_t seed, uint32_t oneIn);
 /// No call is counted, and none fails.
 void disarm();
 
-/// A place in the library from which a function was called.
-struct Site {
-    Call call;
-    uintptr_t address;
-    uint32_t calls;
-};
-/// The sites that were called from since calls are counted.
-std::vector<Site> sites();
-/// Calls of a function since then, and faults of one or of all.
+/// Calls of a function since calls are counted, and faults of one or of all.
 uint32_t calls(Call call);
 uint32_t struck(Call call);
 uint32_t struck();
 
-/// A rule for each error of each site, allocations first: for all of the first calls, and ever
-/// fewer of the later ones.
-std::vector<Rule> rulesFor(const std::vector<Site>& sites);
+/// A rule for each error of each place in the library that called since calls are counted: for all
+/// of its first calls, and ever fewer of the later ones.
+std::vector<Rule> everyFault();
 
 /// What the library has given to write(2), in that order, and how much of it was taken. To be put
 /// into memory that children share.
@@ -103,6 +96,8 @@ void record(Tape* tape);
 
 // For the functions that the library calls in place of libc's.
 
+/// Names a call, and the errors that it is tried with.
+void define(Call call, const char* name, std::initializer_list<int> errors);
 /// Counts a call. The error that it is to fail with, or 0. The caller of the function that this is
 /// called in is the site: a default argument belongs to whoever leaves it out.
 int strike(Call call, const char* path = nullptr, const void* caller = __builtin_return_address(0));

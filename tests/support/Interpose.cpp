@@ -17,9 +17,12 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <initializer_list>
 #include <new>
+#include <stdexcept>
 #include <type_traits>
 #include <utility>
 
@@ -37,8 +40,6 @@ using Faults::strike;
 std::atomic<int64_t> sFreeBytes{-1};
 std::atomic<int64_t> sWallClockSec{-1};
 std::atomic<void (*)(int)> sOnWrite{nullptr};
-std::atomic<int> sLiveBuffers{0};
-std::atomic<int> sStaleCloses{0};
 
 // Paths are set while no other thread makes use of them. Of fixed size, since a signal handler may
 // come here.
@@ -56,12 +57,8 @@ const char* redirected(const char* path, Path& buffer) {
     if (fromBytes == 0 || strncmp(path, sFrom, fromBytes) != 0) {
         return path;
     }
-    const size_t toBytes = strlen(sTo);
-    memcpy(buffer, sTo, toBytes);
-    const size_t restBytes = strnlen(path + fromBytes, sizeof(Path) - toBytes - 1);
-    memcpy(buffer + toBytes, path + fromBytes, restBytes);
-    buffer[toBytes + restBytes] = '\0';
-    return buffer;
+    strcpy(buffer, sTo);
+    return strncat(buffer, path + fromBytes, sizeof(Path) - strlen(sTo) - 1);
 }
 template <typename Argument>
 Argument redirected(Argument argument, Path& /*buffer*/) {
@@ -85,16 +82,45 @@ template <Call kCall, typename Result, typename... Args, bool kNoexcept,
           Result (*kFunction)(Args...) noexcept(kNoexcept)>
 struct Failing<kCall, kFunction> {
     static Result call(Args... args) {
-        if (const int error = strike(kCall, pathOf(args...))) {
-            errno = error;
-            if constexpr (std::is_pointer_v<Result>) {
-                return nullptr;
-            } else {
-                return -1;
-            }
+        const int error = strike(kCall, pathOf(args...));
+        if (error == 0) {
+            Path buffer;
+            return kFunction(redirected(args, buffer)...);
         }
-        Path buffer;
-        return kFunction(redirected(args, buffer)...);
+        if constexpr (kCall == Call::CLOSE) {
+            kFunction(args...);
+        }
+        if constexpr (kCall == Call::ALLOCATE && !kNoexcept) {
+            throw std::bad_alloc();
+        }
+        errno = error;
+        if constexpr (kCall == Call::THREAD) {
+            return error;
+        } else if constexpr (kCall == Call::MAP) {
+            return MAP_FAILED;
+        } else if constexpr (std::is_pointer_v<Result>) {
+            return nullptr;
+        } else {
+            return -1;
+        }
+    }
+};
+
+template <>
+struct Failing<Call::WRITE, &write> {
+    static ssize_t call(int fd, const void* bytes, size_t count) {
+        if (const auto action = sOnWrite.load()) {
+            action(fd);
+        }
+        const int error = strike(Call::WRITE);
+        ssize_t written = -1;
+        if (error == 0 || error == Faults::kShortWrite) {
+            written = write(fd, bytes, error == 0 ? count : count / 2);
+        } else {
+            errno = error;
+        }
+        Faults::keepWrite(bytes, count, written);
+        return written;
     }
 };
 
@@ -107,26 +133,18 @@ long callKernel(long number, long a, long b, long c) {
     return syscall(number, a, b, c);
 }
 
-int failWith(int error) {
-    errno = error;
-    return -1;
-}
-
-template <auto kFunction, typename Handle>
-int closeAnyway(Handle handle) {
-    const int error = strike(Call::CLOSE);
-    const int result = kFunction(handle);
-    sStaleCloses += result != 0 && errno == EBADF ? 1 : 0;
-    return error != 0 ? failWith(error) : result;
-}
-
-int statvfsOrAnswer(const char* path, struct statvfs* storage) {
-    if (const int error = strike(Call::STATVFS, path)) {
-        return failWith(error);
+/// A second close may hit somebody else's descriptor.
+int closeOnce(int fd) {
+    const int result = close(fd);
+    if (result != 0 && errno == EBADF) {
+        abort();
     }
+    return result;
+}
+
+int storageOf(const char* path, struct statvfs* storage) {
     if (sFreeBytes < 0) {
-        Path buffer;
-        return statvfs(redirected(path, buffer), storage);
+        return statvfs(path, storage);
     }
     *storage = {};
     storage->f_blocks = 1;
@@ -136,9 +154,6 @@ int statvfsOrAnswer(const char* path, struct statvfs* storage) {
 }
 
 int wallClock(timeval* time, void* zone) {
-    if (const int error = strike(Call::WALL_CLOCK)) {
-        return failWith(error);
-    }
     if (sWallClockSec < 0) {
         return gettimeofday(time, zone);
     }
@@ -146,19 +161,7 @@ int wallClock(timeval* time, void* zone) {
     return 0;
 }
 
-ssize_t writeAndKeep(int fd, const void* bytes, size_t count) {
-    if (const auto action = sOnWrite.load()) {
-        action(fd);
-    }
-    const int error = strike(Call::WRITE);
-    const ssize_t written = error == 0 || error == Faults::kShortWrite
-                                    ? write(fd, bytes, error == 0 ? count : count / 2)
-                                    : failWith(error);
-    Faults::keepWrite(bytes, count, written);
-    return written;
-}
-
-int setPriority(__priority_which_t which, id_t who, int value) {
+int setNice(__priority_which_t which, id_t who, int value) {
     const size_t place = sNiceValueCount++;
     if (place < sNiceValues.size()) {
         sNiceValues[place] = value;
@@ -166,81 +169,60 @@ int setPriority(__priority_which_t which, id_t who, int value) {
     return setpriority(which, who, value);
 }
 
-int createThread(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
-                 void* argument) {
-    const int error = strike(Call::THREAD);
-    return error != 0 ? error : pthread_create(thread, attributes, entry, argument);
-}
+constexpr auto kNew = static_cast<void* (*)(size_t)>(&operator new);
+constexpr auto kNewOrNull =
+        static_cast<void* (*)(size_t, const std::nothrow_t&) noexcept>(&operator new);
+constexpr auto kAlignedNewOrNull =
+        static_cast<void* (*)(size_t, std::align_val_t, const std::nothrow_t&) noexcept>(
+                &operator new);
 
-void* mapBuffer(void* address, size_t size, int protection, int flags, int fd, off_t offset) {
-    if (const int error = strike(Call::MAP)) {
-        errno = error;
-        return MAP_FAILED;
-    }
-    ++sLiveBuffers;
-    return mmap(address, size, protection, flags, fd, offset);
-}
-
-int unmapBuffer(void* address, size_t size) {
-    if (const int error = strike(Call::UNMAP)) {
-        return failWith(error);
-    }
-    --sLiveBuffers;
-    return munmap(address, size);
-}
-
-void* allocate(size_t size) {
-    if (strike(Call::ALLOCATE) != 0) {
-        throw std::bad_alloc();
-    }
-    return operator new(size);
-}
-template <typename... Args>
-void* allocateOrNull(size_t size, Args... args, const std::nothrow_t& tag) {
-    return strike(Call::ALLOCATE) != 0 ? nullptr : operator new(size, args..., tag);
-}
-
+/// A function that the library calls, and the errors that it is tried with.
 struct Import {
-    template <typename Function>
-    Import(const char* functionName, Function* function)
-            : name(functionName), replacement(reinterpret_cast<void*>(function)) {}
+    template <Call kCall, auto kFunction>
+    Import(const char* functionName, Failing<kCall, kFunction> /*failing*/,
+           std::initializer_list<int> errors)
+            : name(functionName),
+              replacement(reinterpret_cast<void*>(Failing<kCall, kFunction>::call)) {
+        Faults::define(kCall, name, errors);
+    }
 
     const char* name;
     void* replacement;
     bool isFound{false};
 };
 
-std::vector<Import>& imports() {
-    static std::vector<Import> sImports = {
-            {"_Znwm", allocate},
-            {"_ZnwmRKSt9nothrow_t", allocateOrNull<>},
-            {"_ZnwmSt11align_val_tRKSt9nothrow_t", allocateOrNull<std::align_val_t>},
-            {"clock_gettime", Failing<Call::CLOCK, &clock_gettime>::call},
-            {"close", closeAnyway<&close, int>},
-            {"fclose", closeAnyway<&fclose, FILE*>},
-            {"fgets", Failing<Call::READ, &fgets>::call},
-            {"flock", Failing<Call::LOCK, &flock>::call},
-            {"fopen", Failing<Call::FOPEN, &fopen>::call},
-            {"fsync", Failing<Call::FSYNC, &fsync>::call},
-            {"gettimeofday", wallClock},
-            {"localtime_r", Failing<Call::LOCALTIME, &localtime_r>::call},
-            {"madvise", Failing<Call::ADVISE, &madvise>::call},
-            {"mkdir", Failing<Call::MAKE_FOLDER, &mkdir>::call},
-            {"mmap", mapBuffer},
-            {"munmap", unmapBuffer},
-            {"open", Failing<Call::OPEN, &openFile>::call},
-            {"process_vm_readv", Failing<Call::PROBE, &process_vm_readv>::call},
-            {"pthread_create", createThread},
-            {"read", Failing<Call::READ, &read>::call},
-            {"remove", Failing<Call::REMOVE, &remove>::call},
-            {"setpriority", setPriority},
-            {"stat", Failing<Call::STAT, &stat>::call},
-            {"statvfs", statvfsOrAnswer},
-            {"syscall", Failing<Call::FOLDER, &callKernel>::call},
-            {"unlink", Failing<Call::UNLINK, &unlink>::call},
-            {"write", writeAndKeep},
+std::vector<Import> allImports() {
+    return {
+            {"_Znwm", Failing<Call::ALLOCATE, kNew>(), {ENOMEM}},
+            {"_ZnwmRKSt9nothrow_t", Failing<Call::ALLOCATE, kNewOrNull>(), {ENOMEM}},
+            {"_ZnwmSt11align_val_tRKSt9nothrow_t",
+             Failing<Call::ALLOCATE, kAlignedNewOrNull>(),
+             {ENOMEM}},
+            {"clock_gettime", Failing<Call::CLOCK, &clock_gettime>(), {EINVAL}},
+            {"close", Failing<Call::CLOSE, &closeOnce>(), {EINTR, EIO}},
+            {"fclose", Failing<Call::CLOSE, &fclose>(), {EINTR, EIO}},
+            {"fgets", Failing<Call::READ, &fgets>(), {EINTR, EIO}},
+            {"flock", Failing<Call::LOCK, &flock>(), {EINTR, ENOLCK}},
+            {"fopen", Failing<Call::FOPEN, &fopen>(), {EACCES, ENOMEM}},
+            {"fsync", Failing<Call::FSYNC, &fsync>(), {EIO, EINTR}},
+            {"gettimeofday", Failing<Call::WALL_CLOCK, &wallClock>(), {EINVAL}},
+            {"localtime_r", Failing<Call::LOCALTIME, &localtime_r>(), {EOVERFLOW}},
+            {"madvise", Failing<Call::ADVISE, &madvise>(), {EINVAL}},
+            {"mkdir", Failing<Call::MAKE_FOLDER, &mkdir>(), {EACCES, EROFS, EEXIST}},
+            {"mmap", Failing<Call::MAP, &mmap>(), {ENOMEM}},
+            {"munmap", Failing<Call::UNMAP, &munmap>(), {ENOMEM}},
+            {"open", Failing<Call::OPEN, &openFile>(), {EACCES, EMFILE, ENOSPC, EINTR}},
+            {"process_vm_readv", Failing<Call::PROBE, &process_vm_readv>(), {ENOSYS, EPERM}},
+            {"pthread_create", Failing<Call::THREAD, &pthread_create>(), {EAGAIN}},
+            {"read", Failing<Call::READ, &read>(), {EINTR, EIO}},
+            {"remove", Failing<Call::REMOVE, &remove>(), {EACCES}},
+            {"setpriority", Failing<Call::PRIORITY, &setNice>(), {EACCES}},
+            {"stat", Failing<Call::STAT, &stat>(), {ENOENT, EACCES}},
+            {"statvfs", Failing<Call::STATVFS, &storageOf>(), {EIO}},
+            {"syscall", Failing<Call::FOLDER, &callKernel>(), {ENOENT}},
+            {"unlink", Failing<Call::UNLINK, &unlink>(), {EACCES, EBUSY}},
+            {"write", Failing<Call::WRITE, &write>(), {ENOSPC, EIO, EINTR, Faults::kShortWrite}},
     };
-    return sImports;
 }
 
 /// Changes what a loaded object calls. Its relocations say where the addresses stand.
@@ -258,6 +240,7 @@ void replaceImports(const dl_phdr_info& object) {
             }
         }
     }
+    std::vector<Import> imports = allImports();
     const auto* symbols = reinterpret_cast<const ElfW(Sym)*>(entries[DT_SYMTAB]);
     const auto* names = reinterpret_cast<const char*>(entries[DT_STRTAB]);
     const auto pageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
@@ -266,7 +249,7 @@ void replaceImports(const dl_phdr_info& object) {
         const auto* relocation = reinterpret_cast<const ElfW(Rela)*>(table);
         for (size_t i = 0; i < bytes / sizeof(*relocation); ++i, ++relocation) {
             const char* name = names + symbols[ELF64_R_SYM(relocation->r_info)].st_name;
-            for (Import& import : imports()) {
+            for (Import& import : imports) {
                 if (strcmp(name, import.name) == 0) {
                     const ElfW(Addr) place = object.dlpi_addr + relocation->r_offset;
                     // Read-only since the object was loaded.
@@ -276,6 +259,11 @@ void replaceImports(const dl_phdr_info& object) {
                     import.isFound = true;
                 }
             }
+        }
+    }
+    for (const Import& import : imports) {
+        if (!import.isFound) {
+            throw std::logic_error(std::string("the library does not call ") + import.name);
         }
     }
 }
@@ -303,7 +291,6 @@ Scope::~Scope() {
     setWallClock(-1);
     onWrite(nullptr);
     redirect("", "");
-    sStaleCloses = 0;
     sNiceValueCount = 0;
 }
 
@@ -320,24 +307,9 @@ void setWallClock(int64_t sec) {
 void onWrite(void (*action)(int fd)) {
     sOnWrite = action;
 }
-int liveBuffers() {
-    return sLiveBuffers;
-}
-int staleCloses() {
-    return sStaleCloses;
-}
 std::vector<int> niceValues() {
     const size_t count = std::min(sNiceValueCount.load(), sNiceValues.size());
     return {sNiceValues.begin(), sNiceValues.begin() + count};
-}
-std::vector<std::string> unknownFunctions() {
-    std::vector<std::string> unknown;
-    for (const Import& import : imports()) {
-        if (!import.isFound) {
-            unknown.emplace_back(import.name);
-        }
-    }
-    return unknown;
 }
 
 }  // namespace JCam::Support::Interpose

@@ -28,13 +28,7 @@ void setWallClock(int64_t sec);
 /// Called at the start of every write(2) with its descriptor, on the thread that writes; null for
 /// nothing. It must be signal-safe if the library may write in a signal handler.
 void onWrite(void (*action)(int fd));
-/// Record buffers that the kernel has given and has not been given back.
-int liveBuffers();
-/// Calls of close so far whose descriptor was not open: a second close may hit somebody else's.
-int staleCloses();
 /// The first nice values that were set.
 std::vector<int> niceValues();
-/// Functions that the library was to call differently, but does not call under their names.
-std::vector<std::string> unknownFunctions();
 
 }  // namespace JCam::Support::Interpose

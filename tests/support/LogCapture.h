@@ -1,9 +1,12 @@
 #pragma once
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <android/log.h>
 
 namespace JCam::Support {
 
@@ -36,10 +39,13 @@ class LogCapture {
     void clear();
 
   private:
+    static void keep(const __android_log_message* message);
+
+    /// The one there is: complete before a thread that logs finds it.
+    inline static std::atomic<LogCapture*> sCapture{nullptr};
+
     mutable std::mutex mMutex;
     std::vector<LogLine> mLines;
-
-    friend void keepLine(int priority, const char* tag, const char* text);
 };
 
 }  // namespace JCam::Support

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <string_view>
 #include <utility>
 
 #include "jlog/ModuleTable.h"
@@ -12,19 +13,8 @@ namespace JCam::Support {
 namespace {
 
 char letterOf(unsigned int level) {
-    switch (level) {
-        case 1:
-            return 'E';
-        case 2:
-            return 'W';
-        case 3:
-            return 'I';
-        case 4:
-        case 5:
-            return 'D';
-        default:
-            return 'V';
-    }
+    constexpr std::string_view kLetters = "VEWIDD";
+    return level < kLetters.size() ? kLetters[level] : 'V';
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -29,27 +28,23 @@ std::filesystem::path TempFolder::inMemory() {
     return access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::filesystem::temp_directory_path();
 }
 
-std::vector<std::string> TempFolder::names() const {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(mPath)) {
-        names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 std::string TempFolder::logText() const {
     constexpr std::string_view kContinued = "-- CONTINUED --\n";
     std::string text;
     for (const std::string& name : names()) {
-        if (!name.starts_with("cam_jlog_")) {
-            continue;
-        }
-        const std::string content = readFile(path(name));
-        const bool continued = content.starts_with(kContinued);
-        text.append(content, continued ? kContinued.size() : 0);
+        const std::string content = name.starts_with("cam_jlog_") ? readFile(path(name)) : "";
+        text.append(content, content.starts_with(kContinued) ? kContinued.size() : 0);
     }
     return text;
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 std::string readFile(const std::string& path) {

@@ -6,6 +6,12 @@
 
 namespace JCam::Support {
 
+/// The names in a folder, sorted.
+std::vector<std::string> namesIn(const std::string& folder);
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& content);
+std::vector<std::string> splitLines(const std::string& text);
+
 /// A folder of the test's own, gone with the object.
 class TempFolder {
   public:
@@ -22,8 +28,7 @@ class TempFolder {
     /// A parent in memory, where there is one: for tests whose time a disk would take.
     static std::filesystem::path inMemory();
 
-    /// The names in it, sorted.
-    [[nodiscard]] std::vector<std::string> names() const;
+    [[nodiscard]] std::vector<std::string> names() const { return namesIn(path()); }
     /// The contents of all its "cam_jlog_" files in the order of their indices, each without the
     /// rotation marker at its start.
     [[nodiscard]] std::string logText() const;
@@ -31,9 +36,5 @@ class TempFolder {
   private:
     std::filesystem::path mPath;
 };
-
-std::string readFile(const std::string& path);
-void writeFile(const std::string& path, const std::string& content);
-std::vector<std::string> splitLines(const std::string& text);
 
 }  // namespace JCam::Support
