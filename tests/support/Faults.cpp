@@ -38,11 +38,6 @@ struct Slot {
 struct ActiveRule {
     Rule rule;
     std::atomic<uint32_t> calls{0};  // that it was about
-
-    [[nodiscard]] bool isAbout(Call call, uintptr_t site, const char* path) const {
-        return rule.call == call && (rule.site == 0 || rule.site == site) &&
-               (rule.path == nullptr || (path != nullptr && strcmp(rule.path, path) == 0));
-    }
 };
 
 struct State {
@@ -74,10 +69,8 @@ uint32_t count(std::atomic<uint32_t>& counter) {
 
 void countAt(uint64_t key) {
     for (Slot& slot : state().slots) {
-        uint64_t found = slot.key.load(std::memory_order_relaxed);
-        if (found == key ||
-            (found == 0 &&
-             slot.key.compare_exchange_strong(found, key, std::memory_order_relaxed)) ||
+        uint64_t found = 0;
+        if (slot.key.compare_exchange_strong(found, key, std::memory_order_relaxed) ||
             found == key) {
             count(slot.calls);
             return;
@@ -95,11 +88,12 @@ uint64_t draw() {
 
 int errorByRules(Call call, uintptr_t site, const char* path) {
     for (size_t i = 0; i < state().ruleCount; ++i) {
-        ActiveRule& active = state().rules[i];
-        if (active.isAbout(call, site, path)) {
-            const uint32_t nth = count(active.calls);
-            if (nth >= active.rule.first && nth - active.rule.first < active.rule.times) {
-                return active.rule.error;
+        const Rule& rule = state().rules[i].rule;
+        if (rule.call == call && (rule.site == 0 || rule.site == site) &&
+            (rule.path == nullptr || (path != nullptr && strcmp(rule.path, path) == 0))) {
+            const uint32_t nth = count(state().rules[i].calls);
+            if (nth >= rule.first && nth - rule.first < rule.times) {
+                return rule.error;
             }
         }
     }

@@ -211,7 +211,7 @@ std::vector<Import> allImports() {
             {"mkdir", Failing<Call::MAKE_FOLDER, &mkdir>(), {EACCES, EROFS, EEXIST}},
             {"mmap", Failing<Call::MAP, &mmap>(), {ENOMEM}},
             {"munmap", Failing<Call::UNMAP, &munmap>(), {ENOMEM}},
-            {"open", Failing<Call::OPEN, &openFile>(), {EACCES, EMFILE, ENOSPC, EINTR}},
+            {"open", Failing<Call::OPEN, &openFile>(), {EACCES, EROFS, EMFILE, ENOSPC, EINTR}},
             {"process_vm_readv", Failing<Call::PROBE, &process_vm_readv>(), {ENOSYS, EPERM}},
             {"pthread_create", Failing<Call::THREAD, &pthread_create>(), {EAGAIN}},
             {"read", Failing<Call::READ, &read>(), {EINTR, EIO}},
@@ -240,12 +240,16 @@ void replaceImports(const dl_phdr_info& object) {
             }
         }
     }
+    const auto addressOf = [&](size_t tag) {
+        // glibc has added where the object is; bionic has not.
+        return entries[tag] + (entries[tag] < object.dlpi_addr ? object.dlpi_addr : 0);
+    };
     std::vector<Import> imports = allImports();
-    const auto* symbols = reinterpret_cast<const ElfW(Sym)*>(entries[DT_SYMTAB]);
-    const auto* names = reinterpret_cast<const char*>(entries[DT_STRTAB]);
+    const auto* symbols = reinterpret_cast<const ElfW(Sym)*>(addressOf(DT_SYMTAB));
+    const auto* names = reinterpret_cast<const char*>(addressOf(DT_STRTAB));
     const auto pageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    for (const auto& [table, bytes] : {std::pair{entries[DT_RELA], entries[DT_RELASZ]},
-                                       {entries[DT_JMPREL], entries[DT_PLTRELSZ]}}) {
+    for (const auto& [table, bytes] : {std::pair{addressOf(DT_RELA), entries[DT_RELASZ]},
+                                       {addressOf(DT_JMPREL), entries[DT_PLTRELSZ]}}) {
         const auto* relocation = reinterpret_cast<const ElfW(Rela)*>(table);
         for (size_t i = 0; i < bytes / sizeof(*relocation); ++i, ++relocation) {
             const char* name = names + symbols[ELF64_R_SYM(relocation->r_info)].st_name;
