@@ -120,7 +120,6 @@ TEST_F(FileAloneJLoggerTest, FlushHasWrittenAndSyncedWhatWasLoggedBefore) {
     EXPECT_TRUE(await([&] { return mFolder.logText().ends_with("in a full buffer\n"); }));
     logger.log("drained");
     logger.onUninit();
-    EXPECT_THAT(mFolder.logText(), EndsWith("drained\n"));
     logger.log("too late");
     logger.onFlush(60);
     EXPECT_THAT(logger.queued(), SizeIs(1)) << "retired, and no thread to wait for";
