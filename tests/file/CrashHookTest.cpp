@@ -24,7 +24,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "jlog/file/FileAloneJLogger.h"
 #include "support/Await.h"
 #include "support/ChildProcess.h"
 #include "support/FileLoggerTest.h"
@@ -520,7 +519,10 @@ TEST_F(CrashHookTest, SignalSentToTheDumpingThreadWaits) {
             logger.log("text");
             atWrite(1, [second] { raise(second); });
         };
-        EXPECT_EQ(die(SIGSEGV, log, [] { signal(SIGSEGV, SIG_IGN); }), killed(second, {"text"}));
+        EXPECT_EQ(die(SIGSEGV, log, [] { signal(SIGSEGV, SIG_IGN); }).first,
+                  (Ending{Ending::KILLED, second}));
+        // ThreadSanitizer holds a signal back until the dump is over, and it has one of its own.
+        EXPECT_THAT(mCrashFiles.at(0), EndsWith("I Test    : text\n"));
     }
 }
 
