@@ -107,7 +107,7 @@ TEST_F(JLogInitializerTest, StartUpConfigurationFollowsBuildMaskAndProperties) {
             {kMarket, {kLao}, 0, 0x01, 3, false},
             {kMarket, {}, 1, 0x01, 3, false},
             {kMarket, {}, 3, 0x02, 3, false},
-            {kMarket, {kAging}, 3, 0x02, 5, false},
+            {kMarket, {{kAging.first, "hightempaging"}}, 3, 0x02, 5, false},
             {kMarket, {{kMode, "20"}}, 3, 0x02, 3, false},
             {kConfidential, {}, 0, 0x01, 1, false},
             {kConfidential, {{kUserLevel, "4"}}, 0, 0x01, 6, false},

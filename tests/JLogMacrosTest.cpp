@@ -167,7 +167,7 @@ TEST(JLogRateLimit, AccountsForEveryCallOfEveryThread) {
     JLogRateLimit limit;
     std::atomic<unsigned int> accounted{0};
     constexpr unsigned int kThreads = 4;
-    constexpr unsigned int kCalls = 20000;
+    constexpr unsigned int kCalls = 100000;
     std::vector<std::thread> threads;
     for (unsigned int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&, ms = i == 0 ? 0 : 3'600'000] {

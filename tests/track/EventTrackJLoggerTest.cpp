@@ -1,5 +1,9 @@
 #include "jlog/track/EventTrackJLogger.h"
 
+#include <atomic>
+#include <string_view>
+
+#include "support/Await.h"
 #include "track/TrackTest.h"
 
 int jlc_raise_exception(JlcExceptionRecord* record) {
@@ -13,18 +17,30 @@ using EventTrackJLoggerTest = TrackTest;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
-TEST_F(EventTrackJLoggerTest, IsMadeAndDeletedAsOftenWhileThreadsCompete) {
-    EventTrackJLogger::releaseInstance();
-    mLog.clear();
-    // Nobody uses the instance, so that anyone may release it.
-    runThreads(4, [](int) {
-        for (int i = 0; i < 200; i++) {
-            EXPECT_NE(EventTrackJLogger::getInstance(), nullptr);
-            EventTrackJLogger::releaseInstance();
+TEST_F(EventTrackJLoggerTest, IsMadeOnceAndDeletedOnceForAllThreads) {
+    static std::atomic<int> sAsking;
+    static std::atomic<int> sMade;
+    static std::atomic<int> sDeleted;
+    // Whoever makes it takes until all others ask for it, too.
+    __android_log_set_logger([](const __android_log_message* message) {
+        const std::string_view text = message->message;
+        sDeleted += text.starts_with("~EventTrackJLogger 0x") ? 1 : 0;
+        if (text.starts_with("EventTrackJLogger 0x")) {
+            ++sMade;
+            EXPECT_TRUE(Support::await([] { return sAsking == 4; }));
         }
     });
-    EXPECT_GE(mLog.count("EventTrackJLogger "), 200U);
-    EXPECT_EQ(mLog.count("EventTrackJLogger "), mLog.count("~EventTrackJLogger "));
+    EventTrackJLogger::releaseInstance();
+    for (int round = 0; round < 20; round++) {
+        sAsking = sMade = sDeleted = 0;
+        runThreads(4, [](int) {
+            ++sAsking;
+            EventTrackJLogger::getInstance();
+        });
+        runThreads(4, [](int) { EventTrackJLogger::releaseInstance(); });
+        EXPECT_EQ(sMade, 1);
+        EXPECT_EQ(sDeleted, 1);
+    }
 }
 
 TEST_F(EventTrackJLoggerTest, ForgetsEverythingWhenReleased) {

@@ -125,16 +125,17 @@ TEST_F(ExceptionFeedbackTest, NothingIsLockedWhileTheCollectorOrTheNodeIsBusy) {
     mOnRaise = [&] {
         mTracker->clearData();
         handedOut = EventTrackJLogger::getInstance()->readPersistentErrCode();
+        mTracker->sendHalExcepFbData(0x10025100, nullptr);
         return 0;
     };
+    mTracker->caughtPersistentErrCode(1, 0);
+    EXPECT_EQ(handedOut, 0x10025100);
+    mLog.clear();
     Interpose::onWrite([](int) {
         Interpose::onWrite(nullptr);
         EventTrackJLogger::getInstance()->sendHalExcepFbData(0x10025500, "the same");
         EventTrackJLogger::getInstance()->sendHalExcepFbData(0x10025501, "another");
     });
-    mTracker->caughtPersistentErrCode(1, 0);
-    EXPECT_EQ(handedOut, 0x10025100);
-    mLog.clear();
     mTracker->sendHalExcepFbData(0x10025500, "first");
     EXPECT_THAT(mLog.texts(),
                 ElementsAre(HasSubstr("= first"), StartsWith("skip"), HasSubstr("= another")));
