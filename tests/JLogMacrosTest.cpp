@@ -5,6 +5,7 @@
 #include <climits>
 
 #include <atomic>
+#include <latch>
 #include <string>
 #include <thread>
 #include <vector>
@@ -168,9 +169,11 @@ TEST(JLogRateLimit, AccountsForEveryCallOfEveryThread) {
     std::atomic<unsigned int> accounted{0};
     constexpr unsigned int kThreads = 4;
     constexpr unsigned int kCalls = 100000;
+    std::latch gate(kThreads);
     std::vector<std::thread> threads;
     for (unsigned int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&, ms = i == 0 ? 0 : 3'600'000] {
+            gate.arrive_and_wait();
             for (unsigned int call = 0; call < kCalls; ++call) {
                 unsigned int heldBack = 0;
                 if (limit.admit(ms, heldBack)) {
