@@ -205,6 +205,12 @@ def format_table(c):
     return "\n".join(lines)
 
 
+def save(figure, path):
+    figure.tight_layout()
+    # Charts that are drawn anew from the same figures are the same files.
+    figure.savefig(path, dpi=100, metadata={"Software": None})
+
+
 def draw_threads(c, path):
     figure, panels = plt.subplots(1, 2, figsize=(10, 4), sharex=True)
     for panel, field, title in ((panels[0], "mean_ns", "mean"),
@@ -218,8 +224,7 @@ def draw_threads(c, path):
         panel.set_xticklabels(THREADS)
         panel.grid(True, which="major", alpha=0.3)
         panel.legend()
-    figure.tight_layout()
-    figure.savefig(path, metadata={"Date": None})
+    save(figure, path)
 
 
 def draw_lengths(c, path):
@@ -234,8 +239,7 @@ def draw_lengths(c, path):
               ylabel="million lines per second", yscale="log")
     panel.grid(True, which="both", alpha=0.3)
     panel.legend()
-    figure.tight_layout()
-    figure.savefig(path, metadata={"Date": None})
+    save(figure, path)
 
 
 def machine():
@@ -256,17 +260,15 @@ def main():
     campaign = Campaign(options.binaries, options.rounds)
     campaign.run()
     options.charts.mkdir(parents=True, exist_ok=True)
-    # The same figures give the same files.
-    plt.rcParams["svg.hashsalt"] = "jcam_jlog"
-    draw_threads(campaign, options.charts / "threads.svg")
-    draw_lengths(campaign, options.charts / "lengths.svg")
+    draw_threads(campaign, options.charts / "threads.png")
+    draw_lengths(campaign, options.charts / "lengths.png")
     table = format_table(campaign)
     (options.charts / "table.md").write_text(f"{table}\n\n{machine()}\n")
     (options.charts / "results.json").write_text(json.dumps(
         {"/".join(map(str, key)): values for key, values in campaign.results.items()}, indent=1))
     print(table)
     print(f"\n{machine()}; medians of {options.rounds} rounds; {time.monotonic() - begin:.0f} s")
-    print(f"charts: {options.charts}/threads.svg, {options.charts}/lengths.svg")
+    print(f"charts: {options.charts}/threads.png, {options.charts}/lengths.png")
 
 
 if __name__ == "__main__":
