@@ -34,7 +34,6 @@ need_preset() {
     local benchmarks=(libbenchmark-dev nlohmann-json3-dev)
     need_packages cmake ninja-build
     case "$1" in
-        demo) need_packages g++ "${examples[@]}" ;;
         debug | asan-ubsan | tsan) need_packages g++ "${examples[@]}" "${tests[@]}" ;;
         release) need_packages g++ "${examples[@]}" "${tests[@]}" "${benchmarks[@]}" ;;
         clang) need_packages clang libclang-rt-dev "${examples[@]}" "${tests[@]}" "${benchmarks[@]}" ;;

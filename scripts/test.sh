@@ -11,9 +11,10 @@ while [ $# -gt 0 ]; do
 usage: scripts/test.sh [--preset NAME] [CTEST-OPTION]...
 
 Builds the library with its tests and runs them. The presets are debug (the default),
-release, asan-ubsan, tsan, clang, libcxx (clang with libc++) and real-liblog (Android's own
-liblog, and the tests that run on it). On a bare Debian machine it first installs the
-packages that it needs. Further options go to ctest, for example -R Writer.
+release, asan-ubsan, tsan, clang, libcxx (clang with libc++), aarch64 (cross-built, run under
+qemu-user but for the few tests that ask more of a kernel) and real-liblog (Android's own
+liblog, and the tests that run on it). On a bare Debian machine it first installs the packages
+that it needs. Further options go to ctest, for example -R Writer.
 TEXT
             exit 0
             ;;
