@@ -24,7 +24,7 @@ TEXT
 fi
 
 need_packages abigail-tools python3
-build_preset release
+build_preset release --target jcam_jlog
 library=build/release/jlog/libjcam_jlog.so
 
 # Undefined symbols without those of the platform, of the C++ runtime and of the compiler's own.

@@ -73,7 +73,7 @@ test_tree() {
 }
 
 need_packages clang dpkg-dev file pkg-config
-build_preset release
+build_preset release --target jcam_jlog jcam_platform jcam_liblog jlc_vnd
 unset ANDROID_LOG_TAGS
 package=$PWD/build/package
 rm -rf "$package"
