@@ -67,22 +67,32 @@ TEST_F(EventTrackJLoggerTest, ForgetsEverythingWhenReleased) {
     EXPECT_EQ(mLog.count("skip"), 0U);
 }
 
-TEST_F(EventTrackJLoggerTest, KnowsTheFeedbackCodesByClassAndNumber) {
+TEST_F(EventTrackJLoggerTest, RaisesAnExceptionThenFeedsItBackUnderItsName) {
     struct Row {
         int type, subCode, row;
+        const char* code;
         const char* category;
         const char* name;
     };
-    for (const Row& row : {Row{0, 5, 0, "EXP_HARDWARE", "EXCEP_PROBE"},
-                           Row{1, 10, 15, "EXP_TALVEX", "EXCEPTION_RTT_BOOT"},
-                           Row{6, 2, 29, "EXP_CAM_OTHER", "DARK_AE_ANOMALOUS"}}) {
+    for (const Row& row : {Row{0, 5, 0, "0x10025005", "EXP_HARDWARE", "EXCEP_PROBE"},
+                           Row{1, 10, 15, "0x1002510a", "EXP_TALVEX", "EXCEPTION_RTT_BOOT"},
+                           Row{6, 2, 29, "0x10025602", "EXP_CAM_OTHER", "DARK_AE_ANOMALOUS"}}) {
         const int code = 0x10025000 + 0x100 * row.type + row.subCode;
         EXPECT_EQ(mTracker->findEventId(code), row.row);
         EXPECT_STREQ(mTracker->acquireErrorCodeDesc(code), row.name);
         mTracker->writeExceptionErrCode(row.type, row.subCode, nullptr);
-        EXPECT_THAT(Support::readFile(node()), StartsWith(std::string(row.category) +
-                                                          ":NULL$$EventField@@" + row.name + "$$"));
+        const std::string payload = Support::readFile(node());
+        EXPECT_THAT(payload, StartsWith(std::string(row.category) + ":NULL$$EventField@@" +
+                                        row.name + "$$FieldData@@" + row.code + "$$"));
+        EXPECT_THAT(takeLines(),
+                    ElementsAre(info(std::string("jlc raise exception exceptionId = ") + row.code),
+                                info(std::string("EXCEPTION_ERR_CODE_SAVE code = ") + row.code),
+                                info("final payload = " + payload)));
     }
+    // The collector is told again within the time in which the node is not.
+    mTracker->writeExceptionErrCode(0, 5, nullptr);
+    EXPECT_EQ(mLog.count("skip exp feedback"), 1U);
+    EXPECT_EQ(mRecords.size(), 4U);
     int known = 0;
     for (int code = 0x10025000; code < 0x10026000; code++) {
         known += mTracker->findEventId(code) != -1 ? 1 : 0;

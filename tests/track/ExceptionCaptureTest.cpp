@@ -10,20 +10,6 @@ namespace {
 using ExceptionCaptureTest = TrackTest;
 using ::testing::ElementsAre;
 
-TEST_F(ExceptionCaptureTest, AnExceptionIsRaisedThenFedBack) {
-    mTracker->writeExceptionErrCode(0, 5, "i2c nack");
-    const std::string payload = Support::readFile(node());
-    EXPECT_THAT(takeLines(), ElementsAre(info("jlc raise exception exceptionId = 0x10025005"),
-                                         info("EXCEPTION_ERR_CODE_SAVE code = 0x10025005"),
-                                         info("final payload = " + payload)));
-    EXPECT_THAT(payload, ::testing::EndsWith("otherData = i2c nack"));
-
-    // The collector is told again within the time in which the node is not.
-    mTracker->writeExceptionErrCode(0, 5, nullptr);
-    EXPECT_EQ(mLog.count("skip exp feedback"), 1U);
-    EXPECT_EQ(mRecords.size(), 2U);
-}
-
 TEST_F(ExceptionCaptureTest, ClassAndNumberMustBothBeInRange) {
     constexpr int kBad[][2] = {{8, 40}, {8, 0},        {0, 33},      {-1, 5},
                                {5, -1}, {INT_MAX, 32}, {7, INT_MIN}, {0x100, 0x100}};

@@ -18,7 +18,6 @@ using aidl::android::frameworks::stats::VendorAtom;
 using aidl::android::frameworks::stats::VendorAtomValue;
 using Platform::ServiceRegistry;
 using ::testing::ElementsAre;
-using ::testing::StartsWith;
 
 constexpr char kInstance[] = "android.frameworks.stats.IStats/default";
 
@@ -51,10 +50,8 @@ class StatsReportTest : public TrackTest {
     std::vector<std::string> report() {
         mLog.clear();
         mTracker->writeDarkScreenErrCode(0, nullptr);
-        std::vector<std::string> texts = mLog.texts();
-        EXPECT_THAT(texts.front(), StartsWith("payload = "));
-        texts.erase(texts.begin());
-        return texts;
+        const std::vector<std::string> texts = mLog.texts();
+        return {texts.begin() + 1, texts.end()};
     }
 
     std::shared_ptr<RecordingStats> mStats = ndk::SharedRefBase::make<RecordingStats>();
