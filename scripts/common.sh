@@ -24,8 +24,14 @@ need_packages() {
         run=(sudo)
     fi
     echo "Installing: ${missing[*]}" >&2
+    # One script at a time: apt does not wait for another apt.
+    local lock
+    mkdir -p build
+    exec {lock}>build/packages.lock
+    flock "$lock"
     "${run[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -q >&2
     "${run[@]}" env DEBIAN_FRONTEND=noninteractive "${install[@]}" >&2
+    exec {lock}>&-
 }
 
 # Installs what a preset is built with.
