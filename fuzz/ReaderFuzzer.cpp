@@ -11,7 +11,6 @@
 #include <fmt/format.h>
 
 #include "Check.h"
-#include "ExactCopy.h"
 #include "reader/LogFile.h"
 #include "reader/Records.h"
 
@@ -21,12 +20,6 @@ namespace {
 
 using Fuzz::check;
 using Fuzz::checkEqual;
-
-void checkIsIn(std::string_view part, std::string_view whole) {
-    check(part.empty() || (part.data() >= whole.data() &&
-                           part.data() + part.size() <= whole.data() + whole.size()),
-          "a part lies in its record");
-}
 
 /// As the logger renders it.
 std::string render(const Line& line) {
@@ -41,14 +34,7 @@ std::string render(const Line& line) {
                               scope.module, scope.moduleId, scope.sign, scope.name, scope.serial);
 }
 
-void checkLine(const Line& line, std::string_view bytes) {
-    for (const std::string_view part : {line.origin.date, line.origin.time, line.tag, line.text}) {
-        checkIsIn(part, bytes);
-    }
-    if (line.scope) {
-        checkIsIn(line.scope->module, bytes);
-        checkIsIn(line.scope->name, bytes);
-    }
+void checkLine(const Line& line) {
     const std::string rendered = render(line);
     std::string_view reason;
     const std::optional<Line> again = parseLine(rendered, reason);
@@ -76,7 +62,7 @@ void checkRecords(std::string_view file, int pid) {
               "a record is one of three");
         if (record->line) {
             check(pid == 0 || record->line->origin.pid == pid, "a record is of its process");
-            checkLine(*record->line, record->bytes);
+            checkLine(*record->line);
         }
     }
     check(offset == file.size(), "every byte is in a record");
@@ -87,9 +73,10 @@ void checkRecords(std::string_view file, int pid) {
 }  // namespace JCam::Reader
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const JCam::Fuzz::ExactCopy file({reinterpret_cast<const char*>(data), size});
-    JCam::Reader::checkRecords(file.view(), 0);
-    JCam::Reader::checkRecords(file.view(), 4321);
-    static_cast<void>(JCam::Reader::parseName(std::filesystem::path(file.view())));
+    // libFuzzer has copied the input: a read beyond its end is found.
+    const std::string_view file(reinterpret_cast<const char*>(data), size);
+    JCam::Reader::checkRecords(file, 0);
+    JCam::Reader::checkRecords(file, 4321);
+    static_cast<void>(JCam::Reader::parseName(std::filesystem::path(file)));
     return 0;
 }

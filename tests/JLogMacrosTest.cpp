@@ -5,9 +5,7 @@
 #include <climits>
 
 #include <atomic>
-#include <latch>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -16,6 +14,7 @@
 #include "jlog/DefaultJLogger.h"
 #include "support/Policy.h"
 #include "support/RecordingLogger.h"
+#include "support/Threads.h"
 
 namespace JCam::Utils::JLog {
 
@@ -169,22 +168,14 @@ TEST(JLogRateLimit, AccountsForEveryCallOfEveryThread) {
     std::atomic<unsigned int> accounted{0};
     constexpr unsigned int kThreads = 4;
     constexpr unsigned int kCalls = 100000;
-    std::latch gate(kThreads);
-    std::vector<std::thread> threads;
-    for (unsigned int i = 0; i < kThreads; ++i) {
-        threads.emplace_back([&, ms = i == 0 ? 0 : 3'600'000] {
-            gate.arrive_and_wait();
-            for (unsigned int call = 0; call < kCalls; ++call) {
-                unsigned int heldBack = 0;
-                if (limit.admit(ms, heldBack)) {
-                    accounted += 1 + heldBack;
-                }
+    Support::runThreads(kThreads, [&](int thread) {
+        for (unsigned int call = 0; call < kCalls; ++call) {
+            unsigned int heldBack = 0;
+            if (limit.admit(thread == 0 ? 0 : 3'600'000, heldBack)) {
+                accounted += 1 + heldBack;
             }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+        }
+    });
     unsigned int heldBack = 0;
     ASSERT_TRUE(limit.admit(0, heldBack));
     EXPECT_EQ(accounted + heldBack, kThreads * kCalls);

@@ -4,8 +4,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <thread>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,6 +16,7 @@
 #include "support/LogCapture.h"
 #include "support/Properties.h"
 #include "support/TempFolder.h"
+#include "support/Threads.h"
 
 namespace JCam::Utils::JLog {
 namespace {
@@ -31,7 +30,7 @@ constexpr unsigned int kThreads = 4;
 constexpr unsigned int kRounds = kEvents / kThreads / 3 + 1;
 
 /// What one thread logs: enter, details and exit in turn, numbered.
-void logRounds(unsigned int thread) {
+void logRounds(int thread) {
     const std::string tag = "Thread" + std::to_string(thread);
     for (unsigned int round = 0; round < kRounds; ++round) {
         const std::string text = "round " + std::to_string(round);
@@ -68,13 +67,7 @@ TEST(Road, EveryEventOfFourThreadsIsInTheFilesOnceAndInOrder) {
     {
         const JLogInitializer initializer(0);
         ASSERT_TRUE(JLogger::isFileModeEnabled());
-        std::vector<std::thread> threads;
-        for (unsigned int thread = 0; thread < kThreads; ++thread) {
-            threads.emplace_back(logRounds, thread);
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        Support::runThreads(kThreads, logRounds);
     }
     __android_log_set_minimum_priority(ANDROID_LOG_DEFAULT);
 

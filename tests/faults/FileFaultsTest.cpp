@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -22,8 +21,8 @@
 #include "faults/FaultTest.h"
 #include "jlog/JLogger.h"
 #include "jlog/JLogInitializer.h"
-#include "support/Descriptors.h"
 #include "support/Properties.h"
+#include "support/Threads.h"
 
 namespace JCam::Utils::JLog::File {
 namespace {
@@ -84,22 +83,16 @@ class FileFaultsTest : public Support::FaultTest {
     void runGeneration(int generation) {
         std::optional<JLogInitializer> initializer(0);
         mElsewhere += JLogger::isModeEnabled(MODE_FILE_ALONE) ? 0 : 1;
-        std::vector<std::thread> threads;
-        for (int i = 0; i < kThreads; ++i) {
-            threads.emplace_back([this, generation, i] {
-                for (int number = 0; number < kRecords; ++number) {
-                    const std::string text = textOf(generation, i, number);
-                    errno = kCallersErrno;
-                    JLogger::logEnter(4, "scope", static_cast<unsigned int>(generation));
-                    JLogger::logNormalDetails(1, "Tag", LEVEL_INFO, text.c_str(), text.size());
-                    mErrnoChanges += errno != kCallersErrno ? 1 : 0;
-                }
-                JLogger::flush(i);
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        Support::runThreads(kThreads, [this, generation](int thread) {
+            for (int number = 0; number < kRecords; ++number) {
+                const std::string text = textOf(generation, thread, number);
+                errno = kCallersErrno;
+                JLogger::logEnter(4, "scope", static_cast<unsigned int>(generation));
+                JLogger::logNormalDetails(1, "Tag", LEVEL_INFO, text.c_str(), text.size());
+                mErrnoChanges += errno != kCallersErrno ? 1 : 0;
+            }
+            JLogger::flush(thread);
+        });
         JLogger::flush(60);
         initializer.reset();
         JLogger::setMode(0);
@@ -116,7 +109,7 @@ class FileFaultsTest : public Support::FaultTest {
         const Support::Properties properties{{"vendor.debug.camera.ulog.folder", folder.path()},
                                              {"vendor.debug.camera.jlog.mode", "20"},
                                              {"vendor.debug.camera.jlog.flushms", "500"}};
-        const size_t descriptors = Support::openDescriptors();
+        const size_t descriptors = Support::namesIn("/proc/self/fd").size();
         mElsewhere = mErrnoChanges = 0;
         mLog.clear();
         mTape->clear();
@@ -127,7 +120,7 @@ class FileFaultsTest : public Support::FaultTest {
         Faults::disarm();
         Faults::record(nullptr);
 
-        EXPECT_EQ(Support::openDescriptors(), descriptors);
+        EXPECT_EQ(Support::namesIn("/proc/self/fd").size(), descriptors);
         EXPECT_EQ(Faults::calls(Call::MAP) - Faults::struck(Call::MAP), Faults::calls(Call::UNMAP));
         EXPECT_LE(mLog.count("Out of memory: no buffer"), Faults::struck(Call::MAP));
         // A clock that fails costs more than its errno is worth: no call would be without that.

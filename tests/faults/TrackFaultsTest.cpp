@@ -12,7 +12,6 @@
 
 #include "faults/FaultTest.h"
 #include "jlog/track/EventTrackJLogger.h"
-#include "support/Descriptors.h"
 #include "support/Properties.h"
 
 namespace JCam::Utils::JLog::Track {
@@ -83,7 +82,7 @@ class TrackFaultsTest : public Support::FaultTest {
         Support::writeFile(kHalFile, "268587013\n7\n");
         Support::writeFile(node, "");
         Support::writeFile(probe, "imx");
-        const size_t descriptors = Support::openDescriptors();
+        const size_t descriptors = Support::namesIn("/proc/self/fd").size();
         sAtoms = 0;
         Outcome outcome;
         EventTrackJLogger* tracker = EventTrackJLogger::getInstance();
@@ -105,7 +104,7 @@ class TrackFaultsTest : public Support::FaultTest {
         // Behind the name that was read, and that a node would not keep.
         outcome.probePayload = Support::readFile(probe).substr(3);
         outcome.halFileLeft = std::filesystem::exists(kHalFile);
-        EXPECT_EQ(Support::openDescriptors(), descriptors);
+        EXPECT_EQ(Support::namesIn("/proc/self/fd").size(), descriptors);
         return outcome;
     }
 

@@ -1,13 +1,11 @@
 // A log folder to which others may write: links, pipes and names that are meant to do harm.
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <ctime>
 #include <filesystem>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -108,23 +106,6 @@ TEST_F(HostileFolderTest, CleanUpDeletesNothingButNamesOfTheFolder) {
     EXPECT_TRUE(fs::exists(mFolder.path("folder/inside")));
     EXPECT_THAT(mLog.texts(), Contains("Storage full. Unlinked: " + mFolder.path("%s%n%1000000d")));
     EXPECT_EQ(mLog.count("Storage full."), files.size() + 1);
-}
-
-TEST_F(HostileFolderTest, AFileLargerThanAnyDiskIsEnough) {
-    const Support::TempFolder folder(Support::TempFolder::inMemory());
-    const std::string sparse = folder.path("sparse");
-    Support::writeFile(sparse, "");
-    if (truncate(sparse.c_str(), std::numeric_limits<off_t>::max()) != 0) {
-        GTEST_SKIP() << "the file system has no such files";
-    }
-    const timespec old[] = {{1, 0}, {1, 0}};
-    ASSERT_EQ(utimensat(AT_FDCWD, sparse.c_str(), old, 0), 0);
-    Support::writeFile(folder.path("newer"), "text");
-    setFreeBytes(0x10000000);
-    FileJLogWriter writer;
-    writer.mFolder = folder.path();
-    writer.reserveSpace(false);
-    EXPECT_THAT(folder.names(), ElementsAre("newer"));
 }
 
 TEST_F(HostileFolderTest, FilesAndFoldersGetTheirModesAndNothingExecutes) {

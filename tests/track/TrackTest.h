@@ -1,11 +1,9 @@
 #pragma once
 
-#include <barrier>
 #include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -20,11 +18,13 @@
 #include "support/LogCapture.h"
 #include "support/Properties.h"
 #include "support/TempFolder.h"
+#include "support/Threads.h"
 
 namespace JCam::Utils::JLog::Track {
 
 namespace Faults = Support::Faults;
 namespace Interpose = Support::Interpose;
+using Support::runThreads;
 
 /// Lines of the tracker on the Android log.
 inline Support::LogLine error(const std::string& text) {
@@ -32,21 +32,6 @@ inline Support::LogLine error(const std::string& text) {
 }
 inline Support::LogLine info(const std::string& text) {
     return {ANDROID_LOG_INFO, "EventTrackJLogger", text};
-}
-
-/// Runs `body` on `count` threads at once, each with its number.
-inline void runThreads(int count, const std::function<void(int)>& body) {
-    std::barrier gate(count);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; i++) {
-        threads.emplace_back([&, i] {
-            gate.arrive_and_wait();
-            body(i);
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
 }
 
 /// A fresh tracker in a working directory of its own, with a client package, at a fixed time, with
