@@ -120,11 +120,14 @@ size_t readableBytes(const Buffer* buffer) {
 
 }  // namespace
 
-void CrashDump::write(const char* signalName, const void* address, bool smallDump) {
+void CrashDump::write(const char* signalName, const void* address, const FileJLogWriter* logWriter,
+                      bool smallDump) {
     const DumpPriority priority;
+    // First of all: from here on a fault of the dump reaches the previous action.
     const DumpSignalMask mask;
     // A file may still be open, from a dump whose handler was left by a jump.
     mWriter.close();
+    mWriter.spareFileOf(logWriter);
     if (!mWriter.open(true, kCrashFilePrefix, true)) {
         return;
     }

@@ -22,8 +22,10 @@ class CrashDump {
 
     /// Writes the crash file: a line with the name of the signal and the address of the fault, the
     /// queue, and the current buffer. With `smallDump` a current buffer of 12800 bytes of records
-    /// or more is written alone.
-    void write(const char* signalName, const void* address, bool smallDump);
+    /// or more is written alone. The clean-up spares the open file of `logWriter`, which may be
+    /// null.
+    void write(const char* signalName, const void* address, const FileJLogWriter* logWriter,
+               bool smallDump);
 
   private:
     /// The dump's place in the queue.

@@ -7,9 +7,9 @@
 
 namespace JCam::Utils::JLog::File {
 
-/// A gate that a thread shuts for the time of its crash dump. While it is shut, the other threads
-/// reuse and free no buffer and begin no write; it opens again if the process outlives the signal.
-/// One per process, as signal handlers are.
+/// A gate that a thread shuts for its crash dump. While the dump runs, other threads reuse and free
+/// no buffer; while the gate is shut, they begin no write. It opens again if the process outlives
+/// the signal. One per process, as signal handlers are.
 ///
 /// Memory: a thread that is about to reuse or free a buffer first takes it out of slot and queue,
 /// then asks isDumping(). The dump first shuts the gate, then looks into slot and queue. All four
@@ -33,7 +33,8 @@ class CrashGate {
 
     // For signal handlers, and signal-safe.
 
-    /// Shuts the gate if it is open. `tid` is the calling thread, `sig` its signal.
+    /// Shuts the gate if it is open, or if the dump behind it has ended. `tid` is the calling
+    /// thread, `sig` its signal.
     static Role enter(pid_t tid, int sig);
     /// Tells the waiting threads that the dump goes on. To be called now and then in long work.
     static void reportProgress() { sProgress.fetch_add(1, std::memory_order_relaxed); }
@@ -58,7 +59,8 @@ class CrashGate {
     /// kStallMs.
     static bool awaitOpen();
 
-    /// A scope for the write of an ordinary writer. Construction waits until the gate is open.
+    /// A scope for the write of an ordinary writer. Construction waits until the gate is open, or
+    /// the dump has made no progress for kStallMs.
     class Passage {
       public:
         Passage();

@@ -198,9 +198,9 @@ void FileJLoggerBase::dump(const char* signalName, const void* address) {
     if (mCrashWriter == nullptr) {
         return;
     }
-    mCrashWriter->spareFileOf(mLogWriter.load(std::memory_order_seq_cst));
     CrashDump(*mCrashWriter, mCurrent, mFullBuffers)
-            .write(signalName, address, mNeHook.load(std::memory_order_relaxed) <= 1);
+            .write(signalName, address, mLogWriter.load(std::memory_order_seq_cst),
+                   mNeHook.load(std::memory_order_relaxed) <= 1);
 }
 
 }  // namespace JCam::Utils::JLog::File

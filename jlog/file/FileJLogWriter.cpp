@@ -170,7 +170,7 @@ void FileJLogWriter::takeInLine() {
         // The date belongs to what is written now. It is held over, so that a write ends with a
         // whole line, and is counted as if it had been.
         const size_t written = text.bytes() + TextBuffer::kDateBytes;
-        if (mFd >= 0 && text.bytes() > 0) {
+        if (mFd >= 0) {
             parts().files.write(text.text());
         }
         parts().fileBytes += written;

@@ -141,6 +141,13 @@ void FileJLoggerBase::onLogDetails(unsigned int moduleId, const char* name, JLog
     publish(header, buffer, RECORD_DETAILS);
 }
 
+struct FileJLoggerBase::Reservation {
+    LogHeader* record{nullptr};  // null without memory
+    Buffer* buffer{nullptr};
+    bool retired{false};       // a buffer was retired: the consumer is to be woken
+    bool firstRefusal{false};  // memory has just run out: to be logged
+};
+
 bool FileJLoggerBase::allocLogSpace(unsigned long size, LogHeader** header, Buffer** buffer,
                                     unsigned int* serial) {
     const size_t bytes = alignRecord(size);

@@ -61,8 +61,6 @@ class FileSeries {
     /// Waits until the disk has what was written.
     void sync() const;
 
-    [[nodiscard]] bool isSilent() const { return mSilent; }
-
   private:
     /// In place of an errno.
     static constexpr int32_t kNoLoss = -1;

@@ -25,8 +25,8 @@ struct RecordWalk {
 };
 
 /// Turns records into lines of text. This is all the work of the flush thread and of a crash dump:
-/// it uses no printf, allocation, lock or locale. It keeps the text that the lines of a second, a
-/// thread or a module share, and copies it.
+/// it uses no printf and no locale and, once signal-safe, no allocation and no lock. It keeps the
+/// text that the lines of a second, a thread or a module share, and copies it.
 ///
 /// Texts are copied in blocks, and a copy may run beyond the end of what it copies; the text buffer
 /// has room for that. Nothing beyond the end of a record is read; a text without an end there is

@@ -18,7 +18,7 @@ namespace JCam::Utils::JLog::File {
 ///
 /// It may run in a signal handler, and when memory is as short as storage, so it needs constant
 /// memory for any folder: one pass over the folder collects the oldest files, which are deleted,
-/// and another pass follows if that was not enough. The object is large (69 KiB): allocate it
+/// and another pass follows if that was not enough. The object is large (68 KiB): allocate it
 /// beforehand, not on the stack.
 class StorageCleaner {
   public:

@@ -576,6 +576,10 @@ TEST_F(CrashHookTest, FaultInTheDumpKeepsWhatWasRenderedAndGoesToThePreviousActi
     EXPECT_EQ(die(SIGABRT, faultInDump), killed(SIGSEGV, {"first buffer", "second buffer"}));
     const auto exitAtFault = [] { signal(SIGSEGV, [](int) { _exit(0); }); };
     EXPECT_EQ(die(SIGSEGV, faultInDump, exitAtFault), exited({"first buffer"}));
+    const auto damageLogger = [](auto& logger) {
+        logger.setLogWriter(reinterpret_cast<FileJLogWriter*>(0x4000));  // NOLINT
+    };
+    EXPECT_EQ(die(SIGSEGV, damageLogger, exitAtFault), exited({}));
 }
 
 TEST_F(CrashHookTest, CrashFileFindsAnotherPlaceOrTheSignalGoesOnWithout) {

@@ -23,6 +23,7 @@ class OpenLogger : public Base {
     using Base::registerSigAction;
     using Base::renderRecords;
     using Base::sActiveLogger;
+    using Base::setLogWriter;
     using Base::setQueueBounded;
     using Base::sigHandler;
     using Base::uninitHook;

@@ -158,8 +158,8 @@ class JLOG_EXPORT BufferList {
     /// As exact as size().
     [[nodiscard]] bool empty() const { return size() == 0; }
     /// Buffers in the list. Exact under the mutex. Signal-safe: a crash dump that has peeked at the
-    /// slot before finds at most this many buffers from the front. Acquire: a buffer that is not
-    /// counted any more cannot be reached from the front either.
+    /// slot before need look for no more buffers than this from the front. Acquire: a buffer that
+    /// is not counted any more cannot be reached from the front either.
     [[nodiscard]] size_t size() const { return mSize.load(std::memory_order_acquire); }
     /// The oldest buffer, or null. Relaxed: under the mutex.
     [[nodiscard]] Buffer* front() const { return mFront.load(std::memory_order_relaxed); }

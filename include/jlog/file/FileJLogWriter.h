@@ -28,7 +28,8 @@ namespace JCam::Utils::JLog::File {
 ///
 /// Threads: one at a time; the writer has no lock. Its own messages go to the Android log. A write
 /// takes as long as the file system does, and does not begin while a crash dump runs, unless that
-/// has made no progress for seconds. The writer itself allocates nothing after construction.
+/// has made no progress for seconds. The writer itself allocates nothing after construction, but
+/// for what libc may do in writeString().
 ///
 /// Signals: a signal handler may use a silent writer on which makeSignalSafe() was called. That one
 /// neither allocates nor locks nor waits: it has all its memory since its construction.

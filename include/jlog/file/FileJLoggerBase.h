@@ -187,12 +187,7 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     JLOG_INTERNAL void logEnterExit(RecordType type, unsigned int moduleId, const char* name,
                                     unsigned int requestNo);
     /// The outcome of a reservation.
-    struct Reservation {
-        LogHeader* record{nullptr};  // null without memory
-        Buffer* buffer{nullptr};
-        bool retired{false};       // a buffer was retired: the consumer is to be woken
-        bool firstRefusal{false};  // memory has just run out: to be logged
-    };
+    struct Reservation;
     JLOG_INTERNAL Reservation reserveLocked(size_t bytes, unsigned int* serial)
             JLOG_REQUIRES(mMutex);
     /// Writes thread id and time.
