@@ -259,9 +259,9 @@ TEST_F(FileAloneJLoggerTest, WithoutAFileBuffersAreReportedAndRecycled) {
 TEST_F(FileAloneJLoggerTest, WithoutAThreadTheNewestRecordsStayInBoundedMemory) {
     Faults::arm({{.call = Call::THREAD, .error = EAGAIN}});
     RunningLogger logger;
-    const size_t descriptors = namesIn("/proc/self/fd").size();
+    const size_t descriptors = openDescriptors();
     logger.onInit();
-    EXPECT_EQ(namesIn("/proc/self/fd").size(), descriptors + 1)
+    EXPECT_EQ(openDescriptors(), descriptors + 1)
             << "the crash writer's reserve alone";
     EXPECT_EQ(mLog.count("Unable to start the flush thread"), 1U);
     for (int i = 0; i < 50; ++i) {

@@ -302,9 +302,9 @@ TEST_F(FileJLogWriterTest, FallsBackForGoodWhenTheFolderCannotBeUsed) {
     FileJLogWriter crashWriter;
     crashWriter.mFolder = mFolder.path("absent, too");
     crashWriter.makeSignalSafe(CLOCK_REALTIME);
-    const size_t descriptors = namesIn("/proc/self/fd").size();
+    const size_t descriptors = openDescriptors();
     EXPECT_FALSE(crashWriter.open(true, "NE_", true));
-    EXPECT_EQ(namesIn("/proc/self/fd").size(), descriptors);
+    EXPECT_EQ(openDescriptors(), descriptors);
 }
 
 TEST_F(FileJLogWriterTest, CleanUpDeletesTheOldestFilesUntilEnoughIsFree) {

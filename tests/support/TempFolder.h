@@ -8,6 +8,10 @@ namespace JCam::Support {
 
 /// The names in a folder, sorted.
 std::vector<std::string> namesIn(const std::string& folder);
+/// Open file descriptors of this process, one that the look itself takes included.
+inline size_t openDescriptors() {
+    return namesIn("/proc/self/fd").size();
+}
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& content);
 std::vector<std::string> splitLines(const std::string& text);
