@@ -48,10 +48,10 @@ const Outcome kAll = {
         std::to_string(0x10025005),
         std::to_string(0x10025201),
         "1",
-        "EXP_P1_NODE:NULL$$EventField@@SENSOR_SOF_TIMEOUT$$FieldData@@0x10025200$$"
-        "pkgName@@com.app$$camID@@1$$operationMode@@0x10$$detailData@@otherData = slow",
-        "EXP_HARDWARE:NULL$$EventField@@EXCEP_PROBE$$FieldData@@0x10025005$$"
-        "detailData@@sensorName = imx",
+        ("EXP_P1_NODE:NULL$$EventField@@SENSOR_SOF_TIMEOUT$$FieldData@@0x10025200$$"
+         "pkgName@@com.app$$camID@@1$$operationMode@@0x10$$detailData@@otherData = slow"),
+        ("EXP_HARDWARE:NULL$$EventField@@EXCEP_PROBE$$FieldData@@0x10025005$$"
+         "detailData@@sensorName = imx"),
 };
 
 class TrackFaultsTest : public Support::FaultTest {

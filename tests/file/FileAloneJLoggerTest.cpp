@@ -261,8 +261,7 @@ TEST_F(FileAloneJLoggerTest, WithoutAThreadTheNewestRecordsStayInBoundedMemory) 
     RunningLogger logger;
     const size_t descriptors = openDescriptors();
     logger.onInit();
-    EXPECT_EQ(openDescriptors(), descriptors + 1)
-            << "the crash writer's reserve alone";
+    EXPECT_EQ(openDescriptors(), descriptors + 1) << "the crash writer's reserve alone";
     EXPECT_EQ(mLog.count("Unable to start the flush thread"), 1U);
     for (int i = 0; i < 50; ++i) {
         fillBuffers(logger, 1);

@@ -225,21 +225,37 @@ std::vector<Import> allImports() {
     };
 }
 
-/// Changes what a loaded object calls. Its relocations say where the addresses stand.
-void replaceImports(const dl_phdr_info& object) {
-    std::array<ElfW(Addr), DT_NUM> entries{};
+// NOLINTBEGIN(performance-no-int-to-ptr): the loader gives addresses as numbers
+
+using DynamicEntries = std::array<ElfW(Addr), DT_NUM>;
+
+DynamicEntries dynamicEntriesOf(const dl_phdr_info& object) {
+    DynamicEntries entries{};
     for (int i = 0; i < object.dlpi_phnum; ++i) {
         if (object.dlpi_phdr[i].p_type != PT_DYNAMIC) {
             continue;
         }
-        const ElfW(Addr) dynamic = object.dlpi_addr + object.dlpi_phdr[i].p_vaddr;
-        for (const auto* entry = reinterpret_cast<const ElfW(Dyn)*>(dynamic);
-             entry->d_tag != DT_NULL; ++entry) {
+        const auto* entry =
+                reinterpret_cast<const ElfW(Dyn)*>(object.dlpi_addr + object.dlpi_phdr[i].p_vaddr);
+        for (; entry->d_tag != DT_NULL; ++entry) {
             if (static_cast<size_t>(entry->d_tag) < entries.size()) {
                 entries[static_cast<size_t>(entry->d_tag)] = entry->d_un.d_ptr;
             }
         }
     }
+    return entries;
+}
+
+/// The address of a function in the object's table, which is read-only since it was loaded.
+void replaceAddress(ElfW(Addr) place, void* function) {
+    const auto pageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    mprotect(reinterpret_cast<void*>(place & -pageBytes), pageBytes, PROT_READ | PROT_WRITE);
+    *reinterpret_cast<void**>(place) = function;
+}
+
+/// Changes what a loaded object calls. Its relocations say where the addresses stand.
+void replaceImports(const dl_phdr_info& object) {
+    const DynamicEntries entries = dynamicEntriesOf(object);
     const auto addressOf = [&](size_t tag) {
         // glibc has added where the object is; bionic has not.
         return entries[tag] + (entries[tag] < object.dlpi_addr ? object.dlpi_addr : 0);
@@ -247,7 +263,6 @@ void replaceImports(const dl_phdr_info& object) {
     std::vector<Import> imports = allImports();
     const auto* symbols = reinterpret_cast<const ElfW(Sym)*>(addressOf(DT_SYMTAB));
     const auto* names = reinterpret_cast<const char*>(addressOf(DT_STRTAB));
-    const auto pageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     for (const auto& [table, bytes] : {std::pair{addressOf(DT_RELA), entries[DT_RELASZ]},
                                        {addressOf(DT_JMPREL), entries[DT_PLTRELSZ]}}) {
         const auto* relocation = reinterpret_cast<const ElfW(Rela)*>(table);
@@ -255,11 +270,7 @@ void replaceImports(const dl_phdr_info& object) {
             const char* name = names + symbols[ELF64_R_SYM(relocation->r_info)].st_name;
             for (Import& import : imports) {
                 if (strcmp(name, import.name) == 0) {
-                    const ElfW(Addr) place = object.dlpi_addr + relocation->r_offset;
-                    // Read-only since the object was loaded.
-                    mprotect(reinterpret_cast<void*>(place & -pageBytes), pageBytes,
-                             PROT_READ | PROT_WRITE);
-                    *reinterpret_cast<void**>(place) = import.replacement;
+                    replaceAddress(object.dlpi_addr + relocation->r_offset, import.replacement);
                     import.isFound = true;
                 }
             }
@@ -271,6 +282,8 @@ void replaceImports(const dl_phdr_info& object) {
         }
     }
 }
+
+// NOLINTEND(performance-no-int-to-ptr)
 
 /// Before main(), and so before any thread.
 const int sReplaced = dl_iterate_phdr(
