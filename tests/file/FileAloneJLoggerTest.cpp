@@ -131,6 +131,7 @@ TEST_F(FileAloneJLoggerTest, ABufferIsRenderedOnlyWhenItsWritersAreDone) {
     const RunningLogger::Reservation record = logger.reserve(24);
     logger.log("second");
     logger.onInit();
+    EXPECT_TRUE(await([&] { return logger.queued().size() == 1; })) << "retired at the interval";
     logger.onFlush(1);  // runs into its bound
     EXPECT_EQ(mFolder.logText(), "");
     logger.publish(record.header, record.buffer, RECORD_INCOMPLETE);

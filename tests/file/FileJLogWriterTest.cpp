@@ -226,9 +226,10 @@ TEST_F(FileJLogWriterTest, SeriesNamesItsFilesByPidPrefixTimeAndIndex) {
 TEST_F(FileJLogWriterTest, RotatesAbove180MiBWithoutLosingOrSplittingALineAndTriesUntilItCan) {
     Interpose::redirect("/data/vendor", mFolder.path());
     ASSERT_TRUE(mWriter.open(true, "", false));
-    const Record record = Record::details(1, {1710512730, 0}, 3, "Tag", std::string(1000, 'x'));
+    // The date of every 49th of these lines fills the text buffer, and is held over.
+    const Record record = Record::details(1, {1710512730, 0}, 3, "Tag", std::string(930, 'x'));
     const std::string first = path();
-    constexpr uint64_t kLine = 14 + 7 + 6 + 6 + 3 + 8 + 2 + 1000 + 1;
+    constexpr uint64_t kLine = 14 + 7 + 6 + 6 + 3 + 8 + 2 + 930 + 1;
     uint64_t room = FileJLogWriter::kMaxFileBytes;
     for (; room > kLine; room -= kLine) {
         mWriter.onLogDetails(&record.asDetails());
@@ -241,7 +242,7 @@ TEST_F(FileJLogWriterTest, RotatesAbove180MiBWithoutLosingOrSplittingALineAndTri
     Interpose::setFreeBytes(0);
     Faults::arm(
             {{.call = Call::OPEN, .error = EACCES, .first = 2}});  // the clean-up's is the first
-    mWriter.writeString("last of the first\n");
+    mWriter.onLogDetails(&record.asDetails());
     EXPECT_THAT(mFolder.names(), SizeIs(1));
     EXPECT_EQ(mWriter.mFd, -1);
     EXPECT_EQ(mLog.count(kUnableToOpen), 1U);
@@ -252,8 +253,8 @@ TEST_F(FileJLogWriterTest, RotatesAbove180MiBWithoutLosingOrSplittingALineAndTri
     mWriter.writeString("first of the second\n");
     mWriter.close();
     EXPECT_THAT(mFolder.names(), ElementsAre(EndsWith("_01.txt"), EndsWith("_02.txt")));
-    EXPECT_EQ(std::filesystem::file_size(first), FileJLogWriter::kMaxFileBytes + 18);
-    EXPECT_THAT(readFile(first), EndsWith(" \nlast of the first\n"));
+    EXPECT_EQ(std::filesystem::file_size(first), FileJLogWriter::kMaxFileBytes + kLine);
+    EXPECT_THAT(readFile(first), EndsWith("xx\n"));
     EXPECT_EQ(readFile(mFolder.path(mFolder.names().at(1))),
               "-- CONTINUED --\nfirst of the second\n");
     ASSERT_TRUE(mWriter.open(true, "", true));
