@@ -228,6 +228,10 @@ TEST_F(JLogMacrosTest, CallsAboveTheCeilingLeaveNoCodeBehind) {
     { JLOG_SCOPE(MODULE_PREVIEW, "scope", evaluate()); }
     EXPECT_EQ(mEvaluated, 0);
     EXPECT_THAT(mCalls, ElementsAre("log: details 4 'IspNode' 3 'kept' 4"));
+#undef JLOG_MAX_LEVEL
+#define JLOG_MAX_LEVEL 5
+    { JLOG_SCOPE(MODULE_PREVIEW, "scope", evaluate()); }
+    EXPECT_EQ(mEvaluated, 1) << "debug itself has scopes";
 }
 
 }  // namespace

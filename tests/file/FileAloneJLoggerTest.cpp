@@ -270,6 +270,10 @@ TEST_F(FileAloneJLoggerTest, WithoutAThreadTheNewestRecordsStayInBoundedMemory) 
     }
     EXPECT_THAT(logger.queued(), SizeIs(4));
     EXPECT_LE(logger.owned(), 6U);
+    logger.log("nearly empty");
+    const auto full = logger.queued();
+    logger.onFlush(60);
+    EXPECT_EQ(logger.queued(), full);
     logger.onUninit();
 
     // A later start finds what was kept, and one file open at a time.

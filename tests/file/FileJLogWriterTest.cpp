@@ -274,11 +274,15 @@ TEST_F(FileJLogWriterTest, LostTextIsToldOnceForEveryReason) {
         loseText(error);
     }
     mWriter.close();
+    ASSERT_TRUE(mWriter.open(false, "", false));
+    const std::string next = "FileJLogWriter: write failed " + path() + ", errno = ";
+    loseText(EIO);
+    mWriter.close();
     ASSERT_TRUE(mWriter.open(true, "", true));
     loseText(EIO);  // of which a silent writer says nothing
     EXPECT_THAT(mLog.texts("FileJLogWriter: "),
                 ElementsAre(failed + "0", failed + std::to_string(ENOSPC),
-                            failed + std::to_string(EIO)));
+                            failed + std::to_string(EIO), next + std::to_string(EIO)));
 }
 
 TEST_F(FileJLogWriterTest, FallsBackForGoodWhenTheFolderCannotBeUsed) {
@@ -344,7 +348,7 @@ TEST_F(FileJLogWriterTest, CleanUpDeletesTheOldestFilesUntilEnoughIsFree) {
 TEST_F(FileJLogWriterTest, CleanUpPassesOverWhatItCannotDeleteInAFolderOfAnySize) {
     constexpr int kFiles = 600;
     for (int i = 0; i < kFiles; ++i) {
-        makeFile(mFolder.path(std::to_string(1000 - i)), kMiB / 2, i / 2);  // pairs of one age
+        makeFile(mFolder.path(std::to_string(1000 - i)), kMiB / 2, i / 5);  // five of one age
     }
     const std::string oldest = mFolder.path("1000");
     Faults::arm({{.call = Call::UNLINK, .error = EPERM, .path = oldest.c_str()}});
