@@ -40,9 +40,9 @@ searches=(
 # "parameters | what spin has to report | the fault"; an end state and a cycle are against P5.
 faults=(
     "MUTANT=1 | P2_ONCE | a buffer of the pool is used again as it is"
-    "MUTANT=2 | P1_COMPLETE | a writer takes himself off before he stores the type"
-    "MUTANT=3 | P1_COMPLETE | a writer takes himself off before he has filled the record"
-    "MUTANT=4 | P6_OWNED | the last writer looks at the count again after his decrement"
+    "MUTANT=2 | P1_COMPLETE | a writer decrements the count before it stores the type"
+    "MUTANT=3 | P1_COMPLETE | a writer decrements the count before it has filled the record"
+    "MUTANT=4 | P6_OWNED | the last writer looks at the count again after its decrement"
     "MUTANT=5 | P3_FLUSHED | onFlush() leaves the current buffer where it is"
     "MUTANT=6 UNTIMED_PAUSE | invalid end state | the stop is stored and notified without the mutex"
     "MUTANT=7 UNTIMED_PAUSE | invalid end state | the stop is not notified"

@@ -208,8 +208,8 @@ void FileSeries::writeQuietly(std::string_view text) const {
 }
 
 bool FileSeries::tryWrite(std::string_view text) const {
-    // One write(2), by design: a failed or short write loses text rather than time, since whoever
-    // waits for this thread is a camera.
+    // One write(2), by design: a failed or short write loses text rather than time, since a camera
+    // may be waiting for this thread.
     errno = 0;
     ssize_t written;
     if (mSignalSafe) {

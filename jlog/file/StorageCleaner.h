@@ -11,7 +11,7 @@
 
 namespace JCam::Utils::JLog::File {
 
-/// Frees storage by deleting the oldest regular files of one folder, whoever made them: the log
+/// Frees storage by deleting the oldest regular files of one folder, of any origin: the log
 /// folder belongs to this library and the vendor's logger. In a shared folder it deletes log files
 /// ("cam_jlog_*.txt") only. It measures free space once, and counts each deleted file with its
 /// size.

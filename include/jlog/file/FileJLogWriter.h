@@ -19,12 +19,12 @@ namespace JCam::Utils::JLog::File {
 /// oldest files of the folder are deleted until more than 280 MiB are free. The clean-up spares the
 /// file that is open, and the one that was just filled.
 ///
-/// When a file cannot be created, the writer moves to /data/vendor for good; when that fails too it
-/// has no file, and text is dropped. A write that fails, or takes only a part, is not tried again:
-/// that text is lost. An ERROR line tells of the first one of a file, and of every new reason.
+/// When a file cannot be created, the writer moves to /data/vendor for good; if that fails, too, it
+/// has no file, and text is dropped. A write that fails, or takes only a part, is not repeated:
+/// that text is lost. An ERROR line reports the first loss of a file, and every new reason.
 ///
-/// Every write ends with a whole line, so that the end of the process between two writes leaves no
-/// torn one. (A text that was cut, or that writeString() was given so, has no end.)
+/// Every write ends with a whole line, so a process that ends between two writes leaves no torn
+/// line. Exceptions: a text that was cut, and one that writeString() was given without a newline.
 ///
 /// Threads: one at a time; the writer has no lock. Its own messages go to the Android log. A write
 /// takes as long as the file system does, and does not begin while a crash dump runs, unless that
@@ -40,25 +40,25 @@ class JLOG_EXPORT FileJLogWriter {
     /// The clean-up works towards more free bytes than this: 280 MiB.
     static constexpr int64_t kMinFreeBytes = 0x11800000;
 
-    /// Makes the writer of this process, without a file. Allocates the memory of the clean-up,
-    /// without which no space is ever freed.
+    /// Makes a writer without a file, for this process. Allocates the memory of the clean-up;
+    /// without that memory no space is ever freed.
     FileJLogWriter();
     /// Writes the buffered text and closes the file, if one is open.
     ~FileJLogWriter();
     FileJLogWriter(const FileJLogWriter&) = delete;
     FileJLogWriter& operator=(const FileJLogWriter&) = delete;
 
-    /// Makes this the writer of a crash dump: it takes local time from the UTC offsets that the
-    /// process has cached, heeds no crash gate, and keeps a descriptor in reserve for its file,
-    /// since a process may die of having none left. `recordClock` is the clock of the records. To
-    /// be called before the first open(), and not in a signal handler.
+    /// Makes this the writer of a crash dump: it takes local time from the cached UTC offsets, does
+    /// not wait at the crash gate, and keeps a descriptor in reserve for its file, since a process
+    /// may die of having none left. `recordClock` is the clock of the records. To be called before
+    /// the first open(), and not in a signal handler.
     void makeSignalSafe(clockid_t recordClock);
 
     /// Opens the next file; none may be open. True when a file is open afterwards; text that was
     /// buffered without one is then gone. A new series takes a new time stamp, starts at index 1,
-    /// takes at most 29 characters of `namePrefix` unless that is null, and is from then on
-    /// `silent` or not; otherwise both are ignored. A file that is there already is left alone: the
-    /// index moves on to the next free one.
+    /// keeps the first 29 characters of `namePrefix` unless that is null, and is `silent` or not
+    /// from then on; otherwise both are ignored. Never opens an existing file: the index moves on
+    /// to the next free one.
     bool open(bool newSeries, const char* namePrefix, bool silent);
     /// Writes the buffered text and closes the file, without fsync. Without effect when none is
     /// open.
@@ -66,40 +66,38 @@ class JLOG_EXPORT FileJLogWriter {
     /// Writes the buffered text; with `sync` and if there was any, waits until the disk has it.
     /// Without a file the text is dropped.
     void flush(bool sync);
-    /// Deletes the oldest files of the folder while kMinFreeBytes or less are free. If it is
-    /// /data/vendor, by whatever name, which holds the files of others, only log files are deleted.
-    /// `silent` suppresses the messages. What cannot be read or deleted is left alone, and so is
-    /// the file that is open.
+    /// Deletes the oldest files of the folder while kMinFreeBytes or less are free. In
+    /// /data/vendor, under any name, which holds files of other components, it deletes log files
+    /// only. `silent` suppresses the messages. Skips files that cannot be read or deleted, and the
+    /// open file.
     void reserveSpace(bool silent) const;
     /// The clean-up also spares the file that `other` has open at this moment, or goes on from;
     /// null ends that. `other` may be in use on another thread. Signal-safe.
     void spareFileOf(const FileJLogWriter* other);
-    /// Goes on to the next file if the open one has no name any more, because somebody has deleted
-    /// it. Says so in a WARN line, once a file, and makes the folder again if it is gone. If there
-    /// is no place for a next file, it keeps the open one, so that the next call tries again. There
-    /// is no clean-up. Nothing may be buffered. One system call where the file is still there. Not
-    /// in a signal handler.
+    /// Goes on to the next file if the open one was deleted. Says so in a WARN line, once a file,
+    /// and makes the folder again if it is gone. If there is no place for a next file, it keeps the
+    /// open one, so that the next call tries again. Does not clean up. Nothing may be buffered. One
+    /// system call if the file is still there. Not in a signal handler.
     void leaveDeletedFile();
 
-    /// Appends the line of an enter record, which stands there as in a buffer, unless its contents
-    /// are impossible. Writes, and goes on to the next file, where that is due; so does all that
-    /// appends. Whether the record is complete is not asked.
+    /// Appends the line of an enter record, laid out as in a buffer, unless its contents are
+    /// impossible. Does not check whether the record is complete. This and the other functions that
+    /// append also write, and go on to the next file, when that is due.
     void onLogEnter(const LogEnterExit* record);
     /// The same for an exit record.
     void onLogExit(const LogEnterExit* record);
     /// The same for a details record.
     void onLogDetails(const LogDetails* record);
-    /// Appends the lines of all complete records in [begin, end), which stand there as in a buffer.
-    /// Returns how many records there are, incomplete ones included. A record of an impossible
-    /// size, which only damaged memory holds, ends the walk; one with impossible contents is
-    /// stepped over.
+    /// Appends the lines of all complete records in [begin, end), packed as in a buffer. Returns
+    /// how many records there are, incomplete ones included. A record of an impossible size, which
+    /// only damaged memory holds, ends the walk; one with impossible contents is stepped over.
     uint32_t appendRecords(const char* begin, const char* end);
     /// Appends free text, printf-style, with its own newline. A signal-safe writer knows %s, %d,
     /// %u, %x and %p, with a width; any other conversion ends its formatting. What goes beyond the
     /// room left in the buffer, at least 1124 characters, is cut.
     void writeString(const char* format, ...) __attribute__((format(printf, 2, 3)));
-    /// Writes the buffered text and changes nothing: for a fault in this very writer, whose work
-    /// may go on afterwards and then writes that text once more.
+    /// Writes the buffered text and changes nothing else: for a signal handler that has interrupted
+    /// this writer. If the writer goes on, it writes that text again.
     void rescue() const;
 
     /// The open file, or -1. For the owner to read.
