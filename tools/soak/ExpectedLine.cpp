@@ -9,7 +9,7 @@ namespace JCam::Soak {
 
 namespace {
 
-// What README promises, in words of this program's own: with the library's tables and constants, a
+// What docs/log-files.md promises, in this program's own words: with the library's constants, a
 // change of theirs would go unseen.
 constexpr size_t kKeptNameBytes = 128;
 constexpr size_t kKeptTextBytes = 1023;
