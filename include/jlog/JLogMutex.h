@@ -1,8 +1,10 @@
 #pragma once
 
+#include <pthread.h>
+
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
+#include <cstdint>
 
 #include "jlog/JLogExport.h"
 
@@ -28,6 +30,8 @@
 #define JLOG_EXCLUDES(...) JLOG_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 /// For a function that locks the mutexes, or its own object, and returns with them held.
 #define JLOG_ACQUIRE(...) JLOG_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
+/// For a function that returns `held` with its own object held.
+#define JLOG_TRY_ACQUIRE(held) JLOG_THREAD_ANNOTATION(try_acquire_capability(held))
 /// For a function that unlocks them.
 #define JLOG_RELEASE(...) JLOG_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 /// For a function that reads guarded members without the mutex, by a protocol of its own.
@@ -35,25 +39,41 @@
 
 namespace JCam::Utils::JLog {
 
-/// std::mutex with the annotations that the standard libraries leave out, for critical sections of
-/// a few nanoseconds. A thread that finds it locked spins for about 8 us, then sleeps. It allocates
-/// nothing; a static one exists before any code runs. Not recursive, not signal-safe.
+/// A mutex with the annotations that the standard libraries leave out, for critical sections of a
+/// few nanoseconds. A thread that finds it locked spins for about 8 us, then sleeps. It allocates
+/// nothing; a static one exists before any code runs. Not recursive.
 class JLOG_EXPORT JLOG_CAPABILITY("mutex") JLogMutex {
   public:
+    /// Chooses the mutex that inherits priority.
+    struct InheritPriority {};
+
+    /// A plain mutex. Not signal-safe.
+    constexpr JLogMutex() = default;
+    /// A mutex that knows its holder, see lockUnlessHeld(). While a real-time thread waits for it,
+    /// the holder has the priority of that thread, where the platform can do so.
+    explicit JLogMutex(InheritPriority tag) noexcept;
+    JLogMutex(const JLogMutex&) = delete;
+    JLogMutex& operator=(const JLogMutex&) = delete;
+
     /// Blocks until the calling thread holds the mutex.
     void lock() JLOG_ACQUIRE() {
-        if (__builtin_expect(!mMutex.try_lock(), false) != 0) {
+        if (__builtin_expect(pthread_mutex_trylock(&mMutex) != 0, false) != 0) {
             lockContended();
         }
     }
     /// Only the thread that holds it may call this.
-    void unlock() JLOG_RELEASE() { mMutex.unlock(); }
+    void unlock() JLOG_RELEASE() { pthread_mutex_unlock(&mMutex); }
+
+    /// The same as lock(), but false, without an effect, where the calling thread holds the mutex
+    /// already: in a signal handler that has interrupted it. For a mutex that inherits priority.
+    /// Signal-safe.
+    [[nodiscard]] bool lockUnlessHeld() JLOG_TRY_ACQUIRE(true);
 
   private:
     friend class JLogCondition;
-    void lockContended();
+    bool lockContended();
 
-    std::mutex mMutex;
+    pthread_mutex_t mMutex = PTHREAD_MUTEX_INITIALIZER;
 };
 
 /// Holds a JLogMutex for a scope. The mutex must outlive it.
@@ -71,32 +91,48 @@ class JLOG_SCOPED_CAPABILITY JLogLock {
 };
 
 /// Condition variable for a JLogMutex. A wait may end early, so callers check their condition
-/// again. Uses the steady clock. Any thread may notify, with or without the mutex. Not signal-safe.
-class JLogCondition {
+/// again. Uses the steady clock. Any thread may notify, with or without the mutex; signal-safe, and
+/// no system call where no thread waits.
+///
+/// A thread that changes the condition without the mutex may notify between a look at it and the
+/// wait. A ticket that was taken before the look makes that wait end at once.
+class JLOG_EXPORT JLogCondition {
   public:
+    /// Stands for the notifications up to now.
+    using Ticket = uint32_t;
+
     /// Wakes one waiting thread, if there is one.
-    void notifyOne() noexcept { mCondition.notify_one(); }
+    void notifyOne() noexcept { notify(1); }
     /// Wakes all waiting threads.
-    void notifyAll() noexcept { mCondition.notify_all(); }
+    void notifyAll() noexcept { notify(INT32_MAX); }
+
+    /// Acquire: a look that follows sees what the notifications up to now have told of.
+    [[nodiscard]] Ticket ticket() const noexcept { return mEpoch.load(std::memory_order_acquire); }
 
     /// Waits until notified, at most `timeout`. Unlocks `mutex` meanwhile.
     void waitFor(JLogMutex& mutex, std::chrono::milliseconds timeout) JLOG_REQUIRES(mutex) {
-        std::unique_lock<std::mutex> lock(mutex.mMutex, std::adopt_lock);
-        mCondition.wait_for(lock, timeout);
-        lock.release();
+        waitFor(mutex, timeout, ticket());
     }
-
+    /// The same, counting notifications since `since`.
+    void waitFor(JLogMutex& mutex, std::chrono::milliseconds timeout, Ticket since)
+            JLOG_REQUIRES(mutex) {
+        waitUntil(mutex, std::chrono::steady_clock::now() + timeout, since);
+    }
     /// The same, until `deadline`; returns false once it has passed.
     bool waitUntil(JLogMutex& mutex, std::chrono::steady_clock::time_point deadline)
             JLOG_REQUIRES(mutex) {
-        std::unique_lock<std::mutex> lock(mutex.mMutex, std::adopt_lock);
-        const std::cv_status status = mCondition.wait_until(lock, deadline);
-        lock.release();
-        return status == std::cv_status::no_timeout;
+        return waitUntil(mutex, deadline, ticket());
     }
 
   private:
-    std::condition_variable mCondition;
+    void notify(int32_t threads) noexcept;
+    bool waitUntil(JLogMutex& mutex, std::chrono::steady_clock::time_point deadline, Ticket since)
+            JLOG_REQUIRES(mutex);
+
+    /// Notifications so far; wraps. What the waiting threads sleep on.
+    std::atomic<Ticket> mEpoch{0};
+    /// Threads that wait, or are about to.
+    std::atomic<uint32_t> mWaiters{0};
 };
 
 }  // namespace JCam::Utils::JLog
