@@ -32,7 +32,7 @@ class Scene : public File::FileJLoggerBase {
   public:
     Scene() {
         constexpr char kText[] = "frame 4711: exposure 16666 us, gain 2.5, lens 0.35 dpt, (60)";
-        for (unsigned int request = 0; buffer().freeBytes > 512; ++request) {
+        for (unsigned int request = 0; buffer().usedBytes() < File::kBufferBytes - 512; ++request) {
             onLogEnter(MODULE_PREVIEW, "processFrame", request);
             onLogDetails(MODULE_PREVIEW, "IspNode", LEVEL_INFO, kText, sizeof(kText) - 1);
             onLogExit(MODULE_PREVIEW, "processFrame", request);

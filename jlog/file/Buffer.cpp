@@ -5,6 +5,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <new>
+#include <type_traits>
 #include <utility>
 
 namespace JCam::Utils::JLog::File {
@@ -23,38 +26,112 @@ __attribute__((no_sanitize("thread"))) void touchPages(char* memory, size_t byte
     }
 }
 
-}  // namespace
-
-void* Buffer::operator new(size_t bytes, const std::nothrow_t& /*tag*/) noexcept {
+char* mapMemory(size_t bytes) {
+    const int callersErrno = errno;
     void* memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    return memory != MAP_FAILED ? memory : nullptr;
+    errno = callersErrno;
+    return memory != MAP_FAILED ? static_cast<char*>(memory) : nullptr;
 }
 
-// NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads): see the header
-void Buffer::operator delete(void* memory) noexcept {
-    if (memory == nullptr) {
-        return;
-    }
+void unmapMemory(void* memory, size_t bytes) {
     const int callersErrno = errno;
     // munmap(2) may fail: splitting a mapping that was merged with its neighbours takes memory.
-    if (munmap(memory, sizeof(Buffer)) != 0) {
-        madvise(memory, sizeof(Buffer), MADV_DONTNEED);
+    if (munmap(memory, bytes) != 0) {
+        madvise(memory, bytes, MADV_DONTNEED);
     }
     errno = callersErrno;
 }
 
-void Buffer::operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
-    operator delete(memory);
+}  // namespace
+
+void Buffer::operator delete(Buffer* buffer, std::destroying_delete_t /*tag*/) noexcept {
+    unmapMemory(buffer->data, kBufferBytes);
+    buffer->store->takeBack(buffer);
 }
 
 void Buffer::makePages() {
     pagesMade = true;
     const int callersErrno = errno;
-    if (madvise(this, sizeof(Buffer), MADV_POPULATE_WRITE) != 0) {
+    if (madvise(data, kBufferBytes, MADV_POPULATE_WRITE) != 0) {
         // Linux before 5.14, or no memory.
-        touchPages(reinterpret_cast<char*>(this), sizeof(Buffer));
+        touchPages(data, kBufferBytes);
     }
     errno = callersErrno;
+}
+
+void Buffer::clear() {
+    memset(data, 0, usedBytes());
+    state.store(BufferState::kClosed, std::memory_order_relaxed);
+}
+
+/// Memory for heads, a multiple of any page size.
+struct BufferStore::Block {
+    static constexpr size_t kHeads = 65536 / sizeof(Buffer) - 1;
+
+    Block* older;
+    size_t used;
+    Buffer heads[kHeads];
+};
+
+BufferStore::~BufferStore() {
+    while (mBlocks != nullptr) {
+        Block* newest = mBlocks;
+        mBlocks = newest->older;
+        unmapMemory(newest, sizeof(Block));
+    }
+}
+
+std::unique_ptr<Buffer> BufferStore::make() {
+    char* records = mapMemory(kBufferBytes);
+    if (records == nullptr) {
+        return nullptr;
+    }
+    Buffer* head = takeHead();
+    if (head == nullptr) {
+        unmapMemory(records, kBufferBytes);
+        return nullptr;
+    }
+    head->data = records;
+    head->pagesMade = false;
+    head->state.store(BufferState::kClosed, std::memory_order_relaxed);
+    // A crash handler may find the buffer without the mutex: its fields before its address.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    return std::unique_ptr<Buffer>(head);
+}
+
+Buffer* BufferStore::takeHead() {
+    if (Buffer* head = takeFreeHead()) {
+        return head;
+    }
+    if (mBlocks == nullptr || mBlocks->used == Block::kHeads) {
+        // The kernel's memory is zero, and its pages are made as heads are used.
+        static_assert(std::is_trivially_destructible_v<Buffer>);
+        auto* block = reinterpret_cast<Block*>(mapMemory(sizeof(Block)));
+        if (block == nullptr) {
+            return nullptr;
+        }
+        block->older = mBlocks;
+        mBlocks = block;
+    }
+    auto* head = new (&mBlocks->heads[mBlocks->used++]) Buffer;
+    head->store = this;
+    return head;
+}
+
+Buffer* BufferStore::takeFreeHead() {
+    Buffer* head = mFree.load(std::memory_order_acquire);
+    while (head != nullptr &&
+           !mFree.compare_exchange_weak(head, head->nextFree, std::memory_order_acquire,
+                                        std::memory_order_acquire)) {
+    }
+    return head;
+}
+
+void BufferStore::takeBack(Buffer* head) {
+    head->nextFree = mFree.load(std::memory_order_relaxed);
+    while (!mFree.compare_exchange_weak(head->nextFree, head, std::memory_order_release,
+                                        std::memory_order_relaxed)) {
+    }
 }
 
 BufferList::~BufferList() {

@@ -23,9 +23,7 @@ namespace {
 
 constexpr char kCrashFilePrefix[] = "NE_";
 /// A small dump writes a current buffer with more bytes of records than this alone.
-constexpr ptrdiff_t kMaxBytesOfSmallDump = 12799;
-/// The fields of a buffer, in front of its records.
-constexpr size_t kHeadBytes = offsetof(Buffer, data);
+constexpr size_t kMaxBytesOfSmallDump = 12799;
 
 /// A scope with the signal mask of a dump.
 ///
@@ -88,19 +86,18 @@ class DumpPriority {
     int mOriginal;
 };
 
-/// How many bytes from the start of `buffer`, which may be any address, can be read. The kernel
-/// copies one byte of each page; unlike a load, that may fail.
-size_t readableBytes(const Buffer* buffer) {
+/// How many of the `bytes`, at most kBufferBytes, from `memory` on, which may be any address, can
+/// be read. The kernel copies one byte of each page; unlike a load, that may fail.
+size_t readableBytes(const void* memory, size_t bytes) {
     constexpr size_t kPageBytes = 4096;  // the smallest there is
-    constexpr size_t kPages = sizeof(Buffer) / kPageBytes + 2;
-    const auto begin = reinterpret_cast<uintptr_t>(buffer);
+    constexpr size_t kPages = kBufferBytes / kPageBytes + 2;
+    const auto begin = reinterpret_cast<uintptr_t>(memory);
     // Not null, which would pass on a kernel without the call, nor so near the end of the address
     // space that the addresses of pages would wrap.
-    if (begin < kPageBytes || begin > UINTPTR_MAX - 2 * sizeof(Buffer) ||
-        begin % alignof(Buffer) != 0) {
+    if (bytes == 0 || begin < kPageBytes || begin > UINTPTR_MAX - 2 * kBufferBytes) {
         return 0;
     }
-    const uintptr_t end = begin + sizeof(Buffer);
+    const uintptr_t end = begin + bytes;
     std::array<iovec, kPages> probes;
     std::array<char, kPages> copies;
     size_t count = 0;
@@ -111,11 +108,17 @@ size_t readableBytes(const Buffer* buffer) {
     const iovec local = {copies.data(), count};
     const ssize_t copied = process_vm_readv(getpid(), &local, 1, probes.data(), count, 0);
     if (copied == static_cast<ssize_t>(count) || (copied < 0 && errno != EFAULT)) {
-        return sizeof(Buffer);  // all of it, or the kernel lacks the call: then it is tried
+        return bytes;  // all of it, or the kernel lacks the call: then it is tried
     }
     return copied <= 0 ? 0
                        : reinterpret_cast<uintptr_t>(probes[static_cast<size_t>(copied)].iov_base) -
                                  begin;
+}
+
+/// Whether there is the head of a buffer at `buffer`, which may be any address.
+bool isReadable(const Buffer* buffer) {
+    return reinterpret_cast<uintptr_t>(buffer) % alignof(Buffer) == 0 &&
+           readableBytes(buffer, sizeof(Buffer)) == sizeof(Buffer);
 }
 
 }  // namespace
@@ -141,13 +144,12 @@ void CrashDump::writeRecords(bool smallDump) {
     // The slot is read before the queue: all records that were there before are in this buffer or
     // in those that the queue holds up to it, even if it is retired meanwhile.
     const Buffer* current = mCurrent.peek();
-    const size_t currentBytes = readableBytes(current);
-    const bool hasCurrent = current != nullptr && currentBytes >= kHeadBytes;
-    if (!hasCurrent || !smallDump || current->end() - current->data <= kMaxBytesOfSmallDump) {
+    const bool hasCurrent = isReadable(current);
+    if (!hasCurrent || !smallDump || current->usedBytes() <= kMaxBytesOfSmallDump) {
         writeQueue(current);
     }
     if (hasCurrent) {
-        writeBuffer(*current, currentBytes);
+        writeBuffer(*current);
     }
 }
 
@@ -167,11 +169,10 @@ void CrashDump::writeQueue(const Buffer* end) {
 void CrashDump::writeForward(QueueWalk& walk, const Buffer* end) {
     // Counted: damaged links may form a circle.
     for (; walk.left > 0 && walk.next != end; --walk.left) {
-        const size_t bytes = readableBytes(walk.next);
-        if (bytes < kHeadBytes) {
+        if (!isReadable(walk.next)) {
             return;
         }
-        writeBuffer(*walk.next, bytes);
+        writeBuffer(*walk.next);
         walk.last = walk.next;
         walk.next = walk.next->next.load(std::memory_order_seq_cst);
     }
@@ -182,7 +183,7 @@ void CrashDump::findFromBack(QueueWalk& walk) {
     const size_t most = mQueue.size();
     walk.next = nullptr;
     for (walk.left = 0; walk.left < most && back != walk.last; ++walk.left) {
-        if (readableBytes(back) < kHeadBytes ||
+        if (!isReadable(back) ||
             (walk.next != nullptr && back->next.load(std::memory_order_seq_cst) != walk.next)) {
             return;
         }
@@ -191,10 +192,12 @@ void CrashDump::findFromBack(QueueWalk& walk) {
     }
 }
 
-void CrashDump::writeBuffer(const Buffer& buffer, size_t readable) {
-    const char* readableEnd = buffer.data + (readable - kHeadBytes);
-    mWriter.appendRecords(buffer.data, std::min(buffer.end(), readableEnd, std::less<>()));
-    mWriter.flush(false);
+void CrashDump::writeBuffer(const Buffer& buffer) {
+    const char* records = buffer.data;
+    if (reinterpret_cast<uintptr_t>(records) % kRecordAlignment == 0) {
+        mWriter.appendRecords(records, records + readableBytes(records, buffer.usedBytes()));
+        mWriter.flush(false);
+    }
 }
 
 }  // namespace JCam::Utils::JLog::File

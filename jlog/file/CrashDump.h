@@ -41,8 +41,8 @@ class CrashDump {
     void writeForward(QueueWalk& walk, const Buffer* end);
     /// Goes from the back of the queue to the oldest buffer that was not written.
     void findFromBack(QueueWalk& walk);
-    /// Writes a buffer of whose memory the first `readable` bytes can be read.
-    void writeBuffer(const Buffer& buffer, size_t readable);
+    /// Writes what can be read of the records of `buffer`, whose head can.
+    void writeBuffer(const Buffer& buffer);
 
     FileJLogWriter& mWriter;
     const BufferSlot& mCurrent;

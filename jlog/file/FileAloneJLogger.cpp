@@ -37,8 +37,7 @@ static_assert(sizeof(kNiceByBoost) / sizeof(kNiceByBoost[0]) == kMaxBoost + 1);
 constexpr size_t kBusyQueue = 4;
 constexpr size_t kOverloadQueue = 10;
 
-/// The longest wait for a writer between two looks. A record takes far less, and a missed wake-up
-/// costs no more than this.
+/// The longest wait for a writer between two looks. A record takes far less.
 constexpr milliseconds kWritersWait(40);
 constexpr milliseconds kFlushWait(1000);
 
@@ -177,8 +176,7 @@ void FileAloneJLogger::flushThreadEntry() {
                         "File ULogger is running; flushInterval = %d ms, neHook = %d",
                         state.flushIntervalMs, mNeHook.load(std::memory_order_relaxed));
     size_t remaining = 0;
-    // Under a light load two buffers take turns: the current one and this one.
-    prepareBuffer();
+    prepareBuffers();
     while (const Buffer* buffer = nextBuffer(state, &remaining)) {
         renderBuffer(*buffer, remaining, state);
         refreshReservationLine();
@@ -187,6 +185,7 @@ void FileAloneJLogger::flushThreadEntry() {
         // may have a file.
         CrashGate::awaitOpen();
         recycleFront();
+        logDropped(state);
     }
     __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "File ULogger stopped");
 }
@@ -212,16 +211,18 @@ FileAloneJLogger::Decision FileAloneJLogger::decideLocked(FlushState& state) {
         if (stopDueLocked()) {
             return Decision::STOP;
         }
+        // The step may unlock the mutex. What changes meanwhile ends the pause at once.
+        const JLogCondition::Ticket ticket = mCond.ticket();
         idleStepLocked(state);
         // Relaxed, as in stopDueLocked(): the store that matters happens under the mutex.
         if (mRunning.load(std::memory_order_relaxed)) {
-            pauseLocked(state);
-            if (!mFullBuffers.empty()) {
-                break;
-            }
-            if (stopDueLocked()) {
-                return Decision::STOP;
-            }
+            pauseLocked(state, ticket);
+        }
+        if (!mFullBuffers.empty()) {
+            break;
+        }
+        if (stopDueLocked()) {
+            return Decision::STOP;
         }
         if (!currentHoldsRecordsLocked()) {
             continue;
@@ -229,7 +230,7 @@ FileAloneJLogger::Decision FileAloneJLogger::decideLocked(FlushState& state) {
         if (retireCurrentLocked() == 0) {
             return Decision::RENDER_COMPLETE;
         }
-        mCond.waitFor(mMutex, kWritersWait);
+        waitForFrontWritersLocked();
     }
     return Decision::RENDER_QUEUED;
 }
@@ -239,10 +240,10 @@ bool FileAloneJLogger::stopDueLocked() const {
 }
 
 void FileAloneJLogger::idleStepLocked(FlushState& state) {
-    if (state.boostLevel > 0) {
-        setBoost(state, state.boostLevel - 1);
-    }
     finishFlushLocked();
+    if (state.boostLevel > 0) {
+        changeBoostLocked(state, state.boostLevel - 1);
+    }
 }
 
 void FileAloneJLogger::finishFlushLocked() {
@@ -252,9 +253,9 @@ void FileAloneJLogger::finishFlushLocked() {
     }
 }
 
-void FileAloneJLogger::pauseLocked(const FlushState& state) {
+void FileAloneJLogger::pauseLocked(const FlushState& state, JLogCondition::Ticket since) {
     if (state.flushIntervalMs >= 1) {
-        mCond.waitFor(mMutex, milliseconds(state.flushIntervalMs));
+        mCond.waitFor(mMutex, milliseconds(state.flushIntervalMs), since);
     }
     mMutex.unlock();
     if (state.flushIntervalMs < 1) {
@@ -277,10 +278,17 @@ void FileAloneJLogger::raiseBoostLocked(FlushState& state) {
     }
     const size_t queued = mFullBuffers.size();
     if (queued > kOverloadQueue || mFlushPending.load(std::memory_order_relaxed)) {
-        setBoost(state, kMaxBoost);
+        changeBoostLocked(state, kMaxBoost);
     } else if (queued >= kBusyQueue && state.boostLevel != kBusyBoost) {
-        setBoost(state, kBusyBoost);
+        changeBoostLocked(state, kBusyBoost);
     }
+}
+
+void FileAloneJLogger::changeBoostLocked(FlushState& state, int level) {
+    // Not under the mutex: this thread is the first to lose its core, and callers may need it.
+    mMutex.unlock();
+    setBoost(state, level);
+    mMutex.lock();
 }
 
 void FileAloneJLogger::setBoost(FlushState& state, int level) {
@@ -291,7 +299,16 @@ void FileAloneJLogger::setBoost(FlushState& state, int level) {
 
 void FileAloneJLogger::awaitFrontWritersLocked() {
     while (mFullBuffers.front()->writersPending() > 0) {
-        mCond.waitFor(mMutex, kWritersWait);
+        waitForFrontWritersLocked();
+    }
+}
+
+void FileAloneJLogger::waitForFrontWritersLocked() {
+    // The last writer ends its record and notifies without the mutex. If it does so after the look,
+    // the ticket is from before, and the wait ends at once.
+    const JLogCondition::Ticket ticket = mCond.ticket();
+    if (mFullBuffers.front()->awaitWriters() > 0) {
+        mCond.waitFor(mMutex, kWritersWait, ticket);
     }
 }
 
@@ -312,6 +329,15 @@ void FileAloneJLogger::renderBuffer(const Buffer& buffer, size_t remaining, Flus
                                mFlushPending.load(std::memory_order_relaxed));
     if (state.passes % kStatusPasses == 0 || batchEndsWithStatus) {
         logStatus(state, remaining);
+    }
+}
+
+void FileAloneJLogger::logDropped(FlushState& state) const {
+    const uint32_t dropped = droppedInHandlers();
+    if (dropped != state.droppedTold) {
+        __android_log_print(ANDROID_LOG_WARN, kFileLogTag,
+                            "Records of signal handlers dropped so far: %u", dropped);
+        state.droppedTold = dropped;
     }
 }
 

@@ -216,6 +216,28 @@ inline char* LineRenderer::putShort(char* out, const ShortText& text) {
     return text.endLine(end) ? Line::TAKEN_IN : Line::AT_LIMIT;
 }
 
+// Its memory is being written meanwhile, which is a race for the language and none for the
+// processor.
+__attribute__((no_sanitize("thread"))) void RecordWalk::skipZeros() {
+    const auto findSize = [](const char* from, const char* to) {
+        const auto isZero = [](const char* unit) {
+            return __atomic_load_n(reinterpret_cast<const uint32_t*>(unit), __ATOMIC_RELAXED) == 0;
+        };
+        for (; from != to && isZero(from); from += kRecordAlignment) {
+        }
+        return from;
+    };
+    // What was found first may be in the middle of a record whose size was written after the walk
+    // passed it. The writer stores the size first, with release: so now, behind the acquire, that
+    // size is visible.
+    const char* end = place + bytesLeft - bytesLeft % kRecordAlignment;
+    for (const char* found = end; found != (end = findSize(place, found)); found = end) {
+        std::atomic_thread_fence(std::memory_order_acquire);
+    }
+    bytesLeft -= static_cast<size_t>(end - place);
+    place = end;
+}
+
 bool LineRenderer::renderRecord(const LogHeader& header, RecordType type, TextBuffer& text) {
     return render(header, type, header.size(), text) == Line::AT_LIMIT;
 }
@@ -232,8 +254,12 @@ bool LineRenderer::renderToLimit(RecordWalk& walk, TextBuffer& text) {
         }
         line = render(header, type, size, text);
         // A record that has a line is large enough to be stepped over.
-        if (line == Line::NONE && size < sizeof(LogHeader)) {
-            break;
+        if (line == Line::NONE && size < sizeof(LogHeader)) [[unlikely]] {
+            if (size > 0 || type != RECORD_INCOMPLETE) {
+                break;
+            }
+            step.skipZeros();
+            continue;
         }
         step.place += size;
         step.bytesLeft -= size;

@@ -18,6 +18,10 @@ struct RecordWalk {
             : place(begin),
               bytesLeft(std::less<>()(begin, end) ? static_cast<size_t>(end - begin) : 0) {}
 
+    /// Goes on to the next record whose size is written. A writer that has reserved space, and has
+    /// not got to the size yet, leaves zeros there.
+    void skipZeros();
+
     const char* place;
     size_t bytesLeft;
     /// Passed so far, incomplete ones included.

@@ -370,6 +370,8 @@ TEST_F(CrashHookTest, DumpStepsOverInterruptedRecordsAndDamagedMemory) {
     const auto damageRecords = [](auto& logger) {
         logger.log("one");
         logger.reserve(48);  // its writer was interrupted
+        BufferState before;  // ... and that one before it had a size
+        EXPECT_TRUE(logger.current().reserve(BufferState::request(200, false), before));
         logger.log("two");
         LogHeader* record = logger.reserve(64).header;
         reinterpret_cast<LogDetails*>(record)->message = nullptr;
@@ -380,7 +382,7 @@ TEST_F(CrashHookTest, DumpStepsOverInterruptedRecordsAndDamagedMemory) {
         logger.retire();
         logger.log("four");
         // A page that is gone takes the rest of its buffer with it.
-        char* end = logger.current().writePtr;
+        char* end = logger.current().data + logger.current().usedBytes();
         char* page = end + 4096 - reinterpret_cast<uintptr_t>(end) % 4096;
         logger.reserve(static_cast<size_t>(page - end));
         logger.log("on the lost page");

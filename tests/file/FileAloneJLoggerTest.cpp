@@ -1,7 +1,12 @@
 #include "jlog/file/FileAloneJLogger.h"
 
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <filesystem>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -137,6 +142,60 @@ TEST_F(FileAloneJLoggerTest, ABufferIsRenderedOnlyWhenItsWritersAreDone) {
     logger.publish(record.header, record.buffer, RECORD_INCOMPLETE);
     logger.onFlush(60);
     EXPECT_THAT(splitLines(mFolder.logText()), SizeIs(2));
+}
+
+/// The logger of the handler of SIGUSR1, which counts its runs.
+RunningLogger* sHandlersLogger;
+std::atomic<uint32_t> sHandlersRuns;
+
+TEST_F(FileAloneJLoggerTest, SignalHandlersLogUnlessTheirThreadIsToQueueABuffer) {
+    constexpr unsigned int kRecords = 50000;
+    const std::string text(600, 't');  // so that buffers are often full
+    RunningLogger logger;
+    sHandlersLogger = &logger;
+    sHandlersRuns = 0;
+    signal(SIGUSR1, [](int /*sig*/) {
+        ++sHandlersRuns;
+        sHandlersLogger->onLogEnter(1, "handler", 1);
+    });
+    {
+        const JLogLock lock(logger.mMutex);
+        raise(SIGUSR1);  // needs no mutex
+        EXPECT_EQ(logger.droppedInHandlers(), 0U);
+        BufferState before;
+        ASSERT_TRUE(logger.mCurrent.get()->reserve(
+                BufferState::request(kBufferBytes - logger.mCurrent.get()->usedBytes(), false),
+                before));
+        raise(SIGUSR1);
+        EXPECT_EQ(logger.droppedInHandlers(), 1U);
+        static_cast<void>(logger.mCurrent.get()->finishWriter());
+    }
+    logger.onInit();
+    const pthread_t caller = pthread_self();
+    std::atomic<bool> isDone{false};
+    std::thread sender([&] {
+        while (!isDone) {
+            pthread_kill(caller, SIGUSR1);
+        }
+    });
+    for (unsigned int i = 0; i < kRecords; ++i) {
+        logger.log(text);
+        if (i % 1000 == 0) {
+            logger.onFlush(i % 2000 == 0 ? 0 : 60);
+        }
+    }
+    isDone = true;
+    sender.join();
+    logger.onUninit();
+    signal(SIGUSR1, SIG_DFL);
+    const std::vector<std::string> lines = splitLines(mFolder.logText());
+    const auto handlersLines = static_cast<uint32_t>(std::count_if(
+            lines.begin(), lines.end(),
+            [](const std::string& line) { return line.find("handler #") != std::string::npos; }));
+    EXPECT_EQ(lines.size() - handlersLines, kRecords);
+    EXPECT_EQ(handlersLines + logger.droppedInHandlers(), sHandlersRuns);
+    EXPECT_GT(handlersLines, 100U);
+    EXPECT_GE(mLog.count("Records of signal handlers dropped"), 1U);
 }
 
 TEST_F(FileAloneJLoggerTest, ThreadBoostsItselfByTheLengthOfTheQueue) {

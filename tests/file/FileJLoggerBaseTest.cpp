@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
+#include <set>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -69,7 +71,6 @@ TEST_F(FileJLoggerBaseTest, RecordsKeepWhatWasLoggedWithinTheirBounds) {
 
     const Buffer& buffer = logger.current();
     EXPECT_EQ(buffer.writersPending(), 0U);
-    EXPECT_EQ(buffer.freeBytes, kBufferBytes - static_cast<size_t>(buffer.end() - buffer.data));
     std::vector<std::string> records;
     for (const LogHeader* record : recordsOf(buffer)) {
         records.push_back(describe(record));
@@ -97,16 +98,16 @@ TEST_F(FileJLoggerBaseTest, ARecordThatDoesNotFitGoesToAFreshBuffer) {
     EXPECT_EQ(&logger.current(), first);
     EXPECT_TRUE(logger.logBytes(24));
     EXPECT_THAT(logger.queued(), ElementsAre(first));
-    EXPECT_EQ(first->freeBytes, 0U);
+    EXPECT_EQ(first->usedBytes(), kBufferBytes);
     EXPECT_THAT(recordsOf(logger.current()), SizeIs(1));
 
     // A tail that is too small stays empty.
     Buffer* second = &logger.current();
     ASSERT_TRUE(logger.logBytes(kBufferBytes - 16));
     EXPECT_THAT(logger.queued(), ElementsAre(first, second));
-    EXPECT_EQ(second->freeBytes, kBufferBytes - 24);
+    EXPECT_EQ(second->usedBytes(), 24U);
     ASSERT_TRUE(logger.logBytes(kBufferBytes));
-    EXPECT_EQ(logger.current().freeBytes, 0U);
+    EXPECT_EQ(logger.current().usedBytes(), kBufferBytes);
     EXPECT_THAT(logger.queued(), SizeIs(3));
 
     EXPECT_FALSE(logger.logBytes(kBufferBytes + 1));
@@ -129,21 +130,48 @@ TEST_F(FileJLoggerBaseTest, RecycledBuffersAreUsedAgainAndAtMostThreeAreKept) {
     EXPECT_EQ(logger.pooled(), 3U);
     ASSERT_TRUE(logger.logBytes(8 + 24));
     EXPECT_EQ(&logger.current(), used.back()) << "the one used last is the one in the caches";
-    EXPECT_EQ(logger.current().freeBytes, kBufferBytes - 32);
+    EXPECT_EQ(logger.current().usedBytes(), 32U);
     EXPECT_EQ(logger.pooled(), 2U);
+}
+
+TEST_F(FileJLoggerBaseTest, AHeadIsReadableWhenItsBufferIsFreedAndRefusesReservations) {
+    constexpr size_t kBuffers = 3000;
+    constexpr BufferState kRequest = BufferState::request(24, false);
+    BufferStore store;
+    const auto makeAndFree = [&] {
+        std::set<Buffer*> heads;
+        std::vector<std::unique_ptr<Buffer>> buffers;
+        for (size_t i = 0; i < kBuffers; ++i) {
+            buffers.push_back(store.make());
+            heads.insert(buffers.back().get());
+            BufferState before;
+            EXPECT_FALSE(buffers.back()->reserve(kRequest, before)) << "before it is current";
+            buffers.back()->open({});
+            EXPECT_TRUE(buffers.back()->reserve(kRequest, before));
+            buffers.back()->close();
+        }
+        return heads;
+    };
+    const std::set<Buffer*> heads = makeAndFree();
+    EXPECT_THAT(heads, SizeIs(kBuffers));
+    for (Buffer* freed : heads) {
+        BufferState before;
+        EXPECT_FALSE(freed->reserve(kRequest, before));
+    }
+    EXPECT_EQ(makeAndFree(), heads) << "the memory of heads does not grow";
 }
 
 /// Pages of `buffer` that the kernel has made.
 size_t residentPages(Buffer& buffer) {
     const auto pageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    std::vector<unsigned char> pages((sizeof(Buffer) + pageBytes - 1) / pageBytes);
-    EXPECT_EQ(mincore(&buffer, sizeof(Buffer), pages.data()), 0);
+    std::vector<unsigned char> pages(kBufferBytes / pageBytes);
+    EXPECT_EQ(mincore(buffer.data, kBufferBytes, pages.data()), 0);
     return static_cast<size_t>(std::count(pages.begin(), pages.end(), 1));
 }
 
 TEST_F(FileJLoggerBaseTest, TheFirstWriterOfANewBufferHasItsPagesMade) {
     const size_t all = residentPages(BufferingLogger().current());
-    EXPECT_GT(all, sizeof(Buffer) / static_cast<size_t>(sysconf(_SC_PAGESIZE)))
+    EXPECT_EQ(all, kBufferBytes / static_cast<size_t>(sysconf(_SC_PAGESIZE)))
             << "the first buffer is made before anybody logs";
     for (const bool oldKernel : {false, true}) {
         SCOPED_TRACE(oldKernel);
@@ -153,7 +181,7 @@ TEST_F(FileJLoggerBaseTest, TheFirstWriterOfANewBufferHasItsPagesMade) {
         BufferingLogger logger;
         ASSERT_TRUE(logger.logBytes(kBufferBytes));
         const BufferingLogger::Reservation record = logger.reserve(48);
-        char* others = reinterpret_cast<char*>(record.buffer) + kBufferBytes / 2;
+        char* others = record.buffer->data + kBufferBytes / 2;
         *others = 'x';
         EXPECT_LT(residentPages(*record.buffer), 4U) << "not before the record is complete";
         errno = EBADF;
@@ -175,6 +203,10 @@ TEST_F(FileJLoggerBaseTest, IncompleteAndUnknownRecordsAreSteppedOverAndDamagedS
     EXPECT_EQ(logger.reserve(100).header->type(), RECORD_INCOMPLETE);
     EXPECT_EQ(buffer.writersPending(), 1U);
     ASSERT_TRUE(logger.logBytes(200));
+    // Writers that have got no further than the exchange, and so have written no size.
+    BufferState before;
+    ASSERT_TRUE(logger.current().reserve(BufferState::request(1000, false), before));
+    ASSERT_TRUE(logger.current().reserve(BufferState::request(24, false), before));
     logger.log("behind");
     LogHeader* last = logger.reserve(48).header;
     for (const RecordType type : {RECORD_INCOMPLETE, RECORD_ENTER, RECORD_EXIT, RECORD_DETAILS}) {
@@ -215,7 +247,7 @@ TEST_F(FileJLoggerBaseTest, TimeStampsAreOfTheClockThatAPropertyChooses) {
 
 TEST_F(FileJLoggerBaseTest, WithoutMemoryRecordsAreDroppedWithOneLineUntilItIsBack) {
     const LogLine outOfMemory = {ANDROID_LOG_ERROR, kFileTag,
-                                 "Out of memory: no buffer of " + std::to_string(sizeof(Buffer)) +
+                                 "Out of memory: no buffer of " + std::to_string(kBufferBytes) +
                                          " bytes, dropping records"};
     BufferingLogger logger;
     ASSERT_TRUE(logger.logBytes(kBufferBytes));

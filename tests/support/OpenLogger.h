@@ -16,7 +16,9 @@ class OpenLogger : public Base {
     using Buffer = Utils::JLog::File::Buffer;
     using LogHeader = Utils::JLog::File::LogHeader;
     using RecordType = Utils::JLog::File::RecordType;
+    using Base::droppedInHandlers;
     using Base::initHook;
+    using Base::mCurrent;
     using Base::mMutex;
     using Base::publish;
     using Base::recycleFront;

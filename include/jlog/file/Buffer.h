@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstddef>
@@ -18,104 +19,207 @@ inline constexpr size_t kBufferBytes = 262144;
 /// Bytes of a cache line, on the processors that this runs on.
 inline constexpr size_t kCacheLineBytes = 64;
 
-/// One block of records, packed back to back from the start of `data` to `writePtr`. Exactly one of
-/// the logger's current slot, its queue and its pool owns it. Exported, like list and pool, for
-/// subclasses of FileJLoggerBase, which move buffers.
+/// What reservations change in a buffer, as one word, so that one compare-exchange reserves:
 ///
-/// Life: fresh -> current (records are reserved) -> full (queued) -> rendered once no writer is
-/// pending -> into the pool or freed. A pooled buffer is reset when it is used again.
+///     63       62                    32              16                0
+///     +--------+---------+-----------+---------------+-----------------+
+///     | closed | awaited | units used| serials taken | writers pending |
+///     +--------+---------+-----------+---------------+-----------------+
+///
+/// A unit is kRecordAlignment bytes. No field overflows: a buffer has room for fewer records than
+/// any of them can count.
+class BufferState {
+  public:
+    /// No record is reserved any more.
+    static constexpr uint64_t kClosed = uint64_t{1} << 63;
+    /// The consumer waits for the writers that are pending. Only in closed buffers.
+    static constexpr uint64_t kAwaited = uint64_t{1} << 62;
+    static constexpr uint64_t kOneWriter = 1;
+
+    /// An open buffer without records.
+    constexpr BufferState() = default;
+    constexpr explicit BufferState(uint64_t word) : mWord(word) {}
+
+    /// One writer's request for `bytes`, with a serial number or without: the sum of a state and a
+    /// request is the state after the reservation.
+    static constexpr BufferState request(size_t bytes, bool serial) {
+        return BufferState(kOneWriter | (serial ? uint64_t{1} << kSerialShift : 0) |
+                           (bytes / kRecordAlignment) << kUnitShift);
+    }
+
+    [[nodiscard]] constexpr uint64_t word() const { return mWord; }
+    /// Writers that have reserved a record and not yet published it.
+    [[nodiscard]] constexpr uint32_t pending() const { return mWord & kFieldMask; }
+    /// Enter and exit records that were reserved.
+    [[nodiscard]] constexpr uint32_t serials() const { return mWord >> kSerialShift & kFieldMask; }
+    /// Bytes that were reserved. Damaged memory may say more than a buffer has.
+    [[nodiscard]] constexpr size_t bytes() const {
+        return (mWord >> kUnitShift & kFieldMask) * kRecordAlignment;
+    }
+    /// Whether this state is one that a reservation may lead to: open, and within the buffer.
+    [[nodiscard]] constexpr bool isValidOpen() const {
+        return mWord >> kUnitShift <= kBufferBytes / kRecordAlignment;
+    }
+    /// Whether the consumer is to be told that the one writer who is pending has ended.
+    [[nodiscard]] constexpr bool isAwaitedLast() const {
+        return (mWord & (kAwaited | kFieldMask)) == (kAwaited | kOneWriter);
+    }
+
+  private:
+    static constexpr unsigned int kSerialShift = 16;
+    static constexpr unsigned int kUnitShift = 32;
+    static constexpr uint64_t kFieldMask = 0xFFFF;
+    static_assert(kBufferBytes / kRecordAlignment <= kFieldMask);
+
+    uint64_t mWord{0};
+};
+
+class BufferStore;
+
+/// A block of records, packed back to back from the start of `data`, and its head, which is this
+/// object. Exactly one of the logger's current slot, its queue and its pool owns it. Exported, like
+/// list, pool and store, for subclasses of FileJLoggerBase, which move buffers.
+///
+/// Life: fresh -> current (open: records are reserved) -> full (closed, queued) -> rendered once no
+/// writer is pending -> cleared, and into the pool or freed. Wherever no record was written, the
+/// block is zero.
+///
+/// A caller takes no lock to reserve a record. It reads the slot, then the state of the buffer that
+/// it found there, and then exchanges that state. Meanwhile the buffer may have been closed,
+/// rendered, pooled, freed, and made current again. So heads lie in memory that lives as long as
+/// the logger. The exchange succeeds only on an open buffer, and only the current one is open:
+/// whatever the caller has seen before, it has reserved a record of the current buffer, which its
+/// pending writer keeps from being rendered or freed. All else about the buffer is read after that.
 ///
 /// A crash dump walks slot and queue without the mutex, at any moment. So a buffer stays in one of
 /// the two until its text is in a file (or is given up, without a file or a consumer), and no
-/// buffer is reused or freed while a dump runs (see CrashGate).
+/// buffer is cleared or freed while a dump runs (see CrashGate).
 struct JLOG_EXPORT Buffer {
-    /// Set in pendingWriters when the buffer is full, that is, retired to the queue. It shares the
-    /// word with the count, so that the last writer learns both from its own decrement: after that,
-    /// the consumer may free the buffer at any moment.
-    static constexpr uint32_t kFull = 0x80000000;
-
-    /// Writers that have reserved a record here and not yet published it, plus kFull.
-    std::atomic<uint32_t> pendingWriters{0};
+    /// A BufferState. While the buffer is open, every change is a read-modify-write: so all of them
+    /// are in the release sequence of open().
+    alignas(kCacheLineBytes) std::atomic<uint64_t> state{BufferState::kClosed};
+    /// The records, and behind them what is free: kBufferBytes.
+    char* data{nullptr};
+    /// The last serial number before those of this buffer. Written before open(), like `data`.
+    uint32_t serialBase{0};
     /// The kernel has made the pages. Used by the writer of the first record, and by the buffer's
-    /// owner before that; the mutex orders the two.
+    /// owner before that; open() orders the two.
     bool pagesMade{false};
-    /// The next free byte of `data`. Stored under the logger's mutex; the consumer reads it once
-    /// the buffer is full and it no longer moves, a crash handler at any moment.
-    std::atomic<char*> writePtr{data};
-    /// Bytes behind writePtr. Guarded by the logger's mutex.
-    size_t freeBytes{kBufferBytes};
     /// The older neighbour in a BufferList. Both links keep their values when the buffer leaves the
     /// list: a crash dump may be following them.
     std::atomic<Buffer*> prev{nullptr};
     /// The newer one.
     std::atomic<Buffer*> next{nullptr};
-    /// The records, and behind them what is free.
-    alignas(kRecordAlignment) char data[kBufferBytes];
+    /// Where the head came from, and its neighbour in there while the buffer is freed.
+    BufferStore* store{nullptr};
+    Buffer* nextFree{nullptr};
 
-    /// Leaves `data` as the kernel returned it, so that no page is touched before it is used.
-    Buffer() noexcept {}  // NOLINT(modernize-use-equals-default)
-
-    /// Takes pages from the kernel, by one mmap(2); null without memory. The kernel gets them back
-    /// when the buffer goes, where a heap would keep what a burst has left. No page is shared with
-    /// other memory that callers write to.
-    static void* operator new(size_t bytes, const std::nothrow_t& tag) noexcept;
-    /// Gives the pages back. Keeps errno. There is no operator new that throws.
-    // NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads)
-    static void operator delete(void* memory) noexcept;
-    /// The same; the language requires it beside that new.
-    static void operator delete(void* memory, const std::nothrow_t& tag) noexcept;
+    /// Gives the records back to the kernel and the head to its store. There is no operator new: a
+    /// BufferStore makes buffers. Signal-safe. Keeps errno.
+    static void operator delete(Buffer* buffer, std::destroying_delete_t tag) noexcept;
 
     /// Has the kernel make all pages of a new buffer, in place of one page fault for each. Takes
     /// some 100 us. Others may write records meanwhile, but the buffer must not go. Keeps errno.
     void makePages();
 
-    /// Acquire: the first words of all records before it are visible, so they can be walked.
-    [[nodiscard]] const char* end() const { return writePtr.load(std::memory_order_acquire); }
-    /// Whether a record was reserved here, complete or not.
-    [[nodiscard]] bool holdsRecords() const { return end() != data; }
-
-    /// Reserves `bytes`, which are free, for a record. Increments pendingWriters; finishWriter()
-    /// decrements it. Under the logger's mutex, so relaxed but for the last store: its release
-    /// meets end(), so that a reader that sees the record also sees its size.
-    LogHeader* reserve(size_t bytes) {
-        char* place = writePtr.load(std::memory_order_relaxed);
-        auto* record = new (place) LogHeader;
-        record->reserve(static_cast<uint32_t>(bytes));
-        pendingWriters.fetch_add(1, std::memory_order_relaxed);
-        writePtr.store(place + bytes, std::memory_order_release);
-        freeBytes -= bytes;
-        return record;
+    /// Adds `request`, and sets `before` to the state it was added to. False, and nothing reserved,
+    /// when the buffer is closed or has no room. Never waits: an exchange that fails means that
+    /// another thread got on. Signal-safe.
+    ///
+    /// Acquire: meets open(), so that the other members, and the zeros in the block, are visible.
+    /// Nothing is released; the fields of a record are published by its type and by finishWriter().
+    [[nodiscard]] bool reserve(BufferState request, BufferState& before) {
+        uint64_t seen = state.load(std::memory_order_relaxed);
+        while (BufferState(seen + request.word()).isValidOpen()) {
+            if (state.compare_exchange_weak(seen, seen + request.word(), std::memory_order_acquire,
+                                            std::memory_order_relaxed)) {
+                before = BufferState(seen);
+                return true;
+            }
+        }
+        return false;
     }
 
-    /// Decrements pendingWriters; true for the last writer of a full buffer, which is then
-    /// complete. The release publishes the record to the acquire of writersPending(). The caller
-    /// may not touch the buffer afterwards.
+    /// Ends the writing of a reserved record. True for the last writer of a buffer that the
+    /// consumer waits for: it is to be notified. The release publishes the record to the acquires
+    /// of writersPending() and awaitWriters(). The caller may not touch the buffer afterwards.
     [[nodiscard]] bool finishWriter() {
-        return pendingWriters.fetch_sub(1, std::memory_order_release) == (kFull | 1);
+        return BufferState(state.fetch_sub(BufferState::kOneWriter, std::memory_order_release))
+                .isAwaitedLast();
     }
 
-    /// Marks the buffer as full and returns the writers still pending. Release for the last
-    /// writer, which learns from the word that the buffer is full; acquire as in writersPending().
-    uint32_t markFull() { return pendingWriters.fetch_or(kFull, std::memory_order_acq_rel); }
+    /// Lets callers reserve records, the first of which may be reserved already. Release: see
+    /// reserve(). Under the logger's mutex, when the buffer is in the slot: a record must not be
+    /// where a crash dump does not find it.
+    void open(BufferState first) { state.store(first.word(), std::memory_order_release); }
 
-    /// Acquire: at 0 every record of a full buffer is complete and visible.
+    /// Refuses further reservations, and returns the last state. Acquire as in writersPending().
+    /// Under the logger's mutex.
+    BufferState close() {
+        return BufferState(state.fetch_or(BufferState::kClosed, std::memory_order_acquire));
+    }
+
+    /// Acquire: at 0 every record of a closed buffer is complete and visible.
     [[nodiscard]] uint32_t writersPending() const {
-        return pendingWriters.load(std::memory_order_acquire) & ~kFull;
+        return BufferState(state.load(std::memory_order_acquire)).pending();
+    }
+    /// The same for a consumer that is about to wait for them. From now on the last writer tells
+    /// it; one word says both, so that neither misses the other.
+    uint32_t awaitWriters() {
+        return BufferState(state.fetch_or(BufferState::kAwaited, std::memory_order_acquire))
+                .pending();
     }
 
-    /// Empties a rendered buffer. Relaxed: the mutex hands it to its next user.
-    void reset() {
-        pendingWriters.store(0, std::memory_order_relaxed);
-        writePtr.store(data, std::memory_order_relaxed);
-        freeBytes = kBufferBytes;
+    /// Bytes of records, complete or not. Acquire: a complete record among them can be read.
+    [[nodiscard]] size_t usedBytes() const {
+        return std::min(BufferState(state.load(std::memory_order_acquire)).bytes(), kBufferBytes);
     }
+    /// Behind the last record.
+    [[nodiscard]] const char* end() const { return data + usedBytes(); }
+    /// Whether a record was reserved here, complete or not.
+    [[nodiscard]] bool holdsRecords() const { return usedBytes() > 0; }
+
+    /// Empties a rendered buffer: it is closed and all zero. Takes some microseconds. Relaxed: the
+    /// mutex hands the buffer to its next user.
+    void clear();
 };
 
-static_assert(offsetof(Buffer, data) % kRecordAlignment == 0);
-static_assert(kBufferBytes % kRecordAlignment == 0);
+static_assert(sizeof(Buffer) == kCacheLineBytes);
 
-/// Owns the buffer that receives new records, or none. The pointer is atomic for the crash dump;
-/// all other accesses are under the logger's mutex.
+/// Makes buffers. Their records are mapped one by one, so that the kernel gets them back when a
+/// buffer goes, where a heap would keep what a burst has left. Their heads are kept until the store
+/// goes: 64 bytes for each of the buffers that there were at one time.
+class JLOG_EXPORT BufferStore {
+  public:
+    /// Without memory.
+    BufferStore() = default;
+    /// Gives back all memory of heads. No buffer may be left.
+    ~BufferStore();
+    BufferStore(const BufferStore&) = delete;
+    BufferStore& operator=(const BufferStore&) = delete;
+
+    /// A buffer without pages; null without memory. Under the logger's mutex. Signal-safe. Keeps
+    /// errno.
+    std::unique_ptr<Buffer> make();
+
+  private:
+    friend struct Buffer;
+    struct Block;
+
+    Buffer* takeHead();
+    Buffer* takeFreeHead();
+    /// From any thread.
+    void takeBack(Buffer* head);
+
+    /// Heads of freed buffers. A release adds one, an acquire takes it. Only make() takes, so none
+    /// that it looks at is taken and added again meanwhile.
+    std::atomic<Buffer*> mFree{nullptr};
+    /// The heads, newest block first.
+    Block* mBlocks{nullptr};
+};
+
+/// Owns the buffer that receives new records, or none. It is replaced under the logger's mutex, and
+/// read by callers and by the crash dump without.
 class BufferSlot {
   public:
     /// Empty.
@@ -127,6 +231,8 @@ class BufferSlot {
 
     /// The buffer, or null. Relaxed: under the mutex.
     [[nodiscard]] Buffer* get() const { return mBuffer.load(std::memory_order_relaxed); }
+    /// The same for a caller that is to reserve a record. Acquire: the head is there.
+    [[nodiscard]] Buffer* current() const { return mBuffer.load(std::memory_order_acquire); }
     /// The same for a crash dump. Signal-safe. Sequentially consistent, see CrashGate. As an
     /// acquire it makes the whole buffer visible, and in the queue all buffers that were here
     /// before.
@@ -180,8 +286,7 @@ class JLOG_EXPORT BufferList {
     std::atomic<size_t> mSize{0};
 };
 
-/// A few buffers for the next burst. They are not linked, and keep their records until they are
-/// used again: a crash dump may still be reading them. Under the logger's mutex.
+/// A few buffers for the next burst, all of them clear. Under the logger's mutex.
 class JLOG_EXPORT BufferPool {
   public:
     /// How many it keeps: 768 KiB.
@@ -189,6 +294,8 @@ class JLOG_EXPORT BufferPool {
 
     /// How many there are.
     [[nodiscard]] size_t size() const { return mSize; }
+    /// Whether it can take one more.
+    [[nodiscard]] bool hasRoom() const { return mSize < kMaxBuffers; }
     /// The buffer that was put in last; null when there is none.
     std::unique_ptr<Buffer> take();
     /// Adds `buffer`. Returns the buffer that has been here longest if there was no room, otherwise

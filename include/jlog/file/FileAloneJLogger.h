@@ -57,6 +57,8 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
         int boostLevel{0};
         uint32_t logsWritten{0};
         uint32_t passes{0};
+        /// The last droppedInHandlers() that a line has told of.
+        uint32_t droppedTold{0};
     };
 
     /// The work of the next pass.
@@ -76,16 +78,23 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
             JLOG_EXCLUDES(mMutex);
     JLOG_INTERNAL Decision decideLocked(FlushState& state) JLOG_REQUIRES(mMutex);
     JLOG_INTERNAL void idleStepLocked(FlushState& state) JLOG_REQUIRES(mMutex);
-    JLOG_INTERNAL void pauseLocked(const FlushState& state) JLOG_REQUIRES(mMutex);
+    /// Waits for one interval, or less when there was a notification since the ticket.
+    JLOG_INTERNAL void pauseLocked(const FlushState& state, JLogCondition::Ticket since)
+            JLOG_REQUIRES(mMutex);
     /// Refreshes the UTC offsets for the crash hook.
     JLOG_INTERNAL void refreshLocalTime() JLOG_EXCLUDES(mMutex);
     JLOG_INTERNAL void raiseBoostLocked(FlushState& state) JLOG_REQUIRES(mMutex);
+    /// Unlocks the mutex meanwhile.
+    JLOG_INTERNAL void changeBoostLocked(FlushState& state, int level) JLOG_REQUIRES(mMutex);
     JLOG_INTERNAL void awaitFrontWritersLocked() JLOG_REQUIRES(mMutex);
+    /// Waits until the pending writers of the oldest buffer have ended, or kWritersWait, or less.
+    JLOG_INTERNAL void waitForFrontWritersLocked() JLOG_REQUIRES(mMutex);
     JLOG_INTERNAL void finishFlushLocked() JLOG_REQUIRES(mMutex);
     [[nodiscard]] JLOG_INTERNAL bool stopDueLocked() const JLOG_REQUIRES(mMutex);
 
     /// Renders `buffer`, behind which `remaining` more are queued. Runs without the mutex.
     JLOG_INTERNAL void renderBuffer(const Buffer& buffer, size_t remaining, FlushState& state);
+    JLOG_INTERNAL void logDropped(FlushState& state) const;
     JLOG_INTERNAL void logStatus(const FlushState& state, size_t remaining) const;
     JLOG_INTERNAL static void setBoost(FlushState& state, int level);
 

@@ -20,11 +20,18 @@ class FileJLogWriter;
 /// record of the current buffer and queues buffers that are full. A subclass empties the queue. A
 /// record keeps the first 128 bytes of a name or tag and the first 1023 of a message.
 ///
-/// Threads: any number of callers may log at once. A call takes the one mutex to reserve its
-/// record, and fills the record without it. It does no I/O, and allocates only when a buffer is
-/// full and the pool is empty or a crash dump runs. The first writer of a new buffer waits some
-/// 100 us for its pages. A call formats nothing, unless the Android log prints debug lines of
-/// "FileAloneJLogger": then every reservation has one. Only what is said to be signal-safe is.
+/// Threads: any number of callers may log at once. A call reserves its record by one
+/// compare-exchange, fills it, and publishes it by one subtraction: it never waits for another
+/// thread. Only the call whose record finds no room, one in some 2,000, takes the mutex, to queue
+/// the buffer; calls that come meanwhile wait for it. It does no I/O, and allocates only when the
+/// pool is empty then. A call formats nothing, unless the Android log prints debug lines of
+/// "FileAloneJLogger": then every reservation has one.
+///
+/// Signal handlers may log, too: the three logging operations are signal-safe, but for the lines
+/// that they print to the Android log themselves (debug lines, a size beyond a buffer's, memory
+/// that has run out). One record is not logged: that of a handler which has interrupted its own
+/// thread while this holds the mutex, and which needs the mutex as well. It is dropped, and
+/// counted. Of all else, only what is said to be signal-safe is.
 ///
 /// Memory: the queue has no bound before a consumer is started, after it was stopped and while it
 /// lags. Without memory for a new buffer events are dropped; one ERROR line says so when that
@@ -88,17 +95,23 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
         return mCurrent.get() != nullptr && mCurrent.get()->holdsRecords();
     }
 
-    /// Queues the current buffer, which must be there, and replaces it; without memory the slot
-    /// stays empty. Returns the pending writers of the queued buffer. Does not wake the consumer.
-    uint32_t retireCurrentLocked() JLOG_REQUIRES(mMutex);
+    /// Queues the current buffer, which must be there, and replaces it by one in which `first` is
+    /// reserved; without memory the slot stays empty. Returns the pending writers of the queued
+    /// buffer. Does not wake the consumer.
+    uint32_t retireCurrentLocked(BufferState first = {}) JLOG_REQUIRES(mMutex);
 
-    /// Moves the oldest buffer of the queue, which is not empty, to the pool; frees the oldest
-    /// buffer of a full pool.
+    /// Clears the oldest buffer of the queue, which is not empty, and moves it to the pool; frees
+    /// the oldest buffer of a full pool.
     void recycleFront() JLOG_EXCLUDES(mMutex);
 
-    /// Puts a new buffer, with its pages made, into an empty pool. Without effect on a pool that is
-    /// not empty, and without memory.
-    void prepareBuffer() JLOG_EXCLUDES(mMutex);
+    /// Fills the pool with new buffers whose pages are made. Without effect without memory.
+    void prepareBuffers() JLOG_EXCLUDES(mMutex);
+
+    /// Records that were dropped because a signal handler had interrupted its own thread where this
+    /// holds the mutex; wraps. Relaxed: a figure to be told.
+    [[nodiscard]] uint32_t droppedInHandlers() const {
+        return mDroppedInHandlers.load(std::memory_order_relaxed);
+    }
 
     /// Sets whether the queue keeps only the newest full buffers: four, and those with pending
     /// writers. It must be so without a consumer. Takes effect when the next buffer is queued.
@@ -140,9 +153,8 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     static uint32_t renderRecords(const Buffer& buffer, FileJLogWriter& writer,
                                   size_t maxBytes = kBufferBytes);
 
-    // Members that every call reads and few change share a cache line with the object's head.
-    // Members that every call changes have a line of their own: with the buffer's it is the only
-    // one that callers on several cores pass around.
+    // Members that every call reads and few change share a cache line with the object's head. What
+    // every call changes is in the head of the current buffer.
 
     /// Clock of all record time stamps: CLOCK_REALTIME, or CLOCK_MONOTONIC by property.
     const clockid_t mClockId;
@@ -153,16 +165,19 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// lookup on a device. Relaxed: around a change a line more or less does no harm.
     std::atomic<bool> mReservationLine{false};
 
+    /// Makes the buffers; so it goes after them.
+    BufferStore mStore JLOG_GUARDED_BY(mMutex);
+    /// Receives new records. Replaced under mMutex. Empty only while there is no memory for a
+    /// buffer.
+    BufferSlot mCurrent;
+
     /// Guards the members that are declared so, and what Buffer, BufferSlot, BufferList and
     /// BufferPool say.
-    alignas(kCacheLineBytes) JLogMutex mMutex;
-    /// Receives new records. Empty only while there is no memory for a buffer.
-    BufferSlot mCurrent JLOG_GUARDED_BY(mMutex);
-    /// The last serial number handed out.
+    alignas(kCacheLineBytes) JLogMutex mMutex{JLogMutex::InheritPriority()};
+    /// The last serial number of the buffers that are no longer current.
     uint32_t mSerial JLOG_GUARDED_BY(mMutex){0};
-
     /// Retired buffers, oldest first.
-    alignas(kCacheLineBytes) BufferList mFullBuffers JLOG_GUARDED_BY(mMutex);
+    BufferList mFullBuffers JLOG_GUARDED_BY(mMutex);
     /// Buffers for the next burst: 768 KiB.
     BufferPool mEmptyBuffers JLOG_GUARDED_BY(mMutex);
     /// The consumer is to go on.
@@ -186,19 +201,21 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// Logs an enter or exit record.
     JLOG_INTERNAL void logEnterExit(RecordType type, unsigned int moduleId, const char* name,
                                     unsigned int requestNo);
-    /// The outcome of a reservation.
-    struct Reservation;
-    JLOG_INTERNAL Reservation reserveLocked(size_t bytes, unsigned int* serial)
-            JLOG_REQUIRES(mMutex);
+    /// Reserves a record where the current buffer has no room, or there is none: in its successor,
+    /// or in the buffer that another thread has put there meanwhile. Null without memory, and in a
+    /// signal handler that has interrupted the holder of the mutex.
+    JLOG_INTERNAL Buffer* reserveWithMutex(BufferState request, BufferState& before)
+            JLOG_EXCLUDES(mMutex);
     /// Writes thread id and time.
     JLOG_INTERNAL void stamp(LogHeader& record) const;
-    /// Replaces a current buffer that has no room, or none at all; false without memory.
-    JLOG_INTERNAL bool makeRoomLocked() JLOG_REQUIRES(mMutex);
-    /// Frees a buffer that has left queue and slot, unless a crash dump may be reading it.
-    JLOG_INTERNAL static void discard(std::unique_ptr<Buffer> buffer);
-    /// Moves `buffer` from the queue to the pool. Returns the buffer that a full pool gives up for
-    /// it, or null; the caller discards that, best without the mutex.
-    JLOG_INTERNAL std::unique_ptr<Buffer> recycleLocked(Buffer* buffer) JLOG_REQUIRES(mMutex);
+    /// Puts an empty buffer into the slot and opens it, with `first` reserved; without memory the
+    /// slot is empty. `full`, which may be null, is the current buffer, and goes to the queue.
+    JLOG_INTERNAL void replaceCurrentLocked(Buffer* full, BufferState first) JLOG_REQUIRES(mMutex);
+    /// A buffer of fresh memory; null without memory.
+    JLOG_INTERNAL std::unique_ptr<Buffer> newBufferLocked() JLOG_REQUIRES(mMutex);
+    /// Clears a buffer that has left the queue. Null, and the buffer leaked, when a crash dump may
+    /// be reading it.
+    JLOG_INTERNAL static std::unique_ptr<Buffer> cleared(std::unique_ptr<Buffer> buffer);
     /// Makes room in a bounded queue for one more: gives up its oldest complete buffers.
     JLOG_INTERNAL void trimQueueLocked() JLOG_REQUIRES(mMutex);
 
@@ -213,6 +230,7 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
                             const void* address) JLOG_NO_THREAD_SAFETY_ANALYSIS;
     /// The last argument of setLogWriter(). Sequentially consistent, like sActiveLogger.
     std::atomic<const FileJLogWriter*> mLogWriter{nullptr};
+    std::atomic<uint32_t> mDroppedInHandlers{0};
     bool mQueueBounded JLOG_GUARDED_BY(mMutex){false};
     /// The kernel has refused a buffer, and an ERROR line has said so. Until a new one is there,
     /// recycled buffers take records.
