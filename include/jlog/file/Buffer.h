@@ -129,6 +129,9 @@ struct JLOG_EXPORT Buffer {
     /// Acquire: meets open(), so that the other members, and the zeros in the block, are visible.
     /// Nothing is released; the fields of a record are published by its type and by finishWriter().
     [[nodiscard]] bool reserve(BufferState request, BufferState& before) {
+        // For writing: with other callers around, the load would bring the line, and the exchange
+        // then wait for the right to write to it.
+        __builtin_prefetch(&state, 1);
         uint64_t seen = state.load(std::memory_order_relaxed);
         while (BufferState(seen + request.word()).isValidOpen()) {
             if (state.compare_exchange_weak(seen, seen + request.word(), std::memory_order_acquire,
