@@ -24,8 +24,9 @@
 /// A message whose level or module is off costs only its test: its arguments are not evaluated.
 /// (Name and request number of a scope always are.) Module and level are evaluated once. The
 /// library formats the text on the stack and cuts it after 1023 bytes. The macros work on any
-/// thread, but not in a signal handler. Use them in sources only: in an inline function of a
-/// header, the tag would be that of whichever source includes it.
+/// thread, but not in a signal handler, because they format like printf: there, call JLogger with a
+/// finished text. Use them in sources only: in an inline function of a header, the tag would be
+/// that of whichever source includes it.
 
 #include <cstdint>
 #include <type_traits>

@@ -48,9 +48,11 @@ enum JLogMode : uint32_t {
 /// module or a named level returns false, and entry points reach the Android log.
 ///
 /// Threads: any thread may call the static functions at any time, also before initialisation, after
-/// shut-down and during static destruction, but not in a signal handler, because a back end may
-/// lock. The functions themselves take no lock and allocate nothing. The installed logger must
-/// outlive the calls that use it: stop logging before the last JLogInitializer is destroyed.
+/// shut-down and during static destruction. The functions themselves take no lock and allocate
+/// nothing. In a signal handler the entry points for enter, exit and details are as safe as the
+/// back end: the file logger is made for it (FileJLoggerBase), the other ones are not. The
+/// installed logger must outlive the calls that use it: stop logging before the last
+/// JLogInitializer is destroyed.
 class JLOG_EXPORT JLogger {
   public:
     /// The longest text that logFormatted() makes, in bytes. No back end of the library keeps more.

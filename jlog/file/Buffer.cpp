@@ -158,7 +158,7 @@ std::unique_ptr<Buffer> BufferList::remove(Buffer* buffer) {
     Buffer* prev = buffer->prev.load(std::memory_order_relaxed);
     Buffer* next = buffer->next.load(std::memory_order_relaxed);
     // Sequentially consistent: a dump that still reaches the buffer has shut the CrashGate before,
-    // and the thread that is to reuse or free the buffer sees the gate shut.
+    // and the thread that is to clear or free the buffer sees the gate shut.
     (prev != nullptr ? prev->next : mFront).store(next, std::memory_order_seq_cst);
     (next != nullptr ? next->prev : mBack).store(prev, std::memory_order_seq_cst);
     // After the unlinking, so that a dump never counts too few.

@@ -86,8 +86,8 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// record and buffer afterwards.
     void publish(LogHeader* header, Buffer* buffer, RecordType type);
 
-    /// Returns an empty buffer: from the pool if that has one and no crash dump runs, otherwise a
-    /// new one; null without memory.
+    /// Returns a clear buffer, which is not open yet: from the pool, or a new one; null without
+    /// memory.
     std::unique_ptr<Buffer> allocEmptyBuffer() JLOG_REQUIRES(mMutex);
 
     /// Whether a record was reserved in the current buffer, complete or not.
