@@ -95,13 +95,16 @@ check_android_bp() {
 # all is check_abi.sh's to watch.) The constant is younger than this musl, and older than the kernels of
 # the devices.
 check_libc() {
-    local llvm units
+    local llvm units kernel=build/kernel
+    # The kernel's headers, without those of GNU's libc beside them.
+    mkdir -p "$kernel"
+    ln -sfn -t "$kernel" /usr/include/linux /usr/include/asm-generic "/usr/include/$(uname -m)-linux-gnu/asm"
     llvm=$(dirname "$(dirname "$(readlink -f "$(command -v clang++)")")")
     mapfile -t units < <(git ls-files 'jlog/*.cpp')
     printf '%s\0' "${units[@]}" | xargs -0 -P "$(nproc)" -n 4 clang++ -std=c++20 -fsyntax-only -Werror \
         --target="$(uname -m)-linux-musl" -nostdinc -D_LIBCPP_HAS_MUSL_LIBC -DMADV_POPULATE_WRITE=23 \
         -isystem "$llvm/include/c++/v1" -isystem "$(clang++ -print-resource-dir)/include" \
-        -isystem "/usr/include/$(uname -m)-linux-musl" -Iinclude -I. \
+        -isystem "/usr/include/$(uname -m)-linux-musl" -isystem "$kernel" -Iinclude -I. \
         -Iplatform/include -Iplatform/liblog/include
     echo "musl and libc++: ${#units[@]} sources of the library compile"
 }

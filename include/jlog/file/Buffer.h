@@ -34,10 +34,12 @@ class BufferState {
     static constexpr uint64_t kClosed = uint64_t{1} << 63;
     /// The consumer waits for the writers that are pending. Only in closed buffers.
     static constexpr uint64_t kAwaited = uint64_t{1} << 62;
+    /// What a writer that has ended takes off.
     static constexpr uint64_t kOneWriter = 1;
 
     /// An open buffer without records.
     constexpr BufferState() = default;
+    /// The state that `word` holds.
     constexpr explicit BufferState(uint64_t word) : mWord(word) {}
 
     /// One writer's request for `bytes`, with a serial number or without: the sum of a state and a
@@ -47,6 +49,7 @@ class BufferState {
                            (bytes / kRecordAlignment) << kUnitShift);
     }
 
+    /// The state as Buffer::state holds it.
     [[nodiscard]] constexpr uint64_t word() const { return mWord; }
     /// Writers that have reserved a record and not yet published it.
     [[nodiscard]] constexpr uint32_t pending() const { return mWord & kFieldMask; }
@@ -110,8 +113,9 @@ struct JLOG_EXPORT Buffer {
     std::atomic<Buffer*> prev{nullptr};
     /// The newer one.
     std::atomic<Buffer*> next{nullptr};
-    /// Where the head came from, and its neighbour in there while the buffer is freed.
+    /// Where the head came from.
     BufferStore* store{nullptr};
+    /// The next one of the store's heads that are free, while this is one of them.
     Buffer* nextFree{nullptr};
 
     /// Gives the records back to the kernel and the head to its store. There is no operator new: a
