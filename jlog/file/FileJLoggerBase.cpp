@@ -70,7 +70,7 @@ void copyText(char* out, const char* text, size_t count) {
 FileJLoggerBase::FileJLoggerBase() : mClockId(chooseClock()) {
     {
         const JLogLock lock(mMutex);
-        replaceCurrentLocked(nullptr, {});
+        fillSlotLocked({});
     }
     if (Buffer* buffer = mCurrent.current()) {
         buffer->makePages();
@@ -183,7 +183,7 @@ Buffer* FileJLoggerBase::reserveWithMutex(BufferState request, BufferState& befo
             retireCurrentLocked(request);
             isRetired = true;
         } else {
-            replaceCurrentLocked(nullptr, request);
+            fillSlotLocked(request);
         }
         before = {};
         buffer = mCurrent.get();
@@ -237,26 +237,25 @@ uint32_t FileJLoggerBase::retireCurrentLocked(BufferState first) {
     if (mQueueBounded && !CrashGate::isDumping()) {
         trimQueueLocked();
     }
-    Buffer* full = mCurrent.get();
-    const BufferState last = full->close();
-    mSerial = wrappingSum(full->serialBase, last.serials());
-    replaceCurrentLocked(full, first);
+    // Before the buffer is closed: while the kernel is asked for memory, others go on filling it.
+    std::unique_ptr<Buffer> empty = allocEmptyBuffer();
+    const BufferState last = mCurrent.get()->close();
+    mSerial = wrappingSum(mCurrent.get()->serialBase, last.serials());
+    Buffer* next = empty.get();
+    mFullBuffers.pushBackFrom(mCurrent, std::move(empty));
+    openLocked(next, first);
     return last.pending();
 }
 
-void FileJLoggerBase::replaceCurrentLocked(Buffer* full, BufferState first) {
-    std::unique_ptr<Buffer> empty = allocEmptyBuffer();
-    Buffer* next = empty.get();
-    if (next != nullptr) {
-        next->serialBase = mSerial;
-    }
-    if (full != nullptr) {
-        mFullBuffers.pushBackFrom(mCurrent, std::move(empty));
-    } else {
-        mCurrent.replace(std::move(empty));
-    }
-    if (next != nullptr) {
-        next->open(first);
+void FileJLoggerBase::fillSlotLocked(BufferState first) {
+    mCurrent.replace(allocEmptyBuffer());
+    openLocked(mCurrent.get(), first);
+}
+
+void FileJLoggerBase::openLocked(Buffer* current, BufferState first) {
+    if (current != nullptr) {
+        current->serialBase = mSerial;
+        current->open(first);
     }
 }
 

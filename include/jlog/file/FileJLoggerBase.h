@@ -208,9 +208,11 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
             JLOG_EXCLUDES(mMutex);
     /// Writes thread id and time.
     JLOG_INTERNAL void stamp(LogHeader& record) const;
-    /// Puts an empty buffer into the slot and opens it, with `first` reserved; without memory the
-    /// slot is empty. `full`, which may be null, is the current buffer, and goes to the queue.
-    JLOG_INTERNAL void replaceCurrentLocked(Buffer* full, BufferState first) JLOG_REQUIRES(mMutex);
+    /// Puts a buffer into the empty slot and opens it, with `first` reserved; the slot stays empty
+    /// without memory.
+    JLOG_INTERNAL void fillSlotLocked(BufferState first) JLOG_REQUIRES(mMutex);
+    /// Opens the buffer in the slot, which may be null.
+    JLOG_INTERNAL void openLocked(Buffer* current, BufferState first) JLOG_REQUIRES(mMutex);
     /// A buffer of fresh memory; null without memory.
     JLOG_INTERNAL std::unique_ptr<Buffer> newBufferLocked() JLOG_REQUIRES(mMutex);
     /// Clears a buffer that has left the queue. Null, and the buffer leaked, when a crash dump may
