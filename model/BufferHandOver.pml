@@ -3,43 +3,60 @@
  * FileAloneJLogger for the model checker spin, with the names of the C++ code.
  * scripts/check_model.sh searches every order in which the threads can take their steps.
  *
- * A step is atomic for the other threads: an atomic operation, or what a thread does while it holds
- * the mutex. A writer decrements pendingWriters without the mutex. So a section that loads that
- * word and then waits has two steps: the decrement may come between them.
+ * A step is atomic for the other threads. It has at most one access to a word that others may
+ * change meanwhile: a buffer's `state`, the slot, or the epoch of a condition variable. A thread
+ * that holds the mutex has such steps, too, because exchanges and decrements need no mutex. What
+ * only the holder may touch, and what belongs to one thread, joins the step before or behind it.
  *
- * Assumed: sequential consistency; ThreadSanitizer and the comments in the code argue the memory
- * orders. A wait unlocks the mutex and begins in one step. A notification ends a wait that has
- * begun, and is lost if there is none. A timed wait may end at any moment, also without a reason.
+ * Weak memory, with KNOWLEDGE: a non-atomic write is an event, and each thread has the set of the
+ * events that happen before its next step. A release adds the thread's set to that of the word, or
+ * replaces it if it is a plain store; an acquire adds the word's set to the thread's. A
+ * read-modify-write without a release leaves the word's set alone (a release sequence). The mutex
+ * does both. Each non-atomic access asserts that the thread knows of the writes that it depends on.
+ * A load that returns an old value is the same as an early load: other threads may take any number
+ * of steps before the value is used.
  *
- * Left out: sizes (all records are alike, and CAPACITY of them fill a buffer), text, files and
- * their errors, boost, serial numbers, who maps the pages, the crash dump and its gate, the logger
- * without a flush thread and its bounded queue. The pool keeps one buffer instead of three, so that
- * it also overflows. Only the dump depends on a type being stored last: the flush thread waits for
- * the count, and nothing here fails if the fill comes between type and count.
+ * Assumed: nothing else is reordered. A wait ends by itself once the epoch is no longer the one of
+ * its ticket. A timed wait may end at any moment, also without a reason.
+ *
+ * Left out: sizes (all records are alike, and CAPACITY of them fill a buffer), records without a
+ * serial number, text, files and their errors, boost, who maps the pages, the crash dump and its
+ * gate, the fences for it, the logger without a flush thread and its bounded queue. The pool keeps
+ * one buffer instead of three, so that it also overflows. A compare-exchange does not fail without
+ * a reason.
  *
  * Properties:
  *   P1  A rendered record is complete.
- *   P2  When the flush thread has ended, every record reserved before is rendered, once.
+ *   P2  When the flush thread has ended, every record reserved before its last look at the current
+ *       buffer is rendered, once.
  *   P3  When onFlush() returns because mFlushPending is false, every record reserved before its
- *       call is rendered and synced, but for those reserved after the thread's end, which stay in
- *       memory.
+ *       call is rendered and synced, but for those reserved after the thread's last look, which
+ *       stay in memory.
  *   P4  When the logger is to stop, the flush thread does not pause, and it ends only when slot and
  *       queue hold no records.
  *   P5  There is no deadlock, and all threads end. Without a stop the callers and every onFlush()
  *       end, and each record gets into the file. (The second by LTL, under weak fairness.)
  *   P6  A buffer is in one of slot, queue and pool. Only threads that are waited for touch it.
+ *   P7  Records get the serial numbers 1, 2, 3 ... in the order of their reservation, and are
+ *       rendered in this order.
+ *   P8  Every access that is not atomic happens after the writes that it depends on.
+ *   P9  A record is reserved only in the buffer in the slot, while that is open and has room.
+ *   P10 The records of a buffer are zero when it is opened.
+ *   P11 A record is dropped only without memory, or in a signal handler whose thread holds the
+ *       mutex. Such a handler never waits.
  *
  * Parameters, by -D:
  *   CALLERS, RECORDS   threads that log, and how many records each
  *   FLUSHERS, SECONDS  threads that call onFlush(), once each, and its argument
- *   CAPACITY, BUFFERS  records in a buffer, and buffers that the kernel has; if they are few, a
- *                      retirement finds none
+ *   CAPACITY, BUFFERS  records in a buffer, and heads in the store. If they are few, a retirement
+ *                      finds no memory.
+ *   HANDLER            a signal handler logs one record, on the first caller's thread, at any step
+ *   KNOWLEDGE          checks P8
  *   NO_STOP            onUninit() is not called
  *   YIELD              the flush interval is below 1
  *   UNTIMED_PAUSE      only a notification ends the idle pause
  *   UNTIMED_FLUSH      ... the wait of onFlush(), which then never gives up
  *   UNTIMED_WRITERS    ... the wait for pending writers
- *   NOTIFY_LOCKED      the last writer of a buffer notifies with the mutex
  *   STRICT_FLUSH       P3 covers every record
  *   LIVENESS           has the LTL formula of P5
  *   FULL_ONLY          ... which then, without a stop, asks only for the buffers that are full
@@ -62,7 +79,7 @@
 #define CAPACITY 2
 #endif
 #ifndef BUFFERS
-#define BUFFERS 5
+#define BUFFERS 4
 #endif
 #ifndef MUTANT
 #define MUTANT 0
@@ -85,38 +102,63 @@
 #endif
 
 #define NONE 15
-#define kFull 8
 
 /* Always 0: in the message of a failed assertion they name the property. */
-hidden byte P1_COMPLETE, P2_ONCE, P3_FLUSHED, P4_STOP, P6_OWNED;
+hidden byte P1_COMPLETE, P2_ONCE, P3_FLUSHED, P4_STOP, P6_OWNED, P7_ORDER, P8_KNOWN, P9_OPEN,
+        P10_ZERO, P11_KEPT;
 
+/* The word `state`. The serials of a buffer are as many as its units. */
+#define kPendingMask 7
+#define kUnit 8
+#define kAwaited 64
+#define kClosed 128
+#define kRequest (kUnit | 1)
+#define pending(word) ((word) & kPendingMask)
+#define units(word) (((word) & (kAwaited - 1)) / kUnit)
+#if MUTANT == 34
+#define fits(word) (word < kClosed)
+#else
+#define fits(word) (word < kClosed && units(word) < CAPACITY)
+#endif
+
+/* KERNEL: the head is in the store's free list, and has no records. SLOT: it is open, too. */
 mtype:place = { KERNEL, HAND, SLOT, QUEUE, POOL };
 
 typedef Buffer {
     mtype:place place;
-    byte pendingWriters;
-    byte end; /* writePtr */
+    byte state;
+    byte firstSerial; /* the last one before this buffer */
     byte record[CAPACITY]
 }
 
 Buffer buffers[BUFFERS];
 
 /* The members of the logger, from the start of the thread on. */
-bool mMutex; /* is held */
-byte mCurrent = NONE;
+byte mMutex = NONE; /* the thread that holds it */
+byte mCurrent;
 chan mFullBuffers = [BUFFERS] of { byte };
 byte mEmptyBuffers = NONE; /* the only one */
+byte mSerial;
 bool mRunning = true;
 bool mThread = true;
 bool mFlushPending;
 
-/* The condition variables, one per waiter: mCond of the flush thread, mFlushDone of onFlush(). */
-mtype:waiter = { AWAKE, WAITING, NOTIFIED };
-mtype:waiter mCond = AWAKE;
-mtype:waiter mFlushDone[FLUSHERS] = AWAKE;
+/* The condition variables, one per waiter: mCond of the flush thread, mFlushDone of onFlush(). The
+   epoch is compared with the one ticket that its waiter has. */
+mtype:epoch = { NO_TICKET, SAME, MOVED };
+mtype:epoch mCond = NO_TICKET;
+mtype:epoch mFlushDone[FLUSHERS + 1] = NO_TICKET; /* one more, as an array cannot be empty */
+
+/* Threads. A handler has the number of the caller whose thread it runs on. */
+#define kFlushThread CALLERS
+#define kFirstFlusher (CALLERS + 1)
+#define kStopper (CALLERS + FLUSHERS + 1)
+#define THREADS (CALLERS + FLUSHERS + 2)
+#define kFirstCallerPid 1
+bool interrupted; /* the first caller stands still */
 
 /* Sets of records, for the properties. */
-unsigned reserved : 8; /* before the flush thread's end */
+unsigned reserved : 8; /* before the flush thread's last look */
 unsigned late : 8;     /* reserved after it */
 unsigned filled : 8;
 unsigned complete : 8; /* their type is stored */
@@ -124,48 +166,89 @@ unsigned rendered : 8;
 unsigned synced : 8;
 #define with(records, r) (records | (1 << r))
 
+byte lastReserved; /* serial numbers */
+byte lastRendered;
 bool threadEnded;
 byte callersEnded;
 
 /* Scratch, within a step. */
 hidden byte i;
 hidden byte one;
-hidden byte pending;
+
+#ifdef KNOWLEDGE
+/* One event for each buffer, the last write to its head or memory outside of records, and one for
+   each record. */
+#define buffersEvent(b) (1 << (b))
+#define recordsEvent(r) (1 << (BUFFERS + (r)))
+short threadKnows[THREADS];
+short stateKnows[BUFFERS];
+short slotKnows;
+short mutexKnows;
+
+inline acquire(word) { threadKnows[thread] = threadKnows[thread] | word }
+inline release(word) { word = word | threadKnows[thread] }
+inline storeRelease(word) { word = threadKnows[thread] }
+inline storeRelaxed(word) { word = 0 }
+inline mustKnow(event) { assert(P8_KNOWN || (threadKnows[thread] & (event)) != 0) }
+
+/* Nobody else knows of the write, which nobody may do without the one before. */
+inline write(b) {
+    mustKnow(buffersEvent(b));
+    forget(buffersEvent(b));
+    threadKnows[thread] = threadKnows[thread] | buffersEvent(b)
+}
+
+inline writeRecord(r) { threadKnows[thread] = threadKnows[thread] | recordsEvent(r) }
+
+#define forgetAll() threadKnows[thread] = 0
+
+inline forget(event) {
+    for (i : 0 .. THREADS - 1) {
+        threadKnows[i] = threadKnows[i] & ~(event)
+    }
+    for (i : 0 .. BUFFERS - 1) {
+        stateKnows[i] = stateKnows[i] & ~(event)
+    }
+    slotKnows = slotKnows & ~(event);
+    mutexKnows = mutexKnows & ~(event)
+}
+#else
+#define acquire(word) skip
+#define release(word) skip
+#define storeRelease(word) skip
+#define storeRelaxed(word) skip
+#define mustKnow(event) skip
+#define write(b) skip
+#define writeRecord(r) skip
+#define forgetAll() skip
+#define forget(event) skip
+#endif
 
 inline lock() {
-    !mMutex;
-    mMutex = true
+    mMutex == NONE;
+    mMutex = thread;
+    acquire(mutexKnows)
 }
 
 inline unlock() {
-    mMutex = false
+    storeRelease(mutexKnows);
+    mMutex = NONE
 }
 
-inline beginWait(condition) {
-    atomic {
-        condition = WAITING;
-        unlock()
-    }
+inline ticket(condition) {
+    condition = SAME
 }
 
 inline endWait(condition, timed) {
-    !mMutex && (condition == NOTIFIED || timed);
+    mMutex == NONE && (condition == MOVED || timed);
     lock()
 }
 
 inline notify(condition) {
     if
-    :: condition == WAITING -> condition = NOTIFIED
+    :: condition == SAME -> condition = MOVED
     :: else
     fi
-}
-
-inline reset(b) {
-    buffers[b].pendingWriters = 0;
-    buffers[b].end = 0;
-    for (i : 0 .. CAPACITY - 1) {
-        buffers[b].record[i] = NONE
-    }
 }
 
 inline move(b, from, to) {
@@ -173,7 +256,14 @@ inline move(b, from, to) {
     buffers[b].place = to
 }
 
-/* Takes the lowest free address, so that it is soon used again. */
+inline clear(b) {
+    write(b);
+    for (i : 0 .. CAPACITY - 1) {
+        buffers[b].record[i] = NONE
+    }
+}
+
+/* Takes the lowest free head, so that it is soon used again. */
 inline newBuffer(b) {
     b = 0;
     do
@@ -181,7 +271,9 @@ inline newBuffer(b) {
     :: else -> break
     od;
     if
-    :: b < BUFFERS -> move(b, KERNEL, HAND)
+    :: b < BUFFERS ->
+        move(b, KERNEL, HAND);
+        write(b) /* data */
     :: else -> b = NONE
     fi
 }
@@ -191,31 +283,92 @@ inline allocEmptyBuffer(b) {
     :: mEmptyBuffers != NONE ->
         b = mEmptyBuffers;
         mEmptyBuffers = NONE;
-        move(b, POOL, HAND);
-#if MUTANT != 1
-        reset(b)
-#endif
+        move(b, POOL, HAND)
     :: else -> newBuffer(b)
-    fi
-}
-
-inline replaceCurrent() {
-    allocEmptyBuffer(mCurrent);
+    fi;
     if
-    :: mCurrent != NONE -> move(mCurrent, HAND, SLOT)
+    :: b != NONE ->
+        write(b);
+        buffers[b].firstSerial = mSerial
     :: else
     fi
 }
 
-#define currentHoldsRecordsLocked() (mCurrent != NONE && buffers[mCurrent].end > 0)
+#define currentHoldsRecordsLocked() (mCurrent != NONE && units(buffers[mCurrent].state) > 0)
 
-/* Returns its result in `pending`. */
-inline retireCurrentLocked() {
-    pending = buffers[mCurrent].pendingWriters;
-    buffers[mCurrent].pendingWriters = pending | kFull;
+inline takeSerials() {
+    mSerial = buffers[mCurrent].firstSerial + units(buffers[mCurrent].state)
+}
+
+/* The first step of a retirement, together with allocEmptyBuffer(buffer). Leaves the state from
+   before in `before`. */
+inline closeCurrent() {
+    assert(P6_OWNED || mMutex == thread);
+    before = buffers[mCurrent].state;
+#if MUTANT != 21 && MUTANT != 22
+    buffers[mCurrent].state = before | kClosed;
+#endif
+#if MUTANT != 31
+    acquire(stateKnows[mCurrent]);
+#endif
+    mustKnow(buffersEvent(mCurrent));
+#if MUTANT == 26
+    if
+    :: thread < CALLERS -> takeSerials()
+    :: else
+    fi;
+#else
+    takeSerials();
+#endif
     move(mCurrent, SLOT, QUEUE);
-    mFullBuffers!mCurrent;
-    replaceCurrent()
+    mFullBuffers!mCurrent
+}
+
+/* The second. */
+inline putIntoSlot() {
+    atomic {
+#if MUTANT == 22
+        buffers[mCurrent].state = buffers[mCurrent].state | kClosed;
+#endif
+        mCurrent = buffer;
+        release(slotKnows)
+    }
+}
+
+/* The third, if there is a successor. Of a caller its own request is in it. */
+inline open(request) {
+    for (i : 0 .. CAPACITY - 1) {
+        assert(P10_ZERO || buffers[buffer].record[i] == NONE)
+    }
+    move(buffer, HAND, SLOT);
+    buffers[buffer].state = request;
+#if MUTANT == 28
+    storeRelaxed(stateKnows[buffer])
+#else
+    storeRelease(stateKnows[buffer])
+#endif
+}
+
+/* The first two. */
+inline retireCurrentLocked() {
+#if MUTANT == 26
+    atomic { takeSerials() }
+#endif
+    atomic {
+        closeCurrent();
+        allocEmptyBuffer(buffer)
+    }
+#if MUTANT == 23
+    atomic { openEmpty() }
+#endif
+    putIntoSlot()
+}
+
+inline openEmpty() {
+    if
+    :: buffer != NONE -> open(0)
+    :: else
+    fi
 }
 
 inline finishFlushLocked() {
@@ -229,113 +382,230 @@ inline finishFlushLocked() {
     fi
 }
 
+/* Loads the state. Of one that has no room nothing else matters. */
+inline look() {
+    if
+    :: buffer != NONE ->
+        seen = buffers[buffer].state;
+#if MUTANT == 25
+        first = buffers[buffer].firstSerial
+#endif
+    :: else -> seen = kClosed
+    fi;
+    if
+    :: fits(seen)
+    :: else ->
+        buffer = NONE;
+        seen = kClosed
+    fi
+}
+
+/* Part of the step that makes the reservation. */
+inline countReserved() {
+    assert(P9_OPEN || (mCurrent == buffer && buffers[buffer].place == SLOT && at < CAPACITY));
+    lastReserved++;
+    serial = lastReserved;
+    if
+    :: threadEnded -> late = with(late, record)
+    :: else -> reserved = with(reserved, record)
+    fi
+}
+
+inline mayTouch() {
+    assert(P6_OWNED || buffers[buffer].place == SLOT || buffers[buffer].place == QUEUE)
+}
+
+#if MUTANT == 25
+#define firstSerialOfBuffer first
+#else
+#define firstSerialOfBuffer buffers[buffer].firstSerial
+#endif
+
+inline fill() {
+    mayTouch();
+    mustKnow(buffersEvent(buffer));
+    assert(P7_ORDER || firstSerialOfBuffer + at + 1 == serial);
+    buffers[buffer].record[at] = record;
+    writeRecord(record)
+}
+
 inline publishType() {
     atomic {
         mayTouch();
+        assert(P6_OWNED || buffers[buffer].record[at] == record);
         complete = with(complete, record)
     }
 }
 
 inline finishWriter() {
-    atomic {
-        mayTouch();
-        before = buffers[buffer].pendingWriters;
-        buffers[buffer].pendingWriters--
-    }
+    before = buffers[buffer].state;
+    assert(P6_OWNED || pending(before) > 0);
+    buffers[buffer].state--;
+#if MUTANT != 29
+    release(stateKnows[buffer])
+#endif
 }
 
-inline mayTouch() {
-    assert(P6_OWNED || ((buffers[buffer].place == SLOT || buffers[buffer].place == QUEUE) &&
-                        buffers[buffer].record[at] == record))
-}
-
-/* A thread that logs the records from `record` on. */
-proctype Caller(byte record; byte end) {
+/* A thread that logs the records from `record` on; or, nested, a signal handler on such a thread. */
+proctype Caller(byte thread; byte record; byte end; bool nested)
+        provided(!interrupted || _pid != kFirstCallerPid) {
     byte buffer = NONE;
+    byte seen;
     byte at; /* index of its record; not `place`, which spin would take for the field */
-    byte before; /* pendingWriters, at the decrement */
+    byte serial;
+#if MUTANT == 25
+    byte first;
+#endif
+    byte before;
+    bool locked;
     bool retired;
 
-    do
-    :: atomic { /* allocLogSpace */
-            lock();
+reserve:
+    atomic {
+        assert(nested || thread != 0 || _pid == kFirstCallerPid);
+        if
+        :: nested -> interrupted = true
+        :: else
+        fi;
+        buffer = mCurrent;
+        acquire(slotKnows)
+    }
+load:
+    atomic { look() }
+    if
+    :: atomic {
+            fits(seen) && buffers[buffer].state == seen ->
+            buffers[buffer].state = seen + kRequest;
+#if MUTANT != 27
+            acquire(stateKnows[buffer]);
+#endif
+            at = units(seen);
+            countReserved();
             if
-            :: mCurrent == NONE -> replaceCurrent()
-            :: mCurrent != NONE && buffers[mCurrent].end == CAPACITY ->
-                retireCurrentLocked();
+            :: locked -> unlock()
+            :: else
+            fi;
+            seen = 0;
+            locked = false;
+            goto reservedSpace
+        }
+    :: atomic {
+            fits(seen) && buffers[buffer].state != seen ->
+            seen = 0;
+            goto load
+        }
+    :: atomic { /* the slow path */
+            !fits(seen) && !locked && mMutex == NONE ->
+            lock();
+            locked = true;
+            buffer = mCurrent;
+            goto load
+        }
+    :: atomic { /* ... of a handler whose thread is inside */
+            !fits(seen) && !locked && (mMutex == thread || MUTANT == 33) && MUTANT != 32 ->
+            goto drop
+        }
+    :: atomic {
+            !fits(seen) && locked ->
+            if
+            :: mCurrent != NONE ->
+                closeCurrent();
                 retired = true
             :: else
             fi;
-            buffer = mCurrent;
-            if
-            :: buffer != NONE ->
-                at = buffers[buffer].end;
-                buffers[buffer].record[at] = record;
-                buffers[buffer].pendingWriters++;
-                buffers[buffer].end++;
-                if
-                :: threadEnded -> late = with(late, record)
-                :: else -> reserved = with(reserved, record)
-                fi
-            :: else /* no memory: the record is dropped */
-            fi;
-            unlock()
+            allocEmptyBuffer(buffer)
         }
-        atomic {
-            if
-            :: retired && MUTANT != 17 -> notify(mCond)
-            :: else
-            fi;
-            retired = false;
-            if
-            :: buffer == NONE -> goto next
-            :: else
-            fi;
+    fi;
+    putIntoSlot();
+    atomic {
+        if
+        :: buffer == NONE ->
+            unlock();
+            goto drop
+        :: else
+        fi;
+#if MUTANT == 20
+        open(kUnit);
+#else
+        open(kRequest);
+#endif
+        at = 0;
+        countReserved();
+#if MUTANT == 25
+        first = buffers[buffer].firstSerial;
+#endif
+        seen = 0;
+        before = 0;
+        locked = false;
+        unlock()
+    }
+reservedSpace:
+    atomic {
+        if
+        :: retired && MUTANT != 16 -> notify(mCond)
+        :: else
+        fi;
+        retired = false;
+        fill();
 #if MUTANT != 3
-            filled = with(filled, record)
+        filled = with(filled, record)
 #endif
-        }
+    }
 #if MUTANT != 2
-        publishType();
+    publishType();
 #endif
+    atomic {
         finishWriter();
+        if
+        :: (before & (kAwaited | kPendingMask)) == (kAwaited | 1) || MUTANT == 2 || MUTANT == 3
+        :: else -> goto next
+        fi
+    }
 #if MUTANT == 2
-        publishType();
+    publishType();
 #elif MUTANT == 3
-        filled = with(filled, record);
-#elif MUTANT == 4
-        atomic {
-            mayTouch();
-            before = (buffers[buffer].pendingWriters == kFull -> (kFull | 1) : 0)
+    filled = with(filled, record);
+#endif
+    atomic {
+#if MUTANT != 17
+        notify(mCond);
+#endif
+        goto next;
+drop:
+        if
+        :: retired -> notify(mCond)
+        :: else
+        fi;
+        for (i : 0 .. BUFFERS - 1) {
+            assert(P11_KEPT || mMutex == thread ||
+                   (buffers[i].place != KERNEL && buffers[i].place != POOL))
         }
-#endif
-        atomic {
-            if
-            :: before == (kFull | 1) ->
-#ifdef NOTIFY_LOCKED
-                !mMutex;
-#endif
-                notify(mCond)
-            :: else
-            fi;
 next:
-            buffer = NONE;
-            at = 0;
-            before = 0;
-            record++;
-            if
-            :: record == end ->
-                callersEnded++;
-                break
-            :: else
-            fi
-        }
-    od
+        buffer = NONE;
+        seen = 0;
+        at = 0;
+        serial = 0;
+        before = 0;
+        locked = false;
+        retired = false;
+        record++;
+        if
+        :: record < end -> goto reserve
+        :: else
+        fi;
+        callersEnded++;
+        if
+        :: nested -> interrupted = false
+        :: else -> forgetAll()
+        fi
+    }
 }
 
 /* A thread that calls onFlush(SECONDS). */
-proctype Flusher(byte id) {
+proctype Flusher(byte thread; byte id) {
     unsigned due : 8; /* reserved before the call */
+    byte buffer = NONE;
+    byte before;
     byte second;
 
     atomic {
@@ -347,12 +617,25 @@ proctype Flusher(byte id) {
         due = reserved;
 #endif
         if
-        :: currentHoldsRecordsLocked() && MUTANT != 5 -> retireCurrentLocked()
-        :: else
-        fi;
+        :: currentHoldsRecordsLocked() && MUTANT != 4
+        :: else -> goto wake
+        fi
+    }
+    retireCurrentLocked();
+    atomic {
+#if MUTANT == 23
+        skip;
+#else
+        openEmpty();
+#endif
+wake:
+        buffer = NONE;
+        before = 0;
         notify(mCond);
         if
-        :: mThread -> beginWait(mFlushDone[id])
+        :: mThread ->
+            ticket(mFlushDone[id]);
+            unlock()
         :: else ->
             unlock();
             goto end
@@ -362,14 +645,16 @@ proctype Flusher(byte id) {
     :: atomic {
             endWait(mFlushDone[id], kSecondEnds);
             if
-            :: mFlushDone[id] == NOTIFIED || kSecondEnds
+            :: mFlushDone[id] == MOVED || kSecondEnds
             :: kSecondEnds -> second++
             fi;
-            mFlushDone[id] = AWAKE;
             if
-            :: mFlushPending && second < SECONDS -> beginWait(mFlushDone[id])
+            :: mFlushPending && second < SECONDS ->
+                ticket(mFlushDone[id]);
+                unlock()
             :: else ->
                 assert(P3_FLUSHED || mFlushPending || (due & ~synced) == 0);
+                mFlushDone[id] = NO_TICKET;
                 unlock();
                 break
             fi
@@ -379,20 +664,21 @@ end:
     atomic {
         due = 0;
         second = 0;
-        callersEnded++
+        callersEnded++;
+        forgetAll()
     }
 }
 
 /* The thread that calls onUninit(). */
-proctype Stopper() {
-#if MUTANT == 6
+proctype Stopper(byte thread) {
+#if MUTANT == 5
     mRunning = false;
     atomic { notify(mCond) }
 #else
     atomic {
         lock();
         mRunning = false;
-#if MUTANT != 7
+#if MUTANT != 6
         notify(mCond);
 #endif
         unlock()
@@ -402,27 +688,28 @@ proctype Stopper() {
     atomic {
         lock();
         mThread = false;
-#if MUTANT != 8
+#if MUTANT != 7
         finishFlushLocked();
 #endif
         assert(P2_ONCE || rendered == reserved);
-        unlock()
+        unlock();
+        forgetAll()
     }
 }
 
-#define stopDueLocked() (!mRunning && (!currentHoldsRecordsLocked() || MUTANT == 9))
-#define writersPending(b) (buffers[b].pendingWriters & (kFull - 1))
+#define stopDueLocked() (!mRunning && (!currentHoldsRecordsLocked() || MUTANT == 8))
 
-inline prepareBuffer() {
+inline prepareBuffers() {
     atomic {
-        !mMutex;
+        lock();
         if
         :: mEmptyBuffers == NONE -> newBuffer(buffer)
         :: else
-        fi
+        fi;
+        unlock()
     }
     atomic {
-        !mMutex;
+        lock();
         if
         :: buffer != NONE ->
             assert(P6_OWNED || mEmptyBuffers == NONE); /* No other thread fills the pool. */
@@ -430,21 +717,27 @@ inline prepareBuffer() {
             mEmptyBuffers = buffer;
             buffer = NONE
         :: else
-        fi
+        fi;
+        unlock()
     }
 }
 
 inline renderBuffer() {
     atomic {
         assert(P6_OWNED || buffers[buffer].place == QUEUE);
-        for (i : 0 .. buffers[buffer].end - 1) {
-            one = 1 << buffers[buffer].record[i];
-            assert(P1_COMPLETE || (complete & filled & one) != 0);
-            assert(P2_ONCE || (rendered & one) == 0);
-            rendered = rendered | one
+        mustKnow(buffersEvent(buffer));
+        for (at : 0 .. units(buffers[buffer].state) - 1) {
+            record = buffers[buffer].record[at];
+            assert(P1_COMPLETE || record != NONE && (complete & filled & (1 << record)) != 0);
+            mustKnow(recordsEvent(record));
+            assert(P2_ONCE || (rendered & (1 << record)) == 0);
+            lastRendered++;
+            assert(P7_ORDER || buffers[buffer].firstSerial + at + 1 == lastRendered);
+            rendered = with(rendered, record);
+            forget(recordsEvent(record))
         }
         if
-        :: remaining == 0 && (mFlushPending || MUTANT != 10) -> synced = rendered
+        :: remaining == 0 && (mFlushPending || MUTANT != 9) -> synced = rendered
         :: else
         fi
     }
@@ -454,26 +747,49 @@ inline recycleFront() {
     atomic {
         lock();
         mFullBuffers?buffer;
-        move(buffer, QUEUE, POOL);
+        move(buffer, QUEUE, HAND);
+        unlock()
+    }
+    atomic {
+#if MUTANT != 1
+        clear(buffer);
+#endif
+#if MUTANT == 24
+        buffers[buffer].state = 0;
+#else
+        buffers[buffer].state = kClosed;
+#endif
+        storeRelaxed(stateKnows[buffer])
+    }
+    atomic {
+        lock();
         if
-        :: mEmptyBuffers != NONE ->
-            move(mEmptyBuffers, POOL, KERNEL);
-            reset(mEmptyBuffers) /* The kernel gives it out empty. */
-        :: else
+        :: mEmptyBuffers == NONE ->
+            move(buffer, HAND, POOL);
+            mEmptyBuffers = buffer
+        :: else -> move(buffer, HAND, KERNEL)
         fi;
-        mEmptyBuffers = buffer;
         unlock()
     }
 }
 
-/* flushThreadEntry(). Labels are the functions of one pass. A jump from one atomic block into
-   another stays within the step. A block that does not end in unlock() or beginWait() leaves the
-   mutex held for the next. */
-proctype FlushThread() {
+inline stopLocked() {
+    assert(P4_STOP || (len(mFullBuffers) == 0 && !currentHoldsRecordsLocked()));
+    finishFlushLocked();
+    threadEnded = true;
+    unlock()
+}
+
+/* flushThreadEntry(). Labels are the functions of one pass. A block that does not end in unlock()
+   leaves the mutex held for the next. */
+proctype FlushThread(byte thread) {
     byte buffer = NONE;
     byte remaining;
+    byte before;
+    byte at;
+    byte record;
 
-    prepareBuffer();
+    prepareBuffers();
 nextBuffer:
     atomic {
         lock();
@@ -481,18 +797,20 @@ nextBuffer:
         remaining = 0;
 decideLocked:
         if
-        :: len(mFullBuffers) > 0 -> goto awaitFrontWritersLocked
-        :: len(mFullBuffers) == 0 && stopDueLocked() -> goto stop
+        :: len(mFullBuffers) > 0 -> goto awaitWriters
+        :: len(mFullBuffers) == 0 && stopDueLocked() ->
+            stopLocked();
+            goto end
         :: else
         fi;
-#if MUTANT != 11
+#if MUTANT != 10
         finishFlushLocked(); /* idleStepLocked */
 #endif
         if
-        :: mRunning || MUTANT == 12
-        :: else -> goto retire
+        :: mRunning || MUTANT == 11
+        :: else -> goto lookAtCurrent
         fi
-#if MUTANT == 6 /* Only this one stores mRunning between the look at it and the pause. */
+#if MUTANT == 5 /* Only this one stores mRunning between the look at it and the pause. */
     }
     atomic {
 #else
@@ -503,59 +821,66 @@ decideLocked:
         unlock()
     }
 #else
-        beginWait(mCond) /* pauseLocked */
+        ticket(mCond); /* pauseLocked */
+        unlock()
     }
     atomic {
         endWait(mCond, kPauseEnds);
-        mCond = AWAKE;
+        mCond = NO_TICKET;
         unlock() /* for refreshLocalTime */
     }
 #endif
     atomic {
         lock();
         if
-        :: len(mFullBuffers) > 0 -> goto awaitFrontWritersLocked
-        :: len(mFullBuffers) == 0 && stopDueLocked() -> goto stop
+        :: len(mFullBuffers) > 0 -> goto awaitWriters
+        :: len(mFullBuffers) == 0 && stopDueLocked() ->
+            stopLocked();
+            goto end
         :: else
         fi;
-retire:
+lookAtCurrent:
         if
         :: !currentHoldsRecordsLocked() -> goto decideLocked
         :: else
-        fi;
-        retireCurrentLocked();
+        fi
+    }
+    retireCurrentLocked();
+    atomic {
+#if MUTANT == 23
+        skip;
+#else
+        openEmpty();
+#endif
         if
-        :: pending == 0 || MUTANT == 13 -> goto take
+        :: pending(before) == 0 || MUTANT == 12 -> goto take
         :: else
         fi
     }
-    beginWait(mCond);
-    atomic {
-        endWait(mCond, kWritersWaitEnds);
-        mCond = AWAKE;
-        goto decideLocked
-    }
 
-awaitFrontWritersLocked:
+awaitWriters:
+#if MUTANT != 19
+    atomic { ticket(mCond) }
+#endif
     atomic {
         mFullBuffers?<buffer>;
+        before = buffers[buffer].state;
+#if MUTANT != 18
+        buffers[buffer].state = before | kAwaited;
+#endif
+#if MUTANT != 30
+        acquire(stateKnows[buffer]);
+#endif
         if
-        :: writersPending(buffer) == 0 || MUTANT == 14 -> goto take
+        :: pending(before) > 0 && MUTANT != 13 -> goto sleep
         :: else
-        fi
-    }
-    beginWait(mCond);
-    atomic {
-        endWait(mCond, kWritersWaitEnds);
-        mCond = AWAKE;
-        goto awaitFrontWritersLocked
-    }
-
+        fi;
 take:
-    atomic {
         mFullBuffers?<buffer>;
         remaining = len(mFullBuffers) - 1;
-#if MUTANT == 15
+        before = 0;
+        mCond = NO_TICKET;
+#if MUTANT == 14
         if
         :: remaining == 0 -> finishFlushLocked()
         :: else
@@ -563,48 +888,72 @@ take:
 #endif
         unlock()
     }
-#if MUTANT == 16
+#if MUTANT == 15
     recycleFront();
+#endif
     renderBuffer();
-#else
-    renderBuffer();
+#if MUTANT != 15
     recycleFront();
 #endif
     goto nextBuffer;
 
-stop:
+sleep:
     atomic {
-        assert(P4_STOP || (len(mFullBuffers) == 0 && !currentHoldsRecordsLocked()));
-        finishFlushLocked();
-        threadEnded = true;
-        buffer = NONE;
+#if MUTANT == 19
+        ticket(mCond);
+#endif
         unlock()
     }
+    atomic {
+        endWait(mCond, kWritersWaitEnds);
+        goto awaitWriters
+    }
+
+end:
+    skip
 }
 
 init {
     atomic {
         for (one : 0 .. BUFFERS - 1) {
             buffers[one].place = KERNEL;
-            reset(one)
+            buffers[one].state = kClosed;
+            for (i : 0 .. CAPACITY - 1) {
+                buffers[one].record[i] = NONE
+            }
         }
-        mCurrent = 0;
         buffers[mCurrent].place = SLOT;
-        run FlushThread();
-        for (one : 0 .. CALLERS - 1) {
-            run Caller(one * RECORDS, (one + 1) * RECORDS)
+        buffers[mCurrent].state = 0;
+#ifdef KNOWLEDGE
+        /* All threads are created after the logger. */
+        mutexKnows = (1 << BUFFERS) - 1;
+        stateKnows[mCurrent] = mutexKnows;
+        for (one : 0 .. THREADS - 1) {
+            threadKnows[one] = mutexKnows
         }
+#endif
+        for (one : 0 .. CALLERS - 1) {
+            run Caller(one, one * RECORDS, (one + 1) * RECORDS, false)
+        }
+        run FlushThread(kFlushThread);
+#ifdef HANDLER
+        run Caller(0, CALLERS * RECORDS, CALLERS * RECORDS + 1, true);
+#endif
         for (one : 0 .. FLUSHERS - 1) {
-            run Flusher(one)
+            run Flusher(kFirstFlusher + one, one)
         }
 #ifndef NO_STOP
-        run Stopper()
+        run Stopper(kStopper)
 #endif
     }
 }
 
 #ifdef LIVENESS
+#ifdef HANDLER
+#define callersDone (callersEnded == CALLERS + FLUSHERS + 1)
+#else
 #define callersDone (callersEnded == CALLERS + FLUSHERS)
+#endif
 #if defined(FULL_ONLY)
 ltl P5_ALL_END { <> (callersDone && len(mFullBuffers) == 0) }
 #elif defined(NO_STOP)

@@ -19,52 +19,75 @@ fi
 
 # "parameters | what is special", the longest first.
 searches=(
-    "CALLERS=3 RECORDS=1 | three callers"
-    "CAPACITY=1 BUFFERS=6 | a buffer for each record"
     " | two callers, two records each"
-    "FLUSHERS=2 RECORDS=1 CAPACITY=1 | two flushes"
-    "YIELD RECORDS=1 CAPACITY=1 | no idle pause"
-    "SECONDS=2 RECORDS=1 CAPACITY=1 | a flush that waits twice"
+    "CALLERS=3 RECORDS=1 | three callers"
+    "HANDLER FLUSHERS=0 BUFFERS=3 | a signal handler logs"
+    "HANDLER RECORDS=1 CAPACITY=1 BUFFERS=2 | ... short of memory, with a flush"
     "BUFFERS=2 | short of memory"
     "BUFFERS=1 | a single buffer"
-    "UNTIMED_PAUSE UNTIMED_FLUSH | only the wait for writers is timed"
-    "UNTIMED_PAUSE UNTIMED_FLUSH UNTIMED_WRITERS NOTIFY_LOCKED | nothing is timed, writers notify locked"
+    "FLUSHERS=2 RECORDS=1 CAPACITY=1 | two flushes"
+    "UNTIMED_PAUSE UNTIMED_FLUSH UNTIMED_WRITERS | nothing is timed"
+    "UNTIMED_PAUSE UNTIMED_FLUSH UNTIMED_WRITERS HANDLER RECORDS=1 CAPACITY=1 | ... and a signal handler logs"
+    "KNOWLEDGE HANDLER FLUSHERS=0 RECORDS=1 CAPACITY=1 BUFFERS=3 | memory orders, a signal handler logs"
+    "KNOWLEDGE FLUSHERS=0 BUFFERS=3 | memory orders, two records each"
+    "KNOWLEDGE FLUSHERS=0 CALLERS=3 RECORDS=1 BUFFERS=3 | memory orders, three callers"
+    "KNOWLEDGE RECORDS=1 CAPACITY=1 | memory orders, a flush"
+    "KNOWLEDGE FLUSHERS=0 CAPACITY=1 BUFFERS=2 | memory orders, short of memory"
+    "FLUSHERS=0 CAPACITY=1 BUFFERS=6 | a buffer for each record"
+    "YIELD RECORDS=1 CAPACITY=1 | no idle pause"
+    "SECONDS=2 RECORDS=1 CAPACITY=1 | a flush that waits twice"
     "LIVENESS RECORDS=1 CAPACITY=1 | all end after a stop"
-    "LIVENESS BUFFERS=2 RECORDS=1 CAPACITY=1 | ... short of memory"
+    "LIVENESS HANDLER FLUSHERS=0 RECORDS=1 CAPACITY=1 BUFFERS=2 | ... short of memory, a signal handler logs"
     "LIVENESS NO_STOP UNTIMED_FLUSH RECORDS=1 | all get into the file without one"
-    "LIVENESS NO_STOP UNTIMED_FLUSH FLUSHERS=2 CALLERS=1 | ... and two flushes end"
+    "LIVENESS NO_STOP UNTIMED_FLUSH UNTIMED_WRITERS FLUSHERS=2 CALLERS=1 | ... and two flushes end"
     "LIVENESS NO_STOP UNTIMED_FLUSH YIELD RECORDS=1 | ... without an idle pause"
-    "LIVENESS NO_STOP UNTIMED_FLUSH UNTIMED_PAUSE FULL_ONLY | ... full buffers by notifications alone"
+    "LIVENESS NO_STOP UNTIMED_PAUSE UNTIMED_WRITERS FULL_ONLY FLUSHERS=0 | ... full buffers by notifications alone"
 )
 
 # "parameters | what spin has to report | the fault"; an end state and a cycle are against P5.
 faults=(
-    "MUTANT=1 | P2_ONCE | a buffer of the pool is used again as it is"
+    "MUTANT=1 | P10_ZERO | a recycled buffer is not cleared"
     "MUTANT=2 | P1_COMPLETE | a writer decrements the count before it stores the type"
     "MUTANT=3 | P1_COMPLETE | a writer decrements the count before it has filled the record"
-    "MUTANT=4 | P6_OWNED | the last writer looks at the count again after its decrement"
-    "MUTANT=5 | P3_FLUSHED | onFlush() leaves the current buffer where it is"
-    "MUTANT=6 UNTIMED_PAUSE | invalid end state | the stop is stored and notified without the mutex"
-    "MUTANT=7 UNTIMED_PAUSE | invalid end state | the stop is not notified"
-    "MUTANT=8 UNTIMED_FLUSH | invalid end state | onUninit() leaves a flush pending"
-    "MUTANT=9 | P4_STOP | the stop is due though the current buffer holds records"
-    "MUTANT=10 | P3_FLUSHED | a batch is synced only if a flush is pending then"
-    "MUTANT=11 LIVENESS NO_STOP UNTIMED_FLUSH | acceptance cycle | an idle step leaves a flush pending"
-    "MUTANT=12 | P4_STOP | the pause does not ask whether the logger is to stop"
-    "MUTANT=13 | P6_OWNED | the buffer that the thread retired is not waited for"
-    "MUTANT=14 | P6_OWNED | the front of the queue is not waited for"
-    "MUTANT=15 | P3_FLUSHED | the flush request is cleared when the last buffer is taken"
-    "MUTANT=16 | P6_OWNED | a buffer is recycled before it is rendered"
-    "MUTANT=17 LIVENESS NO_STOP UNTIMED_PAUSE FULL_ONLY | acceptance cycle | a caller retires silently"
-    "STRICT_FLUSH | P3_FLUSHED | none, but a flush speaks of what came after the thread's end, too"
-    "UNTIMED_WRITERS | invalid end state | none, but the wait for writers has no bound"
+    "MUTANT=4 RECORDS=1 CAPACITY=1 | P3_FLUSHED | onFlush() leaves the current buffer where it is"
+    "MUTANT=5 UNTIMED_PAUSE RECORDS=1 CAPACITY=1 | invalid end state | the stop is stored and notified without the mutex"
+    "MUTANT=6 UNTIMED_PAUSE RECORDS=1 CAPACITY=1 | invalid end state | the stop is not notified"
+    "MUTANT=7 UNTIMED_FLUSH RECORDS=1 CAPACITY=1 | invalid end state | onUninit() leaves a flush pending"
+    "MUTANT=8 | P4_STOP | the stop is due though the current buffer holds records"
+    "MUTANT=9 RECORDS=1 CAPACITY=1 | P3_FLUSHED | a batch is synced only if a flush is pending then"
+    "MUTANT=10 LIVENESS NO_STOP UNTIMED_FLUSH | acceptance cycle | an idle step leaves a flush pending"
+    "MUTANT=11 | P4_STOP | the pause does not ask whether the logger is to stop"
+    "MUTANT=12 | P1_COMPLETE | the buffer that the thread retired is not waited for"
+    "MUTANT=13 | P1_COMPLETE | the front of the queue is not waited for"
+    "MUTANT=14 RECORDS=1 CAPACITY=1 | P3_FLUSHED | the flush request is cleared when the last buffer is taken"
+    "MUTANT=15 | P6_OWNED | a buffer is recycled before it is rendered"
+    "MUTANT=16 LIVENESS NO_STOP UNTIMED_PAUSE FULL_ONLY | acceptance cycle | a caller retires silently"
+    "MUTANT=17 UNTIMED_WRITERS | invalid end state | the last writer does not notify"
+    "MUTANT=18 UNTIMED_WRITERS | invalid end state | the flush thread waits without kAwaited"
+    "MUTANT=19 UNTIMED_WRITERS | invalid end state | the ticket is read after kAwaited is set"
+    "MUTANT=20 | P6_OWNED | the writer that opens a buffer is not counted"
+    "MUTANT=21 | P9_OPEN | a retired buffer is not closed"
+    "MUTANT=22 | P9_OPEN | a retired buffer is closed only when its successor is in the slot"
+    "MUTANT=23 | P9_OPEN | a buffer is opened before it is in the slot"
+    "MUTANT=24 | P9_OPEN | a recycled buffer is open"
+    "MUTANT=25 | P7_ORDER | firstSerial is read before the exchange"
+    "MUTANT=26 | P7_ORDER | the successor's firstSerial is from before the close"
+    "MUTANT=27 KNOWLEDGE | P8_KNOWN | the exchange does not acquire"
+    "MUTANT=28 KNOWLEDGE | P8_KNOWN | the store that opens does not release"
+    "MUTANT=29 KNOWLEDGE | P8_KNOWN | the decrement does not release"
+    "MUTANT=30 KNOWLEDGE | P8_KNOWN | the look at the count does not acquire"
+    "MUTANT=31 KNOWLEDGE | P8_KNOWN | the close does not acquire"
+    "MUTANT=32 HANDLER RECORDS=1 CAPACITY=1 | invalid end state | a handler whose thread holds the mutex waits for it"
+    "MUTANT=33 HANDLER RECORDS=1 CAPACITY=1 | P11_KEPT | a record is dropped though the thread does not hold the mutex"
+    "MUTANT=34 | P9_OPEN | the exchange does not ask for room"
+    "STRICT_FLUSH RECORDS=1 | P3_FLUSHED | none, but a flush speaks of what came after the thread's end, too"
     "LIVENESS NO_STOP UNTIMED_PAUSE | acceptance cycle | none, but the idle pause has no bound"
 )
 
 # One search, in folder $1, of the model with the parameters in $2, compiled with option $3. What it
 # prints goes to pan.out.
 search() {
-    local parameters safety=(-DSAFETY) options=(-m20000 -w24)
+    local parameters safety=(-DSAFETY) options=(-m40000 -w24)
     read -ra parameters <<<"$2"
     # Fairness needs room for a number of threads.
     if [[ $2 = *LIVENESS* ]]; then
@@ -107,6 +130,28 @@ check_fault() {
     echo "found, $expected: ${text# }"
 }
 
+# Kind, process, line and text of the statements of the search in folder $1, and of those that it
+# has not reached. The parameters are in the texts; so all numbers are alike.
+statements() {
+    {
+        "$1/pan" -d | awk '/^(proctype|init|claim)/ { unit = $NF }
+            match($0, /pml:[0-9]+ => /) {
+                text = substr($0, RSTART + RLENGTH)
+                gsub(/[0-9]+/, "0", text)
+                print "all", unit, substr($0, RSTART + 4, RLENGTH - 8), text
+            }'
+        awk '/^unreached in/ { unit = $NF }
+            match($0, /pml:[0-9]+, state [0-9]+, "/) {
+                split(substr($0, RSTART + 4), line, ",")
+                text = substr($0, RSTART + RLENGTH)
+                sub(/"$/, "", text)
+                gsub(/[0-9]+/, "0", text)
+                print "all", unit, line[1], text
+                print "unreached", unit, line[1], text
+            }' "$1/pan.out"
+    } | sort -u
+}
+
 # Calls $1 with two words at a time.
 in_parallel() {
     xargs -0 -P "$(nproc)" -n 2 bash -euo pipefail -c '"$@"' check_model.sh "$1" || exit 1
@@ -127,13 +172,12 @@ export model
 export -f die search figures check_clean check_fault
 numbered "${searches[@]}" | in_parallel check_clean
 # Of a statement that no search has reached nothing is known.
-unreached=$(for out in build/model/clean-*/pan.out; do
-    awk '/^unreached in/ { unit = $NF }
-         match($0, /pml:[0-9]+, state [0-9]+, /) {
-             split(substr($0, RSTART + 4), line, ",")
-             print unit, "line", line[1] ":", substr($0, RSTART + RLENGTH)
-         }' "$out" | sort -u
-done | sort | uniq -c | awk -v all="${#searches[@]}" '$1 == all')
+unreached=$(for folder in build/model/clean-*; do
+    statements "$folder"
+done | sort | uniq -c | awk '
+    { count = $1; kind = $2; $1 = $2 = ""; }
+    kind == "all" { all[$0] = count }
+    kind == "unreached" && count == all[$0]')
 [ -z "$unreached" ] || die "no search reaches: $unreached"
 echo "model: ${#searches[@]} searches without an error"
 numbered "${faults[@]}" | in_parallel check_fault
