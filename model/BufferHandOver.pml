@@ -3,10 +3,11 @@
  * FileAloneJLogger for the model checker spin, with the names of the C++ code.
  * scripts/check_model.sh searches every order in which the threads can take their steps.
  *
- * A step is atomic for the other threads. It has at most one access to a word that others may
- * change meanwhile: a buffer's `state`, the slot, or the epoch of a condition variable. A thread
- * that holds the mutex has such steps, too, because exchanges and decrements need no mutex. What
- * only the holder may touch, and what belongs to one thread, joins the step before or behind it.
+ * A step is atomic for the other threads. It has at most one access to a word that others may read
+ * or change meanwhile: a buffer's `state`, the slot, or mCond's epoch. A thread that holds the mutex
+ * has such steps, too, because exchanges and decrements need no mutex. An access that no other
+ * thread can notice in between, such as one to what the mutex guards, joins the step before or
+ * behind it.
  *
  * Weak memory, with KNOWLEDGE: a non-atomic write is an event, and each thread has the set of the
  * events that happen before its next step. A release adds the thread's set to that of the word, or
@@ -16,8 +17,9 @@
  * A load that returns an old value is the same as an early load: other threads may take any number
  * of steps before the value is used.
  *
- * Assumed: nothing else is reordered. A wait ends by itself once the epoch is no longer the one of
- * its ticket. A timed wait may end at any moment, also without a reason.
+ * Assumed: nothing else is reordered; in particular, the load of a ticket is an acquire and stays
+ * before the store of kAwaited. A wait ends by itself once the epoch is no longer the one of its
+ * ticket. A timed wait may end at any moment, also without a reason.
  *
  * Left out: sizes (all records are alike, and CAPACITY of them fill a buffer), records without a
  * serial number, text, files and their errors, boost, who maps the pages, the crash dump and its
@@ -155,7 +157,7 @@ mtype:epoch mFlushDone[FLUSHERS + 1] = NO_TICKET; /* one more, as an array canno
 #define kStopper (CALLERS + FLUSHERS + 1)
 #define THREADS (CALLERS + FLUSHERS + 2)
 #define kFirstCallerPid 1
-bool interrupted; /* the first caller stands still */
+bool interrupted; /* the first caller, by the handler */
 
 /* Sets of records, for the properties. */
 unsigned reserved : 8; /* before the flush thread's last look */
@@ -191,7 +193,7 @@ inline storeRelease(word) { word = threadKnows[thread] }
 inline storeRelaxed(word) { word = 0 }
 inline mustKnow(event) { assert(P8_KNOWN || (threadKnows[thread] & (event)) != 0) }
 
-/* Nobody else knows of the write, which nobody may do without the one before. */
+/* The writer must know of the last write. No other thread knows of the new one yet. */
 inline write(b) {
     mustKnow(buffersEvent(b));
     forget(buffersEvent(b));
@@ -300,8 +302,9 @@ inline takeSerials() {
     mSerial = buffers[mCurrent].firstSerial + units(buffers[mCurrent].state)
 }
 
-/* The first step of a retirement, together with allocEmptyBuffer(buffer). Leaves the state from
-   before in `before`. */
+/* A retirement has three steps. The first closes the current buffer and puts it into the queue,
+   and takes a successor by allocEmptyBuffer(buffer). It leaves the last state of the open buffer in
+   `before`. */
 inline closeCurrent() {
     assert(P6_OWNED || mMutex == thread);
     before = buffers[mCurrent].state;
@@ -324,7 +327,7 @@ inline closeCurrent() {
     mFullBuffers!mCurrent
 }
 
-/* The second. */
+/* The second step. */
 inline putIntoSlot() {
     atomic {
 #if MUTANT == 22
@@ -335,7 +338,7 @@ inline putIntoSlot() {
     }
 }
 
-/* The third, if there is a successor. Of a caller its own request is in it. */
+/* The third step, if there is a successor. A caller opens it with its own request in it. */
 inline open(request) {
     for (i : 0 .. CAPACITY - 1) {
         assert(P10_ZERO || buffers[buffer].record[i] == NONE)
@@ -349,7 +352,7 @@ inline open(request) {
 #endif
 }
 
-/* The first two. */
+/* The first two steps. */
 inline retireCurrentLocked() {
 #if MUTANT == 26
     atomic { takeSerials() }
@@ -382,7 +385,7 @@ inline finishFlushLocked() {
     fi
 }
 
-/* Loads the state. Of one that has no room nothing else matters. */
+/* Loads the state. All states without room are alike to the caller. */
 inline look() {
     if
     :: buffer != NONE ->
@@ -446,7 +449,9 @@ inline finishWriter() {
 #endif
 }
 
-/* A thread that logs the records from `record` on; or, nested, a signal handler on such a thread. */
+/* A thread that logs the records from `record` on; or, nested, a signal handler on the first one.
+   Here and below, a jump into an atomic block stays within the step; one to a label in front of a
+   block ends it. */
 proctype Caller(byte thread; byte record; byte end; bool nested)
         provided(!interrupted || _pid != kFirstCallerPid) {
     byte buffer = NONE;
@@ -494,14 +499,14 @@ load:
             seen = 0;
             goto load
         }
-    :: atomic { /* the slow path */
+    :: atomic { /* reserveWithMutex */
             !fits(seen) && !locked && mMutex == NONE ->
             lock();
             locked = true;
             buffer = mCurrent;
             goto load
         }
-    :: atomic { /* ... of a handler whose thread is inside */
+    :: atomic { /* ... in a handler whose thread holds the mutex */
             !fits(seen) && !locked && (mMutex == thread || MUTANT == 33) && MUTANT != 32 ->
             goto drop
         }

@@ -10,7 +10,7 @@ Lets spin look at every order of steps that model/BufferHandOver.pml allows, for
 of threads, records and buffers. Prints what each search took; fails on any error, when a search
 was not exhaustive, and when none has reached some statement. Then it lets spin search with one
 fault put in at a time, or a bound taken away, and fails unless that breaks the property which it
-has to break. Takes some 100 s of processor time, and less than 1 GiB for each search; it runs as
+has to break. Takes some 110 s of processor time, and less than 1 GiB for each search; it runs as
 many at once as there are processors. Works in build/model. On a bare Debian machine it first
 installs the packages that it needs.
 TEXT
