@@ -129,7 +129,7 @@ mtype:place = { KERNEL, HAND, SLOT, QUEUE, POOL };
 typedef Buffer {
     mtype:place place;
     byte state;
-    byte firstSerial; /* the last one before this buffer */
+    byte serialBase; /* the last one before this buffer */
     byte record[CAPACITY]
 }
 
@@ -291,7 +291,7 @@ inline allocEmptyBuffer(b) {
     if
     :: b != NONE ->
         write(b);
-        buffers[b].firstSerial = mSerial
+        buffers[b].serialBase = mSerial
     :: else
     fi
 }
@@ -299,7 +299,7 @@ inline allocEmptyBuffer(b) {
 #define currentHoldsRecordsLocked() (mCurrent != NONE && units(buffers[mCurrent].state) > 0)
 
 inline takeSerials() {
-    mSerial = buffers[mCurrent].firstSerial + units(buffers[mCurrent].state)
+    mSerial = buffers[mCurrent].serialBase + units(buffers[mCurrent].state)
 }
 
 /* A retirement has three steps. The first closes the current buffer and puts it into the queue,
@@ -391,7 +391,7 @@ inline look() {
     :: buffer != NONE ->
         seen = buffers[buffer].state;
 #if MUTANT == 25
-        first = buffers[buffer].firstSerial
+        first = buffers[buffer].serialBase
 #endif
     :: else -> seen = kClosed
     fi;
@@ -419,15 +419,15 @@ inline mayTouch() {
 }
 
 #if MUTANT == 25
-#define firstSerialOfBuffer first
+#define serialBaseOfRecord first
 #else
-#define firstSerialOfBuffer buffers[buffer].firstSerial
+#define serialBaseOfRecord buffers[buffer].serialBase
 #endif
 
 inline fill() {
     mayTouch();
     mustKnow(buffersEvent(buffer));
-    assert(P7_ORDER || firstSerialOfBuffer + at + 1 == serial);
+    assert(P7_ORDER || serialBaseOfRecord + at + 1 == serial);
     buffers[buffer].record[at] = record;
     writeRecord(record)
 }
@@ -537,7 +537,7 @@ load:
         at = 0;
         countReserved();
 #if MUTANT == 25
-        first = buffers[buffer].firstSerial;
+        first = buffers[buffer].serialBase;
 #endif
         seen = 0;
         before = 0;
@@ -737,7 +737,7 @@ inline renderBuffer() {
             mustKnow(recordsEvent(record));
             assert(P2_ONCE || (rendered & (1 << record)) == 0);
             lastRendered++;
-            assert(P7_ORDER || buffers[buffer].firstSerial + at + 1 == lastRendered);
+            assert(P7_ORDER || buffers[buffer].serialBase + at + 1 == lastRendered);
             rendered = with(rendered, record);
             forget(recordsEvent(record))
         }
