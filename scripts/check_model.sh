@@ -13,6 +13,9 @@ fault put in at a time, or a bound taken away, and fails unless that breaks the 
 has to break. Takes some 110 s of processor time, and less than 1 GiB for each search; it runs as
 many at once as there are processors. Works in build/model. On a bare Debian machine it first
 installs the packages that it needs.
+
+Then it does the same with Relacy and model/Reservation.cpp, which has the memory orders. That takes
+some 40 s of processor time.
 TEXT
     exit 0
 fi
@@ -182,3 +185,78 @@ done | sort | uniq -c | awk '
 echo "model: ${#searches[@]} searches without an error"
 numbered "${faults[@]}" | in_parallel check_fault
 echo "model: ${#faults[@]} searches found the fault, all in $SECONDS s"
+
+# The memory orders, by Relacy. "parameters | what is special", the longest first.
+executions=(
+    "BOUND=2 | two callers, two retirements"
+    "BOUND=2 CALLERS=1 RECORDS=2 CAPACITY=1 DUMP=1 | a dump meets retirements of callers"
+    "FULL=1 CALLERS=1 RETIREMENTS=0 DUMP=1 | a dump and one record, all executions"
+    "BOUND=2 CALLERS=1 KERNEL=1 DUMP=1 | a dump, and no pool"
+    "RANDOM=500000 RECORDS=2 BUFFERS=3 DUMP=1 | a dump and everything else, at random"
+    "RANDOM=500000 CALLERS=3 CAPACITY=3 RETIREMENTS=0 DUMP=1 | a dump in a buffer of three callers"
+    "BOUND=3 CALLERS=1 KERNEL=1 | no pool"
+    "BOUND=2 CAPACITY=1 RETIREMENTS=1 | callers retire, too"
+    "BOUND=3 CALLERS=1 RECORDS=2 CAPACITY=1 | one caller, and one preemption more"
+    "BOUND=2 RETIREMENTS=0 DUMP=1 | a dump in a buffer of two callers"
+    "BOUND=1 KERNEL=1 | no pool, two callers"
+)
+
+# "parameters | what Relacy has to report | the fault".
+order_faults=(
+    "BOUND=2 MUTANT=1 | DATA RACE | the exchange does not acquire"
+    "BOUND=2 MUTANT=2 | DATA RACE | a caller reads the head before the exchange"
+    "BOUND=2 MUTANT=3 | DATA RACE | the opening does not release"
+    "BOUND=2 CALLERS=1 DUMP=1 MUTANT=4 | USER ASSERT FAILED (DUMPED) | a buffer is opened before it is in the slot"
+    "BOUND=2 MUTANT=5 | DATA RACE | a retirement does not close the buffer"
+    "BOUND=2 MUTANT=6 | DATA RACE | the decrement does not release"
+    "BOUND=2 MUTANT=7 | DATA RACE | the look at the count does not acquire"
+    "BOUND=2 MUTANT=8 | DATA RACE | a buffer is recycled while the count is above 0"
+    "BOUND=2 MUTANT=9 | DEADLOCK | the ticket is taken after the last look"
+    "BOUND=2 MUTANT=10 | DEADLOCK | a notification looks for waiters with acquire"
+    "BOUND=2 MUTANT=11 | USER ASSERT FAILED (ZERO_MEMORY) | a buffer of the pool is not cleared"
+    "BOUND=2 RETIREMENTS=0 DUMP=1 MUTANT=12 | USER ASSERT FAILED (NO_INSIDE) | no release fence behind the first word"
+    "BOUND=2 RETIREMENTS=0 DUMP=1 MUTANT=13 | USER ASSERT FAILED (NO_INSIDE) | the walk has no acquire fence"
+    "BOUND=2 RETIREMENTS=0 DUMP=1 MUTANT=14 | USER ASSERT FAILED (NO_INSIDE) | the walk does not read again"
+    "BOUND=2 RETIREMENTS=0 DUMP=1 MUTANT=15 | USER ASSERT FAILED (COMPLETE) | the walk's load of the type does not acquire"
+    "BOUND=2 CALLERS=1 KERNEL=1 DUMP=1 MUTANT=16 | DATA RACE | the look at the gate only acquires"
+    "BOUND=2 CALLERS=1 KERNEL=1 DUMP=1 MUTANT=17 | DATA RACE | a buffer leaves the slot with acquire and release"
+    "BOUND=2 CALLERS=1 KERNEL=1 DUMP=1 MUTANT=18 | DATA RACE | a buffer leaves the queue with release"
+)
+
+# Runs Relacy with the parameters in $2. What it prints goes to the file $1.
+execute() {
+    local parameters
+    read -ra parameters <<<"$2"
+    build/model/reservation "${parameters[@]}" >"$1" 2>&1
+}
+
+check_execution() {
+    local out=build/model/execution-$1 parameters text
+    IFS='|' read -r parameters text <<<"$2"
+    if ! execute "$out" "$parameters" || ! grep -q '^iterations: ' "$out"; then
+        die "${text# }: $(sed -n '2,3p' "$out")"
+    fi
+    awk -v text="$text" '/^iterations/ { iterations = $2 }
+         /^total time/ { printf "%7d executions, %4.1f s:%s\n", iterations, $3 / 1000, text }' "$out"
+}
+
+check_order_fault() {
+    local out=build/model/order-fault-$1 parameters expected text
+    IFS='|' read -r parameters expected text <<<"$2"
+    expected=${expected# } expected=${expected% }
+    if execute "$out" "$parameters" || [[ $(sed -n 2p "$out") != "$expected"* ]]; then
+        die "${text# }: no '$expected', but: $(sed -n '2,3p' "$out")"
+    fi
+    echo "found, $expected, execution $(awk '/^iteration: / { print $2 }' "$out"): ${text# }"
+}
+
+need_packages g++ relacy-dev
+mkdir -p build/model
+# Relacy replaces operator delete, but not the one with a size.
+g++ -std=c++20 -O2 -Wall -Wextra -Werror -fno-sized-deallocation \
+    -o build/model/reservation model/Reservation.cpp
+export -f execute check_execution check_order_fault
+numbered "${executions[@]}" | in_parallel check_execution
+echo "memory orders: ${#executions[@]} searches without an error"
+numbered "${order_faults[@]}" | in_parallel check_order_fault
+echo "memory orders: ${#order_faults[@]} searches found the fault, all in $SECONDS s"
