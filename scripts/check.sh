@@ -119,7 +119,7 @@ check_tidy() {
     echo "clang-tidy: ${#units[@]} units are clean"
 }
 
-need_packages blueprint-tools clang-format clang-tidy libc++-dev libc++abi-dev musl-dev shellcheck
+need_packages blueprint-tools clang-format clang-tidy libc++-dev libc++abi-dev musl-dev relacy-dev shellcheck
 # The clang preset knows every target.
 need_preset clang
 cmake --preset clang >&2

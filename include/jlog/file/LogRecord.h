@@ -50,8 +50,8 @@ struct LogHeader {
     /// Taken right after the reservation, from the logger's clock.
     timespec timestamp;
 
-    /// Marks `bytes` as reserved. Relaxed: a reader gets here only past the buffer's end, which is
-    /// moved on behind this with release.
+    /// Marks `bytes` as reserved, before all else that is written to the record. Relaxed: a crash
+    /// dump that sees zeros here steps over them.
     void reserve(uint32_t bytes) {
         sizeAndType.store(bytes << kSizeShift, std::memory_order_relaxed);
     }
