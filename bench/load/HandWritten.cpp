@@ -23,7 +23,7 @@ nlohmann::json measureHandWritten(const Workload& work, unsigned int lines) {
     char block[24576];
     char* out = block;
     for (unsigned int i = 0; i < lines; ++i) {
-        out = source.put(out, i);
+        out = source.putLine(out, i);
         if (static_cast<size_t>(block + sizeof(block) - out) < HandWrittenLines::kLongestLine ||
             i + 1 == lines) {
             const auto bytes = static_cast<size_t>(out - block);

@@ -16,6 +16,7 @@
 #include "HandWritten.h"
 #include "JlogContender.h"
 #include "Resources.h"
+#include "RingContender.h"
 #include "Sustained.h"
 #include "Workload.h"
 #ifdef JCAM_BENCH_SPDLOG
@@ -32,6 +33,7 @@ using nlohmann::json;
 
 constexpr const char* kLoggers[] = {
         "jlog",
+        "ring",
 #ifdef JCAM_BENCH_SPDLOG
         "spdlog",
 #endif
@@ -52,7 +54,7 @@ struct Options {
 
 /// Calls `measure` with the contender `name` as its template argument.
 template <typename Measure>
-json withLogger([[maybe_unused]] const std::string& name, Measure measure) {
+json withLogger(const std::string& name, Measure measure) {
 #ifdef JCAM_BENCH_SPDLOG
     if (name == "spdlog") {
         return measure.template operator()<SpdlogContender>();
@@ -63,6 +65,9 @@ json withLogger([[maybe_unused]] const std::string& name, Measure measure) {
         return measure.template operator()<GlogContender>();
     }
 #endif
+    if (name == "ring") {
+        return measure.template operator()<RingContender>();
+    }
     return measure.template operator()<JlogContender>();
 }
 

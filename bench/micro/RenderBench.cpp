@@ -150,7 +150,7 @@ void renderByHand(benchmark::State& state) {
                 benchmark::ClobberMemory();
                 out = block;
             }
-            out = source.put(out, i);
+            out = source.putLine(out, i);
         }
         benchmark::DoNotOptimize(block);
         benchmark::ClobberMemory();
