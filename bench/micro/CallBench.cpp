@@ -1,6 +1,6 @@
-// One call of the front end in mode "own files", against the primitives that it needs: a lock and
-// an unlock, two atomic additions, a clock reading, the fence for the crash hook, and the copy of
-// its texts, whose lengths the compiler does not know.
+// One call of the front end in mode "own files", against the primitives that it needs: a
+// compare-exchange that reserves, an atomic addition that ends the writing, a clock reading, the
+// fence for the crash hook, and the copy of its texts, whose lengths the compiler does not know.
 //
 // With the flush thread on another core, that core owns the cache lines of every recycled buffer.
 // The floor is then the same primitives in turn, on memory that another thread has read. With both
@@ -12,16 +12,13 @@
 #include <sched.h>
 
 #include <atomic>
-#include <barrier>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <mutex>
 #include <numeric>
 #include <optional>
 #include <string>
-#include <thread>
 
 #include <benchmark/benchmark.h>
 
@@ -32,6 +29,7 @@
 #include "jlog/JLogInitializer.h"
 #include "jlog/JLogMacros.h"
 #include "load/Files.h"
+#include "micro/OtherThread.h"
 
 namespace {
 
@@ -121,12 +119,13 @@ void callDetails(benchmark::State& state) {
             writeOut);
 }
 
-std::mutex sMutex;
-std::atomic<uint32_t> sCounter{0};
+std::atomic<uint64_t> sCounter{0};
 
-void lockAndUnlock() {
-    sMutex.lock();
-    sMutex.unlock();
+void compareExchange() {
+    uint64_t seen = sCounter.load(std::memory_order_relaxed);
+    while (!sCounter.compare_exchange_weak(seen, seen + 1, std::memory_order_acquire,
+                                           std::memory_order_relaxed)) {
+    }
 }
 void add() {
     sCounter.fetch_add(1, std::memory_order_relaxed);
@@ -178,37 +177,17 @@ void callDetailsOneCore(benchmark::State& state) {
 class SharedBlock {
   public:
     explicit SharedBlock(size_t recordBytes)
-            : mRecordBytes(recordBytes),
-              mBytes(kBatch * recordBytes, '\1'),
-              mReader([this] { readBatches(); }) {}
-    ~SharedBlock() {
-        mStop = true;
-        mGate.arrive_and_wait();
-        mReader.join();
-    }
-    SharedBlock(const SharedBlock&) = delete;
-    SharedBlock& operator=(const SharedBlock&) = delete;
+            : mRecordBytes(recordBytes), mBytes(kBatch * recordBytes, '\1') {}
 
     char* record(unsigned int i) { return mBytes.data() + (i * mRecordBytes); }
     /// Returns when the other thread has read everything.
-    void letRead() {
-        mGate.arrive_and_wait();  // go
-        mGate.arrive_and_wait();  // done
-    }
+    void letRead() { mReader.run(); }
 
   private:
-    void readBatches() {
-        for (mGate.arrive_and_wait(); !mStop; mGate.arrive_and_wait()) {
-            benchmark::DoNotOptimize(std::accumulate(mBytes.begin(), mBytes.end(), 0));
-            mGate.arrive_and_wait();
-        }
-    }
-
     const size_t mRecordBytes;
     std::string mBytes;
-    std::barrier<> mGate{2};
-    bool mStop{false};    // ordered by the gate
-    std::thread mReader;  // last: it uses everything above
+    JCam::Bench::OtherThread mReader{
+            [this] { benchmark::DoNotOptimize(std::accumulate(mBytes.begin(), mBytes.end(), 0)); }};
 };
 
 /// Copies a text whose length the compiler does not know; returns the end.
@@ -257,9 +236,7 @@ void inTurn(benchmark::State& state) {
     timeBatches(
             state,
             [&](unsigned int i) {
-                sMutex.lock();
-                add();
-                sMutex.unlock();
+                compareExchange();
                 timespec now = {};
                 readClock(now);
                 char* record = block.record(i);
@@ -272,10 +249,12 @@ void inTurn(benchmark::State& state) {
 }
 
 void manual(benchmark::internal::Benchmark* benchmark) {
-    benchmark->UseManualTime()->Iterations(1000)->Repetitions(10);
+    benchmark->UseManualTime()->Iterations(1000)->Repetitions(5);
 }
 
-BENCHMARK_CAPTURE(primitive, lock, lockAndUnlock)->Name("primitive/lock")->Apply(manual);
+BENCHMARK_CAPTURE(primitive, compare_exchange, compareExchange)
+        ->Name("primitive/compare_exchange")
+        ->Apply(manual);
 BENCHMARK_CAPTURE(primitive, add, add)->Name("primitive/add")->Apply(manual);
 BENCHMARK(primitiveClock)->Name("primitive/clock")->Apply(manual);
 BENCHMARK_CAPTURE(primitive, fence, fence)->Name("primitive/fence")->Apply(manual);
