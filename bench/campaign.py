@@ -24,8 +24,9 @@ import matplotlib.pyplot as plt  # noqa: E402  (after the choice of the back end
 
 THREADS = [1, 2, 4, 8, 16]
 TEXT_BYTES = [0, 16, 60, 128, 256, 512, 1023]
-NAMES = {"jlog": "jcam_jlog", "spdlog": "spdlog async", "glog": "glog"}
+NAMES = {"jlog": "jcam_jlog", "ring": "ring by hand", "spdlog": "spdlog async", "glog": "glog"}
 COLOURS = {"jlog": "tab:blue", "spdlog": "tab:orange", "glog": "tab:green"}
+CROWD = 64  # threads
 
 
 class Campaign:
@@ -46,9 +47,15 @@ class Campaign:
             print(f"round {index + 1} of {self.rounds}", file=sys.stderr)
             self._calls()
             self._bursts()
+            self._short_bursts()
+            self._field()
+            self._crowd()
             self._sustained()
             self._text_lengths()
         self._resources()
+
+    def _known(self, *names):
+        return [name for name in names if name in self.loggers]
 
     def _measure(self, key, command, *options):
         text = subprocess.run([self.load, command, *map(str, options)], capture_output=True,
@@ -71,35 +78,48 @@ class Campaign:
 
     def _bursts(self):
         for threads in THREADS:
-            for logger in self.loggers:
+            for logger in self._known("jlog", "spdlog", "glog"):
                 if logger == "glog" and threads not in (1, 4):
                     continue
                 bursts = 1 if logger == "glog" else max(2, 10 // threads)
                 self._measure(("bursts", logger, threads), "bursts", "--logger", logger,
                               "--threads", threads, "--calls", 20000, "--bursts", bursts)
 
+    def _short_bursts(self):
+        for threads in (1, 2, 4):
+            for logger in ("jlog", "ring"):
+                self._measure(("short", logger, threads), "bursts", "--logger", logger,
+                              "--threads", threads, "--calls", 1000, "--bursts", 200,
+                              "--pause-ms", 5, "--messages-only")
+
+    def _field(self):
+        for logger in self._known("jlog", "ring", "spdlog"):
+            self._measure(("field", logger), "field", "--logger", logger, "--seconds", 2)
+
+    def _crowd(self):
+        for logger in ("jlog", "ring"):
+            self._measure(("crowd", logger), "bursts", "--logger", logger, "--threads", CROWD,
+                          "--calls", 20000, "--bursts", 3)
+
     def _sustained(self):
         for threads in (1, 4):
             for logger in self.loggers:
-                lines = 4000000 if logger == "jlog" else 400000
+                lines = 4000000 if logger in ("jlog", "ring") else 400000
                 self._measure(("sustained", logger, threads), "sustained", "--logger", logger,
                               "--threads", threads, "--lines", lines)
         self._measure(("handwritten",), "handwritten", "--lines", 4000000)
 
     def _text_lengths(self):
         for length in TEXT_BYTES:
-            for logger in self.loggers:
-                if logger == "glog":
-                    continue
+            for logger in self._known("jlog", "spdlog"):
                 # Some 100 MB of text, or a third of a second of the slower logger.
                 lines = 100000000 // (50 + length) if logger == "jlog" else 200000
                 self._measure(("length", logger, length), "sustained", "--logger", logger,
                               "--messages-only", "--text-bytes", length, "--lines", lines)
 
     def _resources(self):
-        for logger in self.loggers:
-            if logger != "glog":
-                self._measure(("resources", logger), "resources", "--logger", logger)
+        for logger in self._known("jlog", "spdlog"):
+            self._measure(("resources", logger), "resources", "--logger", logger)
 
     def value(self, key, field):
         values = [result[field] for result in self.results.get(key, [])]
@@ -139,6 +159,25 @@ def rows(c):
            "enter call", c.value(("call", "enter"), "ns"), "")
     yield ("wanted JLOGI", "ns", c.value(("call", "macro"), "ns"), "snprintf and details call",
            c.value(("format", "snprintf"), "ns") + c.value(("call", "details"), "ns"), "")
+    for threads, goal in ((1, "<= 1.25"), (2, "<= 1.5"), (4, "<= 2")):
+        yield (f"details call, {count(threads)}, mean", "ns",
+               c.value(("short", "jlog", threads), "mean_ns"),
+               NAMES["ring"], c.value(("short", "ring", threads), "mean_ns"), goal)
+    for threads in (1, 2, 4):
+        yield (f"details call, {count(threads)}, p99.9", "ns",
+               c.value(("short", "jlog", threads), "p999_ns"),
+               NAMES["ring"], c.value(("short", "ring", threads), "p999_ns"),
+               "" if threads == 2 else "<= 2")
+    for field, name in (("mean_ns", "mean"), ("p999_ns", "p99.9")):
+        for peer in ("ring", "spdlog"):
+            yield (f"field load, 16 threads, {name}", "ns", c.value(("field", "jlog"), field),
+                   NAMES[peer], c.value(("field", peer), field), "")
+    for field, name in (("p9999_ns", "p99.99"), ("max_ns", "worst"),
+                        ("longest_wait_ns", "longest wait")):
+        yield (f"crowd of {CROWD} threads, {name}", "ns", c.value(("crowd", "jlog"), field),
+               NAMES["ring"], c.value(("crowd", "ring"), field), "")
+    yield (f"crowd of {CROWD} threads, waits", "", c.value(("crowd", "jlog"), "waits"),
+           NAMES["ring"], c.value(("crowd", "ring"), "waits"), "")
     single = c.value(("bursts", "jlog", 1), "mean_ns")
     for threads in THREADS[1:]:
         yield (f"burst, {threads} threads, mean", "ns",
@@ -161,10 +200,10 @@ def rows(c):
         ours = c.value(("sustained", "jlog", threads), "lines_per_s")
         yield (f"lines to file, {count(threads)}", "M/s", ours / 1e6, "hand-written loop",
                limit / 1e6, ">= 0.5")
-        for peer in ("spdlog", "glog"):
+        for peer, goal in (("ring", ">= 0.75"), ("spdlog", ""), ("glog", "")):
             theirs = c.value(("sustained", peer, threads), "lines_per_s")
             yield (f"lines to file, {count(threads)}", "M/s", ours / 1e6, NAMES[peer],
-                   theirs / 1e6 if theirs else None, "")
+                   theirs / 1e6 if theirs else None, goal)
     yield ("rendering a line", "ns", c.value(("render", "library"), "ns"), "copying it",
            c.value(("render", "copy"), "ns"), "<= 3")
     yield ("rendering a line", "ns", c.value(("render", "library"), "ns"), "by hand",
@@ -221,6 +260,8 @@ def draw_threads(c, path):
         for logger in c.loggers:
             points = [(threads, c.value(("bursts", logger, threads), field)) for threads in THREADS]
             points = [point for point in points if point[1] is not None]
+            if not points:
+                continue
             panel.plot(*zip(*points), marker="o", label=NAMES[logger], color=COLOURS[logger])
         panel.set(title=f"one call in a burst, {title}", xlabel="threads", ylabel="ns",
                   xscale="log", yscale="log", xticks=THREADS)

@@ -7,9 +7,10 @@ if [ "${1:-}" = --help ] || [ "${1:-}" = -h ]; then
 usage: scripts/bench.sh [--rounds N] [--charts FOLDER]
 
 Measures what a call costs, what reaches the file, and what the logger takes while it
-idles, for this library, for spdlog and glog, and for what is physically possible. Prints
-one table of ratios within this run and draws charts into build/bench. Takes about three
-minutes with the default of 4 rounds; leave the machine alone meanwhile.
+idles: for this library, for a ring buffer per thread written by hand, for spdlog and glog,
+and for what is physically possible. Prints one table of ratios within this run and draws
+charts into build/bench. Takes about four minutes with the default of 4 rounds; leave the
+machine alone meanwhile.
 
 The programs behind it run on their own, too: build/release/bench/jlog_microbench takes
 the options of Google Benchmark, build/release/bench/jlog_loadbench has --help.

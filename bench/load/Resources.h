@@ -32,7 +32,7 @@ nlohmann::json measureResources(const Workload& work, unsigned int idleSeconds) 
     const auto logSome = [&](unsigned int rounds) {
         for (unsigned int round = 0; round < rounds; ++round) {
             for (unsigned int i = 0; i < kSteadyLines; ++i) {
-                logEvent(logger, i);
+                logEvent(logger, work, i);
             }
             std::this_thread::sleep_for(5ms);
         }
@@ -48,7 +48,7 @@ nlohmann::json measureResources(const Workload& work, unsigned int idleSeconds) 
     for (unsigned int t = 0; t < kBurstThreads; ++t) {
         callers.emplace_back([&] {
             for (unsigned int i = 0; i < kBurstLines; ++i) {
-                logEvent(logger, i);
+                logEvent(logger, work, i);
             }
         });
     }

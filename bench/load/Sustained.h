@@ -28,11 +28,7 @@ nlohmann::json measureSustained(const Workload& work, unsigned int threads, unsi
         callers.emplace_back([&] {
             gate.arrive_and_wait();
             for (unsigned int i = 0; i < share; ++i) {
-                if (i % 2 == 0 && !work.messagesOnly) {
-                    logger->logEnter(i);
-                } else {
-                    logger->logMessage();
-                }
+                logEvent(*logger, work, i);
             }
         });
     }

@@ -29,10 +29,10 @@ struct Workload {
     }
 };
 
-/// Event `i` of a load: enters and messages take turns.
+/// Event `i` of a load: enters and messages take turns, unless only messages are wanted.
 template <typename Logger>
-void logEvent(Logger& logger, unsigned int i) {
-    if (i % 2 == 0) {
+void logEvent(Logger& logger, const Workload& work, unsigned int i) {
+    if (i % 2 == 0 && !work.messagesOnly) {
         logger.logEnter(i);
     } else {
         logger.logMessage();

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Bursts.h"
+#include "Field.h"
 #include "Files.h"
 #include "HandWritten.h"
 #include "JlogContender.h"
@@ -46,6 +47,7 @@ struct Options {
     std::string logger{"jlog"};
     std::string folder;
     BurstOptions burst;
+    FieldOptions field;
     unsigned int lines{1000000};
     size_t textBytes{Workload::kTextBytes};
     bool messagesOnly{false};
@@ -82,12 +84,17 @@ json run(const CLI::App& command, const Options& options) {
     if (name == "bursts") {
         return withLogger(options.logger, [&]<typename Logger>() {
             Logger logger(work);
-            return Bursts<Logger>(logger, options.burst).run();
+            return Bursts<Logger>(logger, work, options.burst).run();
         });
     }
     if (name == "sustained") {
         return withLogger(options.logger, [&]<typename Logger>() {
             return measureSustained<Logger>(work, options.burst.threads, options.lines);
+        });
+    }
+    if (name == "field") {
+        return withLogger(options.logger, [&]<typename Logger>() {
+            return measureField<Logger>(work, options.field);
         });
     }
     return withLogger(options.logger, [&]<typename Logger>() {
@@ -108,18 +115,32 @@ int measure(int argc, char** argv) {
     const auto addThreads = [&](CLI::App* command) {
         command->add_option("--threads", options.burst.threads)->check(CLI::Range(1U, 1024U));
     };
-    const auto addLines = [&](CLI::App* command) {
-        command->add_option("--lines", options.lines)->check(CLI::Range(1U, 100000000U));
+    const auto addEvents = [&](CLI::App* command) {
         command->add_option("--text-bytes", options.textBytes)->check(CLI::Range(0U, 1023U));
         command->add_flag("--messages-only", options.messagesOnly);
+    };
+    const auto addLines = [&](CLI::App* command) {
+        command->add_option("--lines", options.lines)->check(CLI::Range(1U, 100000000U));
+        addEvents(command);
     };
 
     CLI::App* bursts = app.add_subcommand("bursts", "What a call costs its caller");
     addLogger(bursts);
     addThreads(bursts);
+    addEvents(bursts);
     bursts->add_option("--calls", options.burst.calls, "Of each thread in one burst")
             ->check(CLI::Range(1U, 1000000U));
     bursts->add_option("--bursts", options.burst.bursts)->check(CLI::Range(1U, 100000U));
+    bursts->add_option("--pause-ms", options.burst.pauseMs,
+                       "Between bursts; 0 waits until everything is written")
+            ->check(CLI::Range(0U, 10000U));
+
+    CLI::App* field = app.add_subcommand("field", "What a call costs many threads that log evenly");
+    addLogger(field);
+    field->add_option("--threads", options.field.threads)->check(CLI::Range(1U, 1024U));
+    field->add_option("--rate", options.field.callsPerSecond, "Calls a second of all threads")
+            ->check(CLI::Range(1000U, 1000000U));
+    field->add_option("--seconds", options.field.seconds)->check(CLI::Range(1U, 3600U));
 
     CLI::App* sustained = app.add_subcommand("sustained", "How many lines reach the file");
     addLogger(sustained);
