@@ -58,7 +58,7 @@ constexpr size_t align8(size_t bytes) {
 /// and may end in the slack behind it, so each lies in one piece.
 class RingContender::Ring {
   public:
-    Ring() : mTid(gettid()) {}
+    explicit Ring(Order* order) : mOrder(order), mTid(gettid()) {}
 
     /// Room for an event with texts of these lengths, which are set, as are thread and time. The
     /// caller fills the rest and calls publish().
@@ -66,6 +66,9 @@ class RingContender::Ring {
         const size_t bytes = align8(sizeof(Event) + nameBytes + textBytes);
         if (mWritten.load(std::memory_order_relaxed) + bytes - mReadSeen > kBytes) [[unlikely]] {
             awaitRoom(bytes);
+        }
+        if (mOrder != nullptr) {
+            takePlace(mOrder->word);
         }
         auto& event = *reinterpret_cast<Event*>(at(mWritten.load(std::memory_order_relaxed)));
         // The consumer's core has the lines of the next events: asked for now, they are here in
@@ -81,8 +84,14 @@ class RingContender::Ring {
         return event;
     }
     void publish(const Event& event) {
+        if (mOrder != nullptr) {
+            std::atomic_thread_fence(std::memory_order_seq_cst);
+        }
         mWritten.store(mWritten.load(std::memory_order_relaxed) + event.bytes,
                        std::memory_order_release);
+        if (mOrder != nullptr) {
+            mOrder->word.fetch_sub(kOneWriter, std::memory_order_release);
+        }
     }
 
     /// Hands all events to `take`, which gets a second argument: a function that frees the room of
@@ -111,6 +120,16 @@ class RingContender::Ring {
     static constexpr size_t kSlack = align8(sizeof(Event) + kMaxNameChars + kMaxTextChars);
     static constexpr size_t kCacheLine = 64;
 
+    static constexpr uint64_t kOneWriter = 1;
+    static constexpr uint64_t kOnePlace = uint64_t{1} << 16;
+
+    static void takePlace(std::atomic<uint64_t>& word) {
+        __builtin_prefetch(&word, 1);
+        uint64_t seen = word.load(std::memory_order_relaxed);
+        while (!word.compare_exchange_weak(seen, seen + kOnePlace + kOneWriter,
+                                           std::memory_order_acquire, std::memory_order_relaxed)) {
+        }
+    }
     [[gnu::noinline, gnu::cold]] void awaitRoom(size_t bytes) {
         const uint64_t end = mWritten.load(std::memory_order_relaxed) + bytes;
         for (mReadSeen = mRead.load(std::memory_order_acquire); end - mReadSeen > kBytes;
@@ -123,6 +142,7 @@ class RingContender::Ring {
     // The producer's line. mReadSeen spares it the consumer's line until the ring seems full.
     alignas(kCacheLine) std::atomic<uint64_t> mWritten{0};
     uint64_t mReadSeen{0};
+    Order* const mOrder;
     const int32_t mTid;
     // The consumer's line.
     alignas(kCacheLine) std::atomic<uint64_t> mRead{0};
@@ -216,7 +236,7 @@ class RingContender::Consumer {
     char* mEnd{mText};
 };
 
-RingContender::RingContender(const Workload& work) : mWork(work) {
+RingContender::RingContender(const Workload& work, Order* order) : mWork(work), mOrder(order) {
     const std::string path = (work.folder / "ring.txt").string();
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0) {
@@ -277,7 +297,7 @@ inline RingContender::Ring& RingContender::ring() {
 }
 
 RingContender::Ring& RingContender::makeRing() {
-    auto* ring = new Ring;
+    auto* ring = new Ring(mOrder);
     ring->older = mNewest.load(std::memory_order_relaxed);
     while (!mNewest.compare_exchange_weak(ring->older, ring, std::memory_order_release,
                                           std::memory_order_relaxed)) {

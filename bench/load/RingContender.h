@@ -18,7 +18,7 @@ namespace JCam::Bench {
 /// One object in a process. A thread's ring stays until the object goes.
 class RingContender {
   public:
-    explicit RingContender(const Workload& work);
+    explicit RingContender(const Workload& work) : RingContender(work, nullptr) {}
     /// Writes the rest. No thread may log any more.
     ~RingContender();
     RingContender(const RingContender&) = delete;
@@ -35,6 +35,15 @@ class RingContender {
     /// Lines that are no event.
     static uint64_t foreignLines(uint64_t /*files*/) { return 0; }
 
+  protected:
+    /// What the threads share for one order of their events.
+    struct Order {
+        /// Places taken, and writers pending below them.
+        alignas(64) std::atomic<uint64_t> word{0};
+    };
+    /// With an `order`, which may be null, every call takes its place there.
+    RingContender(const Workload& work, Order* order);
+
   private:
     class Ring;
     class Consumer;
@@ -50,11 +59,24 @@ class RingContender {
     void consume(int fd);
 
     const Workload& mWork;
+    Order* const mOrder;
     std::atomic<Ring*> mNewest{nullptr};  // the others behind it
     /// Looks of the consumer that have found all rings empty and all text written.
     std::atomic<uint64_t> mIdleLooks{0};
     std::atomic<bool> mStop{false};
     std::thread mConsumer;
+};
+
+/// The same with the three atomic operations that a logger cannot do without whose lines are in one
+/// order, and whose records a crash handler reads: a compare-exchange on a word that all threads
+/// share, a full fence, a subtraction. The floor for such a call: the events themselves still share
+/// no cache line.
+class OrderedRingContender : public RingContender {
+  public:
+    explicit OrderedRingContender(const Workload& work) : RingContender(work, &mOrder) {}
+
+  private:
+    Order mOrder;
 };
 
 }  // namespace JCam::Bench

@@ -33,8 +33,7 @@ using namespace JCam::Bench;
 using nlohmann::json;
 
 constexpr const char* kLoggers[] = {
-        "jlog",
-        "ring",
+        "jlog",   "ring", "ordered_ring",
 #ifdef JCAM_BENCH_SPDLOG
         "spdlog",
 #endif
@@ -69,6 +68,9 @@ json withLogger(const std::string& name, Measure measure) {
 #endif
     if (name == "ring") {
         return measure.template operator()<RingContender>();
+    }
+    if (name == "ordered_ring") {
+        return measure.template operator()<OrderedRingContender>();
     }
     return measure.template operator()<JlogContender>();
 }
