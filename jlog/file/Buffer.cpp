@@ -45,18 +45,8 @@ void unmapMemory(void* memory, size_t bytes) {
 }  // namespace
 
 void Buffer::operator delete(Buffer* buffer, std::destroying_delete_t /*tag*/) noexcept {
-    unmapMemory(buffer->data, kBufferBytes);
+    BufferStore::unmapRecords(buffer->data);
     buffer->store->takeBack(buffer);
-}
-
-void Buffer::makePages() {
-    pagesMade = true;
-    const int callersErrno = errno;
-    if (madvise(data, kBufferBytes, MADV_POPULATE_WRITE) != 0) {
-        // Linux before 5.14, or no memory.
-        touchPages(data, kBufferBytes);
-    }
-    errno = callersErrno;
 }
 
 void Buffer::clear() {
@@ -81,14 +71,26 @@ BufferStore::~BufferStore() {
     }
 }
 
-std::unique_ptr<Buffer> BufferStore::make() {
-    char* records = mapMemory(kBufferBytes);
-    if (records == nullptr) {
-        return nullptr;
+char* BufferStore::mapRecords() {
+    return mapMemory(kBufferBytes);
+}
+
+void BufferStore::unmapRecords(char* records) {
+    unmapMemory(records, kBufferBytes);
+}
+
+void BufferStore::makePages(char* records) {
+    const int callersErrno = errno;
+    if (madvise(records, kBufferBytes, MADV_POPULATE_WRITE) != 0) {
+        // Linux before 5.14, or no memory.
+        touchPages(records, kBufferBytes);
     }
-    Buffer* head = takeHead();
+    errno = callersErrno;
+}
+
+std::unique_ptr<Buffer> BufferStore::make(char* records) {
+    Buffer* head = records != nullptr ? takeHead() : nullptr;
     if (head == nullptr) {
-        unmapMemory(records, kBufferBytes);
         return nullptr;
     }
     head->data = records;

@@ -176,7 +176,8 @@ void FileAloneJLogger::flushThreadEntry() {
                         "File ULogger is running; flushInterval = %d ms, neHook = %d",
                         state.flushIntervalMs, mNeHook.load(std::memory_order_relaxed));
     size_t remaining = 0;
-    prepareBuffers();
+    while (addToPool(BufferPool::kMaxBuffers)) {
+    }
     while (const Buffer* buffer = nextBuffer(state, &remaining)) {
         renderBuffer(*buffer, remaining, state);
         refreshReservationLine();

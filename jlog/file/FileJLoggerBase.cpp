@@ -73,7 +73,8 @@ FileJLoggerBase::FileJLoggerBase() : mClockId(chooseClock()) {
         fillSlotLocked({});
     }
     if (Buffer* buffer = mCurrent.current()) {
-        buffer->makePages();
+        BufferStore::makePages(buffer->data);
+        buffer->pagesMade = true;
     }
     refreshReservationLine();
 }
@@ -221,11 +222,9 @@ void FileJLoggerBase::publish(LogHeader* header, Buffer* buffer, RecordType type
         std::atomic_thread_fence(std::memory_order_seq_cst);
     }
     header->publish(type);
-    // The first writer of a new buffer has all its pages made; otherwise every fortieth record has
-    // a page fault. It does so after its own record is published, and before finishWriter(), so
-    // that the buffer stays.
-    if (reinterpret_cast<char*>(header) == buffer->data && !buffer->pagesMade) [[unlikely]] {
-        buffer->makePages();
+    // After the record is published, and before finishWriter(), so that the buffer stays.
+    if (reinterpret_cast<char*>(header) == buffer->data) [[unlikely]] {
+        makeReady(*buffer);
     }
     if (buffer->finishWriter()) {
         mCond.notifyOne();
@@ -273,13 +272,16 @@ void FileJLoggerBase::trimQueueLocked() {
 }
 
 std::unique_ptr<Buffer> FileJLoggerBase::allocEmptyBuffer() {
-    return mEmptyBuffers.size() > 0 ? mEmptyBuffers.take() : newBufferLocked();
+    return mEmptyBuffers.size() > 0 ? mEmptyBuffers.take()
+                                    : newBufferLocked(BufferStore::mapRecords());
 }
 
-std::unique_ptr<Buffer> FileJLoggerBase::newBufferLocked() {
-    std::unique_ptr<Buffer> buffer = mStore.make();
+std::unique_ptr<Buffer> FileJLoggerBase::newBufferLocked(char* records) {
+    std::unique_ptr<Buffer> buffer = mStore.make(records);
     if (buffer != nullptr) {
         mOutOfMemory = false;
+    } else if (records != nullptr) {
+        BufferStore::unmapRecords(records);
     }
     return buffer;
 }
@@ -310,20 +312,37 @@ std::unique_ptr<Buffer> FileJLoggerBase::cleared(std::unique_ptr<Buffer> buffer)
     return buffer;
 }
 
-void FileJLoggerBase::prepareBuffers() {
-    for (std::unique_ptr<Buffer> buffer, surplus;; surplus.reset()) {
-        {
-            const JLogLock lock(mMutex);
-            if (buffer != nullptr) {
-                surplus = mEmptyBuffers.put(std::move(buffer));
-            }
-            buffer = mEmptyBuffers.hasRoom() ? newBufferLocked() : nullptr;
-        }
-        if (buffer == nullptr) {
-            return;
-        }
-        buffer->makePages();
+// With every record that finds an empty pool the kernel would be asked for memory under the mutex,
+// and others, whose records come next, have a page fault every fortieth time.
+void FileJLoggerBase::makeReady(Buffer& current) {
+    if (!current.pagesMade) {
+        current.pagesMade = true;
+        BufferStore::makePages(current.data);
     }
+    addToPool(1);
+}
+
+bool FileJLoggerBase::addToPool(size_t wanted) {
+    if (!mMutex.lockUnlessHeld()) {
+        return false;
+    }
+    const bool isWanted = mEmptyBuffers.size() < wanted;
+    mMutex.unlock();
+    // Without the mutex: it takes some 100 us.
+    char* records = isWanted ? BufferStore::mapRecords() : nullptr;
+    if (records == nullptr) {
+        return false;
+    }
+    BufferStore::makePages(records);
+    std::unique_ptr<Buffer> surplus;
+    const JLogLock lock(mMutex);
+    std::unique_ptr<Buffer> buffer = newBufferLocked(records);
+    if (buffer == nullptr) {
+        return false;
+    }
+    buffer->pagesMade = true;
+    surplus = mEmptyBuffers.put(std::move(buffer));
+    return surplus == nullptr;
 }
 
 uint32_t FileJLoggerBase::renderRecords(const Buffer& buffer, FileJLogWriter& writer,

@@ -240,14 +240,14 @@ TEST_F(FileAloneJLoggerTest, ThreadTakesNoSignalsButItsOwnFaults) {
 TEST_F(FileAloneJLoggerTest, MemoryReturnsAfterABurstAndThePoolIsEnoughForSmallOnes) {
     RunningLogger logger;
     fillBuffers(logger, 20);
-    EXPECT_EQ(logger.owned(), 20U);
+    EXPECT_EQ(logger.owned(), 21U) << "the next one is there already";
     logger.onInit();
     logger.onFlush(60);
     EXPECT_TRUE(await([&] { return logger.owned() == 4; }))
             << "the current buffer and a pool of three";
     Faults::arm({});
     for (int round = 0; round < 10; ++round) {
-        fillBuffers(logger, 3);
+        fillBuffers(logger, 2);
         logger.onFlush(60);
         ASSERT_TRUE(await([&] { return logger.queued().empty(); }));
     }

@@ -142,7 +142,7 @@ TEST_F(FileJLoggerBaseTest, AHeadIsReadableWhenItsBufferIsFreedAndRefusesReserva
         std::set<Buffer*> heads;
         std::vector<std::unique_ptr<Buffer>> buffers;
         for (size_t i = 0; i < kBuffers; ++i) {
-            buffers.push_back(store.make());
+            buffers.push_back(store.make(BufferStore::mapRecords()));
             heads.insert(buffers.back().get());
             BufferState before;
             EXPECT_FALSE(buffers.back()->reserve(kRequest, before)) << "before it is current";
@@ -169,17 +169,18 @@ size_t residentPages(Buffer& buffer) {
     return static_cast<size_t>(std::count(pages.begin(), pages.end(), 1));
 }
 
-TEST_F(FileJLoggerBaseTest, TheFirstWriterOfANewBufferHasItsPagesMade) {
+TEST_F(FileJLoggerBaseTest, PagesAreMadeBeforeABufferIsUsedOrElseByItsFirstWriter) {
     const size_t all = residentPages(BufferingLogger().current());
     EXPECT_EQ(all, kBufferBytes / static_cast<size_t>(sysconf(_SC_PAGESIZE)))
             << "the first buffer is made before anybody logs";
     for (const bool oldKernel : {false, true}) {
         SCOPED_TRACE(oldKernel);
-        if (oldKernel) {
-            Faults::arm({{.call = Call::ADVISE, .error = EINVAL}});
-        }
+        const Faults::Rule noAdvice = {
+                .call = Call::ADVISE, .error = EINVAL, .times = oldKernel ? UINT32_MAX : 0};
         BufferingLogger logger;
+        Faults::arm({noAdvice, {.call = Call::MAP, .error = ENOMEM, .times = 1}});
         ASSERT_TRUE(logger.logBytes(kBufferBytes));
+        EXPECT_EQ(logger.pooled(), 0U) << "there was no memory for the next one";
         const BufferingLogger::Reservation record = logger.reserve(48);
         char* others = record.buffer->data + kBufferBytes / 2;
         *others = 'x';
@@ -190,7 +191,9 @@ TEST_F(FileJLoggerBaseTest, TheFirstWriterOfANewBufferHasItsPagesMade) {
         EXPECT_EQ(residentPages(logger.current()), all);
         EXPECT_EQ(*others, 'x') << "what others write meanwhile stays";
         EXPECT_EQ(record.header->size(), 48U);
-        EXPECT_EQ(logger.pooled(), 0U) << "nothing is made that nobody has asked for";
+        EXPECT_EQ(logger.pooled(), 1U);
+        ASSERT_NE(logger.reserve(kBufferBytes).header, nullptr);
+        EXPECT_EQ(residentPages(logger.current()), all) << "made in advance";
     }
 }
 
@@ -250,8 +253,8 @@ TEST_F(FileJLoggerBaseTest, WithoutMemoryRecordsAreDroppedWithOneLineUntilItIsBa
                                  "Out of memory: no buffer of " + std::to_string(kBufferBytes) +
                                          " bytes, dropping records"};
     BufferingLogger logger;
-    ASSERT_TRUE(logger.logBytes(kBufferBytes));
     Faults::arm({{.call = Call::MAP, .error = ENOMEM}});
+    ASSERT_TRUE(logger.logBytes(kBufferBytes));
     for (int i = 0; i < 3; ++i) {
         EXPECT_FALSE(logger.logBytes(24));
     }
@@ -263,6 +266,7 @@ TEST_F(FileJLoggerBaseTest, WithoutMemoryRecordsAreDroppedWithOneLineUntilItIsBa
     Faults::disarm();
     EXPECT_TRUE(logger.logBytes(kBufferBytes));
     Faults::arm({{.call = Call::MAP, .error = ENOMEM}});
+    EXPECT_TRUE(logger.logBytes(kBufferBytes)) << "there was one in advance";
     EXPECT_FALSE(logger.logBytes(24));
     EXPECT_THAT(mLog.lines(), ElementsAre(outOfMemory, outOfMemory)) << "a new outage is news";
 }

@@ -122,10 +122,6 @@ struct JLOG_EXPORT Buffer {
     /// BufferStore makes buffers. Signal-safe. Keeps errno.
     static void operator delete(Buffer* buffer, std::destroying_delete_t tag) noexcept;
 
-    /// Has the kernel make all pages of a new buffer, in place of one page fault for each. Takes
-    /// some 100 us. Others may write records meanwhile, but the buffer must not go. Keeps errno.
-    void makePages();
-
     /// Adds `request`, and sets `before` to the state it was added to. False, and nothing reserved,
     /// when the buffer is closed or has no room. Never waits: an exchange that fails means that
     /// another thread got on. Signal-safe.
@@ -205,9 +201,17 @@ class JLOG_EXPORT BufferStore {
     BufferStore(const BufferStore&) = delete;
     BufferStore& operator=(const BufferStore&) = delete;
 
-    /// A buffer without pages; null without memory. Under the logger's mutex. Signal-safe. Keeps
-    /// errno.
-    std::unique_ptr<Buffer> make();
+    /// Memory for records, without pages; null without memory. Signal-safe. Keeps errno.
+    static char* mapRecords();
+    /// Gives it back. Signal-safe. Keeps errno.
+    static void unmapRecords(char* records);
+    /// Has the kernel make all its pages, in place of one page fault for each. Takes some 100 us.
+    /// Others may write records meanwhile. Signal-safe. Keeps errno.
+    static void makePages(char* records);
+
+    /// A buffer with the memory that mapRecords() returned; null if that is null or there is none
+    /// for a head. Under the logger's mutex. Signal-safe. Keeps errno.
+    std::unique_ptr<Buffer> make(char* records);
 
   private:
     friend struct Buffer;

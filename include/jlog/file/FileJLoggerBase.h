@@ -104,8 +104,10 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// the oldest buffer of a full pool.
     void recycleFront() JLOG_EXCLUDES(mMutex);
 
-    /// Fills the pool with new buffers whose pages are made. Without effect without memory.
-    void prepareBuffers() JLOG_EXCLUDES(mMutex);
+    /// Adds a new buffer, with its pages made, to a pool of fewer than `wanted`. False if that is
+    /// not to be done, without memory, and in a signal handler that has interrupted the holder of
+    /// the mutex.
+    bool addToPool(size_t wanted) JLOG_EXCLUDES(mMutex);
 
     /// Records that were dropped because a signal handler had interrupted its own thread where this
     /// holds the mutex; wraps. Relaxed: a figure to be told.
@@ -213,8 +215,11 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     JLOG_INTERNAL void fillSlotLocked(BufferState first) JLOG_REQUIRES(mMutex);
     /// Opens the buffer in the slot, which may be null.
     JLOG_INTERNAL void openLocked(Buffer* current, BufferState first) JLOG_REQUIRES(mMutex);
-    /// A buffer of fresh memory; null without memory.
-    JLOG_INTERNAL std::unique_ptr<Buffer> newBufferLocked() JLOG_REQUIRES(mMutex);
+    /// A buffer with the memory that BufferStore::mapRecords() returned; null without memory.
+    JLOG_INTERNAL std::unique_ptr<Buffer> newBufferLocked(char* records) JLOG_REQUIRES(mMutex);
+    /// Makes what the writer of a buffer's first record makes: its pages if they are missing, and
+    /// the next buffer if the pool is empty.
+    JLOG_INTERNAL void makeReady(Buffer& current);
     /// Clears a buffer that has left the queue. Null, and the buffer leaked, when a crash dump may
     /// be reading it.
     JLOG_INTERNAL static std::unique_ptr<Buffer> cleared(std::unique_ptr<Buffer> buffer);
