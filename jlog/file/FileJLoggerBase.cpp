@@ -312,8 +312,8 @@ std::unique_ptr<Buffer> FileJLoggerBase::cleared(std::unique_ptr<Buffer> buffer)
     return buffer;
 }
 
-// With every record that finds an empty pool the kernel would be asked for memory under the mutex,
-// and others, whose records come next, have a page fault every fortieth time.
+// Otherwise a retirement that finds the pool empty asks the kernel for memory under the mutex, and of
+// the calls that follow every fortieth has a page fault.
 void FileJLoggerBase::makeReady(Buffer& current) {
     if (!current.pagesMade) {
         current.pagesMade = true;

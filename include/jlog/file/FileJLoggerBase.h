@@ -23,8 +23,9 @@ class FileJLogWriter;
 /// Threads: any number of callers may log at once. A call reserves its record by one
 /// compare-exchange, fills it, and publishes it by one subtraction: it never waits for another
 /// thread. Only the call whose record finds no room, one in some 2,000, takes the mutex, to queue
-/// the buffer; calls that come meanwhile wait for it. It does no I/O, and allocates only when the
-/// pool is empty then. A call formats nothing, unless the Android log prints debug lines of
+/// the buffer; calls that come meanwhile wait for it. A call does no I/O, and allocates only when a
+/// burst has emptied the pool: then the writer of a buffer's first record makes the next buffer,
+/// which takes some 100 us. A call formats nothing, unless the Android log prints debug lines of
 /// "FileAloneJLogger": then every reservation has one.
 ///
 /// Signal handlers may log, too: the three logging operations are signal-safe, but for the lines
