@@ -22,7 +22,7 @@
  * ticket. A timed wait may end at any moment, also without a reason.
  *
  * Left out: sizes (all records are alike, and CAPACITY of them fill a buffer), records without a
- * serial number, text, files and their errors, boost, who maps the pages, the crash dump and its
+ * serial number, text, files and their errors, who maps the pages, the crash dump and its
  * gate, the fences for it, the logger without a flush thread and its bounded queue. The pool keeps
  * one buffer instead of three, so that it also overflows. A compare-exchange does not fail without
  * a reason.
@@ -676,10 +676,6 @@ end:
 
 /* The thread that calls onUninit(). */
 proctype Stopper(byte thread) {
-#if MUTANT == 5
-    mRunning = false;
-    atomic { notify(mCond) }
-#else
     atomic {
         lock();
         mRunning = false;
@@ -688,7 +684,6 @@ proctype Stopper(byte thread) {
 #endif
         unlock()
     }
-#endif
     threadEnded; /* pthread_join */
     atomic {
         lock();
@@ -802,26 +797,28 @@ nextBuffer:
         remaining = 0;
 decideLocked:
         if
-        :: len(mFullBuffers) > 0 -> goto awaitWriters
+        :: len(mFullBuffers) > 0 -> goto raiseBoost
         :: len(mFullBuffers) == 0 && stopDueLocked() ->
             stopLocked();
             goto end
         :: else
         fi;
+        unlock() /* changeBoostLocked */
+    }
+    atomic {
+        lock();
+        if
+        :: len(mFullBuffers) > 0 && MUTANT != 5 -> goto raiseBoost
+        :: else
+        fi;
 #if MUTANT != 10
-        finishFlushLocked(); /* idleStepLocked */
+        finishFlushLocked();
 #endif
         if
         :: mRunning || MUTANT == 11
         :: else -> goto lookAtCurrent
-        fi
-#if MUTANT == 5 /* Only this one stores mRunning between the look at it and the pause. */
-    }
-    atomic {
-#else
-        ;
+        fi;
         assert(P4_STOP || mRunning);
-#endif
 #ifdef YIELD
         unlock()
     }
@@ -838,7 +835,7 @@ decideLocked:
     atomic {
         lock();
         if
-        :: len(mFullBuffers) > 0 -> goto awaitWriters
+        :: len(mFullBuffers) > 0 -> goto raiseBoost
         :: len(mFullBuffers) == 0 && stopDueLocked() ->
             stopLocked();
             goto end
@@ -859,10 +856,13 @@ lookAtCurrent:
 #endif
         if
         :: pending(before) == 0 || MUTANT == 12 -> goto take
-        :: else
+        :: else -> goto awaitWriters
         fi
     }
 
+raiseBoost:
+    atomic { unlock() } /* changeBoostLocked */
+    atomic { lock() }
 awaitWriters:
 #if MUTANT != 19
     atomic { ticket(mCond) }

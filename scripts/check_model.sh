@@ -53,7 +53,7 @@ faults=(
     "MUTANT=2 | P1_COMPLETE | a writer decrements the count before it stores the type"
     "MUTANT=3 | P1_COMPLETE | a writer decrements the count before it has filled the record"
     "MUTANT=4 RECORDS=1 CAPACITY=1 | P3_FLUSHED | onFlush() leaves the current buffer where it is"
-    "MUTANT=5 UNTIMED_PAUSE RECORDS=1 CAPACITY=1 | invalid end state | the stop is stored and notified without the mutex"
+    "MUTANT=5 RECORDS=1 CAPACITY=1 | P6_OWNED | nobody looks at the queue again when the boost was lowered"
     "MUTANT=6 UNTIMED_PAUSE RECORDS=1 CAPACITY=1 | invalid end state | the stop is not notified"
     "MUTANT=7 UNTIMED_FLUSH RECORDS=1 CAPACITY=1 | invalid end state | onUninit() leaves a flush pending"
     "MUTANT=8 | P4_STOP | the stop is due though the current buffer holds records"

@@ -212,12 +212,16 @@ FileAloneJLogger::Decision FileAloneJLogger::decideLocked(FlushState& state) {
         if (stopDueLocked()) {
             return Decision::STOP;
         }
-        // The step may unlock the mutex. What changes meanwhile ends the pause at once.
-        const JLogCondition::Ticket ticket = mCond.ticket();
-        idleStepLocked(state);
+        if (state.boostLevel > 0) {
+            changeBoostLocked(state, state.boostLevel - 1);
+            if (!mFullBuffers.empty()) {
+                break;
+            }
+        }
+        finishFlushLocked();
         // Relaxed, as in stopDueLocked(): the store that matters happens under the mutex.
         if (mRunning.load(std::memory_order_relaxed)) {
-            pauseLocked(state, ticket);
+            pauseLocked(state);
         }
         if (!mFullBuffers.empty()) {
             break;
@@ -240,13 +244,6 @@ bool FileAloneJLogger::stopDueLocked() const {
     return !mRunning.load(std::memory_order_relaxed) && !currentHoldsRecordsLocked();
 }
 
-void FileAloneJLogger::idleStepLocked(FlushState& state) {
-    finishFlushLocked();
-    if (state.boostLevel > 0) {
-        changeBoostLocked(state, state.boostLevel - 1);
-    }
-}
-
 void FileAloneJLogger::finishFlushLocked() {
     if (mFlushPending.load(std::memory_order_relaxed)) {
         mFlushPending.store(false, std::memory_order_relaxed);
@@ -254,9 +251,9 @@ void FileAloneJLogger::finishFlushLocked() {
     }
 }
 
-void FileAloneJLogger::pauseLocked(const FlushState& state, JLogCondition::Ticket since) {
+void FileAloneJLogger::pauseLocked(const FlushState& state) {
     if (state.flushIntervalMs >= 1) {
-        mCond.waitFor(mMutex, milliseconds(state.flushIntervalMs), since);
+        mCond.waitFor(mMutex, milliseconds(state.flushIntervalMs));
     }
     mMutex.unlock();
     if (state.flushIntervalMs < 1) {

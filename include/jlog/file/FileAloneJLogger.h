@@ -77,10 +77,7 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
     JLOG_INTERNAL const Buffer* nextBuffer(FlushState& state, size_t* remaining)
             JLOG_EXCLUDES(mMutex);
     JLOG_INTERNAL Decision decideLocked(FlushState& state) JLOG_REQUIRES(mMutex);
-    JLOG_INTERNAL void idleStepLocked(FlushState& state) JLOG_REQUIRES(mMutex);
-    /// Waits for one interval, or less when there was a notification since the ticket.
-    JLOG_INTERNAL void pauseLocked(const FlushState& state, JLogCondition::Ticket since)
-            JLOG_REQUIRES(mMutex);
+    JLOG_INTERNAL void pauseLocked(const FlushState& state) JLOG_REQUIRES(mMutex);
     /// Refreshes the UTC offsets for the crash hook.
     JLOG_INTERNAL void refreshLocalTime() JLOG_EXCLUDES(mMutex);
     JLOG_INTERNAL void raiseBoostLocked(FlushState& state) JLOG_REQUIRES(mMutex);
