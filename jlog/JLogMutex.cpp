@@ -41,7 +41,7 @@ JLogMutex::JLogMutex(InheritPriority /*tag*/) noexcept {
     pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
     pthread_mutexattr_setprotocol(&attributes, PTHREAD_PRIO_INHERIT);
     if (pthread_mutex_init(&mMutex, &attributes) != 0) {
-        // A kernel that cannot inherit priority.
+        // A kernel that cannot inherit priority. Its mutex knows the holder a moment late.
         pthread_mutexattr_setprotocol(&attributes, PTHREAD_PRIO_NONE);
         pthread_mutex_init(&mMutex, &attributes);
     }
@@ -87,6 +87,7 @@ bool JLogCondition::waitUntil(JLogMutex& mutex, std::chrono::steady_clock::time_
     constexpr int64_t kSecond = 1000000000;
     const int64_t ns = std::chrono::duration_cast<nanoseconds>(deadline.time_since_epoch()).count();
     const timespec end = {static_cast<time_t>(ns / kSecond), static_cast<long>(ns % kSecond)};
+    const int callersErrno = errno;
     mWaiters.fetch_add(1, std::memory_order_seq_cst);
     mutex.unlock();
     // Until an absolute time of the monotonic clock, which is the steady one.
@@ -95,6 +96,7 @@ bool JLogCondition::waitUntil(JLogMutex& mutex, std::chrono::steady_clock::time_
                           errno == ETIMEDOUT;
     mWaiters.fetch_sub(1, std::memory_order_relaxed);
     mutex.lock();
+    errno = callersErrno;
     return !timedOut;
 }
 

@@ -39,8 +39,8 @@
 
 namespace JCam::Utils::JLog {
 
-/// A mutex with the annotations that the standard libraries leave out, for critical sections of a
-/// few nanoseconds. A thread that finds it locked spins for about 8 us, then sleeps. It allocates
+/// A mutex with the annotations that the standard libraries leave out, for short critical sections.
+/// A thread that finds it locked spins for about 8 us, then sleeps. It allocates
 /// nothing; a static one exists before any code runs. Not recursive.
 class JLOG_EXPORT JLOG_CAPABILITY("mutex") JLogMutex {
   public:
@@ -65,8 +65,8 @@ class JLOG_EXPORT JLOG_CAPABILITY("mutex") JLogMutex {
     void unlock() JLOG_RELEASE() { pthread_mutex_unlock(&mMutex); }
 
     /// The same as lock(), but false, without an effect, where the calling thread holds the mutex
-    /// already: in a signal handler that has interrupted it. For a mutex that inherits priority.
-    /// Signal-safe.
+    /// already: in a signal handler that has interrupted it. For a mutex that inherits priority;
+    /// signal-safe where the platform can do so.
     [[nodiscard]] bool lockUnlessHeld() JLOG_TRY_ACQUIRE(true);
 
   private:

@@ -50,7 +50,7 @@ enum JLogMode : uint32_t {
 /// Threads: any thread may call the static functions at any time, also before initialisation, after
 /// shut-down and during static destruction. The functions themselves take no lock and allocate
 /// nothing. In a signal handler the entry points for enter, exit and details are as safe as the
-/// back end: the file logger is made for it (FileJLoggerBase), the other ones are not. The
+/// back end: the file logger is made for it (FileJLoggerBase), trace and the others are not. The
 /// installed logger must outlive the calls that use it: stop logging before the last
 /// JLogInitializer is destroyed.
 class JLOG_EXPORT JLogger {

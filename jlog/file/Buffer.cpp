@@ -115,7 +115,7 @@ Buffer* BufferStore::takeHead() {
         block->older = mBlocks;
         mBlocks = block;
     }
-    auto* head = new (&mBlocks->heads[mBlocks->used++]) Buffer;
+    auto* head = ::new (&mBlocks->heads[mBlocks->used++]) Buffer;
     head->store = this;
     return head;
 }

@@ -211,7 +211,7 @@ inline void FileJLoggerBase::stamp(LogHeader& record) const {
     }
     record.tid = sTid;
     if (clock_gettime(mClockId, &record.timestamp) != 0) [[unlikely]] {
-        record.timestamp = {};  // overwrites what the buffer held before
+        record.timestamp = {};
     }
 }
 
@@ -312,8 +312,8 @@ std::unique_ptr<Buffer> FileJLoggerBase::cleared(std::unique_ptr<Buffer> buffer)
     return buffer;
 }
 
-// Otherwise a retirement that finds the pool empty asks the kernel for memory under the mutex, and of
-// the calls that follow every fortieth has a page fault.
+// Otherwise a retirement that finds the pool empty asks the kernel for memory under the mutex, and
+// of the calls that follow every fortieth has a page fault.
 void FileJLoggerBase::makeReady(Buffer& current) {
     if (!current.pagesMade) {
         current.pagesMade = true;

@@ -216,21 +216,25 @@ inline char* LineRenderer::putShort(char* out, const ShortText& text) {
     return text.endLine(end) ? Line::TAKEN_IN : Line::AT_LIMIT;
 }
 
-// Its memory is being written meanwhile, which is a race for the language and none for the
-// processor.
-__attribute__((no_sanitize("thread"))) void RecordWalk::skipZeros() {
-    const auto findSize = [](const char* from, const char* to) {
-        const auto isZero = [](const char* unit) {
-            return __atomic_load_n(reinterpret_cast<const uint32_t*>(unit), __ATOMIC_RELAXED) == 0;
-        };
-        for (; from != to && isZero(from); from += kRecordAlignment) {
-        }
-        return from;
-    };
+namespace {
+
+/// The first unit from `from` on whose size is not 0, or `end`. The memory may be being written,
+/// which is a race for the language and none for the processor.
+__attribute__((no_sanitize("thread"))) const char* findSize(const char* from, const char* end) {
+    while (from != end &&
+           __atomic_load_n(reinterpret_cast<const uint32_t*>(from), __ATOMIC_RELAXED) == 0) {
+        from += kRecordAlignment;
+    }
+    return from;
+}
+
+}  // namespace
+
+void RecordWalk::skipZeros() {
+    const char* end = place + bytesLeft - bytesLeft % kRecordAlignment;
     // What was found first may be in the middle of a record whose size was written after the walk
     // passed it. The writer stores the size first, with release: so now, behind the acquire, that
     // size is visible.
-    const char* end = place + bytesLeft - bytesLeft % kRecordAlignment;
     for (const char* found = end; found != (end = findSize(place, found)); found = end) {
         std::atomic_thread_fence(std::memory_order_acquire);
     }

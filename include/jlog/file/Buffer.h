@@ -80,8 +80,9 @@ class BufferState {
 class BufferStore;
 
 /// A block of records, packed back to back from the start of `data`, and its head, which is this
-/// object. Exactly one of the logger's current slot, its queue and its pool owns it. Exported, like
-/// list, pool and store, for subclasses of FileJLoggerBase, which move buffers.
+/// object. It is in the logger's current slot, its queue or its pool, or with a thread that moves
+/// it from one to the next. Exported, like list, pool and store, for subclasses of FileJLoggerBase,
+/// which move buffers.
 ///
 /// Life: fresh -> current (open: records are reserved) -> full (closed, queued) -> rendered once no
 /// writer is pending -> cleared, and into the pool or freed. Wherever no record was written, the
@@ -96,7 +97,7 @@ class BufferStore;
 ///
 /// A crash dump walks slot and queue without the mutex, at any moment. So a buffer stays in one of
 /// the two until its text is in a file (or is given up, without a file or a consumer), and no
-/// buffer is cleared or freed while a dump runs (see CrashGate).
+/// buffer that a dump can find is cleared or freed while the dump runs (see CrashGate).
 struct JLOG_EXPORT Buffer {
     /// A BufferState. While the buffer is open, every change is a read-modify-write: so all of them
     /// are in the release sequence of open().
@@ -118,13 +119,13 @@ struct JLOG_EXPORT Buffer {
     /// The next one of the store's heads that are free, while this is one of them.
     Buffer* nextFree{nullptr};
 
-    /// Gives the records back to the kernel and the head to its store. There is no operator new: a
-    /// BufferStore makes buffers. Signal-safe. Keeps errno.
+    /// A BufferStore makes buffers.
+    static void* operator new(size_t bytes) = delete;
+    /// Gives the records back to the kernel and the head to its store. Signal-safe. Keeps errno.
     static void operator delete(Buffer* buffer, std::destroying_delete_t tag) noexcept;
 
     /// Adds `request`, and sets `before` to the state it was added to. False, and nothing reserved,
-    /// when the buffer is closed or has no room. Never waits: an exchange that fails means that
-    /// another thread got on. Signal-safe.
+    /// when the buffer is closed or has no room. Never waits for another thread. Signal-safe.
     ///
     /// Acquire: meets open(), so that the other members, and the zeros in the block, are visible.
     /// Nothing is released; the fields of a record are published by its type and by finishWriter().

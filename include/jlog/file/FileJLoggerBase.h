@@ -30,9 +30,11 @@ class FileJLogWriter;
 ///
 /// Signal handlers may log, too: the three logging operations are signal-safe, but for the lines
 /// that they print to the Android log themselves (debug lines, a size beyond a buffer's, memory
-/// that has run out). One record is not logged: that of a handler which has interrupted its own
-/// thread while this holds the mutex, and which needs the mutex as well. It is dropped, and
-/// counted. Of all else, only what is said to be signal-safe is.
+/// that has run out). Where libc allocates a thread's variables when they are first used, as GNU's
+/// does for a library that was loaded later, the thread must have logged before. One record is not
+/// logged: that of a handler which has interrupted its own thread while this holds the mutex, and
+/// which needs the mutex as well. It is dropped, and counted. Of all else, only what is said to be
+/// signal-safe is.
 ///
 /// Memory: the queue has no bound before a consumer is started, after it was stopped and while it
 /// lags. Without memory for a new buffer events are dropped; one ERROR line says so when that
@@ -161,8 +163,8 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
 
     /// Clock of all record time stamps: CLOCK_REALTIME, or CLOCK_MONOTONIC by property.
     const clockid_t mClockId;
-    /// Crash-hook mode; 0 while no hook is installed. Relaxed: it tells writers whether to fence,
-    /// and around a change either choice is right.
+    /// Crash-hook mode; 0 while no hook is installed. Relaxed: it tells writers whether to fence.
+    /// Around a change a dump may meet records whose writers have not fenced.
     std::atomic<int32_t> mNeHook{0};
     /// The Android log prints the line of every reservation. Cached, since asking costs a property
     /// lookup on a device. Relaxed: around a change a line more or less does no harm.

@@ -42,8 +42,8 @@ enum RecordType : uint8_t {
 /// The head of every record.
 struct LogHeader {
     /// The type in the low 8 bits, the size of the whole record in the high 24: one word, so that a
-    /// reader that races with the writer sees a size that is always valid, with either type 0 or a
-    /// complete record.
+    /// reader that races with the writer sees 0, which is space without a size yet, or a valid size
+    /// with type 0, or a complete record.
     std::atomic<uint32_t> sizeAndType;
     /// Kernel thread id of the thread that logged.
     int32_t tid;
