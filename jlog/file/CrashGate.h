@@ -8,8 +8,8 @@
 namespace JCam::Utils::JLog::File {
 
 /// A gate that a thread shuts for its crash dump. While the dump runs, other threads clear and free
-/// no buffer that it can find; while the gate is shut, they begin no write. It opens again if the process outlives
-/// the signal. One per process, as signal handlers are.
+/// no buffer that it can find; while the gate is shut, they begin no write. It opens again if the
+/// process outlives the signal. One per process, as signal handlers are.
 ///
 /// Memory: a thread that is about to clear or free a buffer first takes it out of slot and queue,
 /// then asks isDumping(). The dump first shuts the gate, then looks into slot and queue. All four

@@ -251,7 +251,7 @@ void FileJLoggerBase::fillSlotLocked(BufferState first) {
     openLocked(mCurrent.get(), first);
 }
 
-void FileJLoggerBase::openLocked(Buffer* current, BufferState first) {
+void FileJLoggerBase::openLocked(Buffer* current, BufferState first) const {
     if (current != nullptr) {
         current->serialBase = mSerial;
         current->open(first);

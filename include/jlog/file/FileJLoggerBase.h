@@ -217,7 +217,7 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// without memory.
     JLOG_INTERNAL void fillSlotLocked(BufferState first) JLOG_REQUIRES(mMutex);
     /// Opens the buffer in the slot, which may be null.
-    JLOG_INTERNAL void openLocked(Buffer* current, BufferState first) JLOG_REQUIRES(mMutex);
+    JLOG_INTERNAL void openLocked(Buffer* current, BufferState first) const JLOG_REQUIRES(mMutex);
     /// A buffer with the memory that BufferStore::mapRecords() returned; null without memory.
     JLOG_INTERNAL std::unique_ptr<Buffer> newBufferLocked(char* records) JLOG_REQUIRES(mMutex);
     /// Makes what the writer of a buffer's first record makes: its pages if they are missing, and
