@@ -9,6 +9,7 @@
 #include <memory>
 #include <set>
 #include <sstream>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -121,17 +122,47 @@ TEST_F(FileJLoggerBaseTest, ARecordThatDoesNotFitGoesToAFreshBuffer) {
 TEST_F(FileJLoggerBaseTest, RecycledBuffersAreUsedAgainAndAtMostThreeAreKept) {
     BufferingLogger logger;
     for (int i = 0; i < 6; ++i) {
-        ASSERT_TRUE(logger.logBytes(kBufferBytes));
+        const BufferingLogger::Reservation record = logger.reserve(kBufferBytes);
+        ASSERT_NE(record.header, nullptr);
+        memset(static_cast<void*>(record.header + 1), 'x', kBufferBytes - sizeof(LogHeader));
+        logger.publish(record.header, record.buffer, RECORD_INCOMPLETE);
     }
     const std::vector<Buffer*> used = logger.queued();
     for (size_t i = 0; i < used.size(); ++i) {
         logger.recycleFront();
     }
     EXPECT_EQ(logger.pooled(), 3U);
+    EXPECT_FALSE(used.back()->holdsRecords());
     ASSERT_TRUE(logger.logBytes(8 + 24));
     EXPECT_EQ(&logger.current(), used.back()) << "the one used last is the one in the caches";
     EXPECT_EQ(logger.current().usedBytes(), 32U);
+    EXPECT_TRUE(std::all_of<const char*>(logger.current().end(),
+                                         logger.current().data + kBufferBytes,
+                                         [](char byte) { return byte == 0; }))
+            << "a crash dump takes what is not zero for a record";
     EXPECT_EQ(logger.pooled(), 2U);
+}
+
+TEST_F(FileJLoggerBaseTest, TheConsumerIsToldOfQueuedBuffersAndOfTheLastWriterThatItWaitsFor) {
+    BufferingLogger logger;
+    JLogCondition::Ticket seen = logger.mCond.ticket();
+    const auto isTold = [&] {
+        return std::exchange(seen, logger.mCond.ticket()) != logger.mCond.ticket();
+    };
+    const auto finish = [&](const BufferingLogger::Reservation& record) {
+        logger.publish(record.header, record.buffer, RECORD_INCOMPLETE);
+        return isTold();
+    };
+    const BufferingLogger::Reservation first = logger.reserve(24);
+    const BufferingLogger::Reservation second = logger.reserve(24);
+    const BufferingLogger::Reservation third = logger.reserve(kBufferBytes - 48);
+    EXPECT_FALSE(isTold());
+    ASSERT_TRUE(logger.logBytes(24));
+    EXPECT_TRUE(isTold()) << "a buffer was queued";
+    EXPECT_FALSE(finish(first)) << "nobody waits";
+    EXPECT_EQ(first.buffer->awaitWriters(), 2U);
+    EXPECT_FALSE(finish(second));
+    EXPECT_TRUE(finish(third));
 }
 
 TEST_F(FileJLoggerBaseTest, AHeadIsReadableWhenItsBufferIsFreedAndRefusesReservations) {

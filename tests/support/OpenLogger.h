@@ -18,6 +18,7 @@ class OpenLogger : public Base {
     using RecordType = Utils::JLog::File::RecordType;
     using Base::droppedInHandlers;
     using Base::initHook;
+    using Base::mCond;
     using Base::mCurrent;
     using Base::mMutex;
     using Base::publish;
