@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 #include <set>
 #include <sstream>
+#include <thread>
 #include <utility>
 
 #include <gmock/gmock.h>
@@ -190,6 +192,34 @@ TEST_F(FileJLoggerBaseTest, AHeadIsReadableWhenItsBufferIsFreedAndRefusesReserva
         EXPECT_FALSE(freed->reserve(kRequest, before));
     }
     EXPECT_EQ(makeAndFree(), heads) << "the memory of heads does not grow";
+}
+
+TEST_F(FileJLoggerBaseTest, ABufferMayBeFreedWhileAnotherOneIsMade) {
+    constexpr int kRounds = 5000;
+    BufferStore store;
+    std::atomic<Buffer*> toBeFreed{nullptr};
+    std::thread freer([&] {
+        for (int freed = 0; freed < kRounds;) {
+            const std::unique_ptr<Buffer> buffer(toBeFreed.exchange(nullptr));
+            if (buffer != nullptr) {
+                ++freed;
+            } else {
+                std::this_thread::yield();
+            }
+        }
+    });
+    std::set<Buffer*> heads;
+    for (int i = 0; i < kRounds; ++i) {
+        std::unique_ptr<Buffer> buffer = store.make(BufferStore::mapRecords());
+        heads.insert(buffer.get());
+        while (toBeFreed != nullptr) {
+            std::this_thread::yield();
+        }
+        *buffer->data = 'x';  // is still there
+        toBeFreed = buffer.release();
+    }
+    freer.join();
+    EXPECT_LE(heads.size(), 3U) << "as many as there are at one time";
 }
 
 /// Pages of `buffer` that the kernel has made.
