@@ -42,15 +42,18 @@ constexpr size_t alignRecord(size_t size) {
 /// The room behind the fixed part of a record must hold the largest name and message.
 static_assert(sizeof(LogDetails) + kMaxNameChars + kMaxMessageChars + 2 < kBufferBytes);
 
-/// Asks for the cache lines of the next records, for writing. The core of the flush thread holds
-/// them, which has cleared the buffer. A caller that misses such a line waits at its next atomic
-/// operation: that waits for the stores before it.
+/// Asks for cache lines that records to come will take, for writing. The core of the flush thread
+/// holds them, which has cleared the buffer. A caller that misses such a line waits at its next
+/// atomic operation: that waits for the stores before it.
 void prefetchBehind(const LogHeader* record, size_t bytes) {
-    constexpr uintptr_t kLines = 3;  // a record of some 120 bytes, and the head of the one behind
+    // A record takes some two lines, and a line takes as long as three calls. Nearer ones have been
+    // asked for by the calls before.
+    constexpr uintptr_t kFirstLine = 6;
+    constexpr uintptr_t kLastLine = 8;
     // As a number: behind the end of the buffer there is nothing to point at, and a prefetch does
     // no harm.
     const uintptr_t end = reinterpret_cast<uintptr_t>(record) + bytes;
-    for (uintptr_t line = 1; line <= kLines; ++line) {
+    for (uintptr_t line = kFirstLine; line <= kLastLine; ++line) {
         // NOLINTNEXTLINE(performance-no-int-to-ptr): never dereferenced
         __builtin_prefetch(reinterpret_cast<const void*>(end + line * kCacheLineBytes), 1);
     }
