@@ -323,12 +323,15 @@ TEST_F(FileAloneJLoggerTest, WithoutAThreadTheNewestRecordsStayInBoundedMemory) 
     logger.onInit();
     EXPECT_EQ(openDescriptors(), descriptors + 1) << "the crash writer's reserve alone";
     EXPECT_EQ(mLog.count("Unable to start the flush thread"), 1U);
+    const RunningLogger::Reservation record = logger.reserve(24);
     for (int i = 0; i < 50; ++i) {
         fillBuffers(logger, 1);
         logger.onFlush(60);  // neither waits nor gives up full buffers for nearly empty ones
     }
     EXPECT_THAT(logger.queued(), SizeIs(4));
     EXPECT_LE(logger.owned(), 6U);
+    ASSERT_EQ(logger.queued().front(), record.buffer) << "its writer is not done";
+    logger.publish(record.header, record.buffer, RECORD_INCOMPLETE);
     logger.log("nearly empty");
     const auto full = logger.queued();
     logger.onFlush(60);

@@ -182,6 +182,7 @@ TEST_F(FileJLoggerBaseTest, AHeadIsReadableWhenItsBufferIsFreedAndRefusesReserva
             buffers.back()->open({});
             EXPECT_TRUE(buffers.back()->reserve(kRequest, before));
             buffers.back()->close();
+            EXPECT_FALSE(std::exchange(buffers.back()->pagesMade, true));
         }
         return heads;
     };
