@@ -44,9 +44,9 @@ void unmapMemory(void* memory, size_t bytes) {
 
 }  // namespace
 
-void Buffer::operator delete(Buffer* buffer, std::destroying_delete_t /*tag*/) noexcept {
-    BufferStore::unmapRecords(buffer->data);
-    buffer->store->takeBack(buffer);
+void Buffer::giveBack() noexcept {
+    BufferStore::unmapRecords(data);
+    store->takeBack(this);
 }
 
 void Buffer::clear() {

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <new>
 
 #include "jlog/file/LogRecord.h"
 #include "jlog/JLogExport.h"
@@ -119,10 +118,13 @@ struct JLOG_EXPORT Buffer {
     /// The next one of the store's heads that are free, while this is one of them.
     Buffer* nextFree{nullptr};
 
-    /// A BufferStore makes buffers.
+    /// A BufferStore makes buffers, and a std::unique_ptr gives them back.
     static void* operator new(size_t bytes) = delete;
-    /// Gives the records back to the kernel and the head to its store. Signal-safe. Keeps errno.
-    static void operator delete(Buffer* buffer, std::destroying_delete_t tag) noexcept;
+    /// The same.
+    static void operator delete(void* memory) = delete;
+    /// Gives the records back to the kernel and the head, which stays, to its store. Signal-safe.
+    /// Keeps errno.
+    void giveBack() noexcept;
 
     /// Adds `request`, and sets `before` to the state it was added to. False, and nothing reserved,
     /// when the buffer is closed or has no room. Never waits for another thread. Signal-safe.
@@ -190,6 +192,18 @@ struct JLOG_EXPORT Buffer {
 
 static_assert(sizeof(Buffer) == kCacheLineBytes);
 
+}  // namespace JCam::Utils::JLog::File
+
+/// \cond
+// A buffer that nobody owns any more goes back to where it came from. Any thread; signal-safe.
+template <>
+struct std::default_delete<JCam::Utils::JLog::File::Buffer> {
+    void operator()(JCam::Utils::JLog::File::Buffer* buffer) const noexcept { buffer->giveBack(); }
+};
+/// \endcond
+
+namespace JCam::Utils::JLog::File {
+
 /// Makes buffers. Their records are mapped one by one, so that the kernel gets them back when a
 /// buffer goes, where a heap would keep what a burst has left. Their heads are kept until the store
 /// goes: 64 bytes for each of the buffers that there were at one time.
@@ -237,7 +251,7 @@ class BufferSlot {
     /// Empty.
     BufferSlot() = default;
     /// Frees the buffer, and the records in it are lost.
-    ~BufferSlot() { delete get(); }
+    ~BufferSlot() { const std::unique_ptr<Buffer> last(get()); }
     BufferSlot(const BufferSlot&) = delete;
     BufferSlot& operator=(const BufferSlot&) = delete;
 
