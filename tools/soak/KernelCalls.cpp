@@ -59,7 +59,7 @@ __attribute__((no_sanitize("thread"))) void* mmap(void* address, size_t size, in
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel gives addresses as numbers
     auto* memory = reinterpret_cast<void*>(
             syscall(SYS_mmap, address, size, protection, flags, fd, offset));
-    if (size == sizeof(JCam::Utils::JLog::File::Buffer) && memory != MAP_FAILED) {
+    if (size == JCam::Utils::JLog::File::kBufferBytes && memory != MAP_FAILED) {
         const int mapped = __atomic_add_fetch(&sMappedBuffers, 1, __ATOMIC_RELAXED);
         int most = __atomic_load_n(&sMostMappedBuffers, __ATOMIC_RELAXED);
         while (mapped > most &&
@@ -74,7 +74,7 @@ __attribute__((no_sanitize("thread"))) void* mmap(void* address, size_t size, in
 int munmap(void* address, size_t size) noexcept {
     static auto* const sNext = reinterpret_cast<int (*)(void*, size_t)>(dlsym(RTLD_NEXT, "munmap"));
     const int result = sNext(address, size);
-    if (size == sizeof(JCam::Utils::JLog::File::Buffer) && result == 0) {
+    if (size == JCam::Utils::JLog::File::kBufferBytes && result == 0) {
         __atomic_sub_fetch(&sMappedBuffers, 1, __ATOMIC_RELAXED);
     }
     return result;
