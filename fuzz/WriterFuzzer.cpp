@@ -127,15 +127,22 @@ class Comparison {
     /// Returns how many records there are.
     uint32_t expectRecords(const char* place, size_t left) {
         uint32_t records = 0;
-        for (; left >= sizeof(LogHeader); ++records) {
+        while (left >= sizeof(LogHeader)) {
             const auto& header = *reinterpret_cast<const LogHeader*>(place);
             const size_t size = header.size();
+            if (header.sizeAndType == 0) {
+                // Space that was reserved a moment ago has no size yet.
+                place += kRecordAlignment;
+                left -= kRecordAlignment;
+                continue;
+            }
             if (size < sizeof(LogHeader) || size % kRecordAlignment != 0 || size > left) {
                 break;
             }
             expectRecord(header, place + size);
             place += size;
             left -= size;
+            ++records;
         }
         return records;
     }
