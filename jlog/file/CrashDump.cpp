@@ -6,13 +6,11 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <ctime>
-#include <functional>
 
 #include "jlog/file/CrashSignals.h"
 #include "jlog/file/FileJLogWriter.h"

@@ -320,8 +320,6 @@ class JLOG_EXPORT BufferPool {
 
     /// How many there are.
     [[nodiscard]] size_t size() const { return mSize; }
-    /// Whether it can take one more.
-    [[nodiscard]] bool hasRoom() const { return mSize < kMaxBuffers; }
     /// The buffer that was put in last; null when there is none.
     std::unique_ptr<Buffer> take();
     /// Adds `buffer`. Returns the buffer that has been here longest if there was no room, otherwise
