@@ -22,10 +22,11 @@
  * ticket. A timed wait may end at any moment, also without a reason.
  *
  * Left out: sizes (all records are alike, and CAPACITY of them fill a buffer), records without a
- * serial number, text, files and their errors, who maps the pages, the crash dump and its
- * gate, the fences for it, the logger without a flush thread and its bounded queue. The pool keeps
- * one buffer instead of three, so that it also overflows. A compare-exchange does not fail without
- * a reason.
+ * serial number, text, files and their errors, who makes the pages, the buffer that the writer of a
+ * first record makes in advance (it is new, and joins the pool under the mutex), the crash dump and
+ * its gate, the fences for it, the logger without a flush thread and its bounded queue. The pool
+ * keeps one buffer instead of three, so that it also overflows. A compare-exchange does not fail
+ * without a reason.
  *
  * Properties:
  *   P1  A rendered record is complete.
@@ -699,7 +700,7 @@ proctype Stopper(byte thread) {
 
 #define stopDueLocked() (!mRunning && (!currentHoldsRecordsLocked() || MUTANT == 8))
 
-inline prepareBuffers() {
+inline addToPool() {
     atomic {
         lock();
         if
@@ -789,7 +790,7 @@ proctype FlushThread(byte thread) {
     byte at;
     byte record;
 
-    prepareBuffers();
+    addToPool();
 nextBuffer:
     atomic {
         lock();
