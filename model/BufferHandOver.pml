@@ -276,7 +276,9 @@ inline newBuffer(b) {
     if
     :: b < BUFFERS ->
         move(b, KERNEL, HAND);
-        write(b) /* data */
+        write(b); /* data */
+        buffers[b].state = kClosed;
+        storeRelaxed(stateKnows[b])
     :: else -> b = NONE
     fi
 }
@@ -749,29 +751,37 @@ inline recycleFront() {
         lock();
         mFullBuffers?buffer;
         move(buffer, QUEUE, HAND);
+        isWanted = mEmptyBuffers == NONE;
         unlock()
     }
-    atomic {
+    if
+    :: atomic {
+            !isWanted ->
+            lock(); /* stands for the order of the free list */
+            clear(buffer); /* the kernel's pages are zero */
+            move(buffer, HAND, KERNEL);
+            unlock()
+        }
+    :: else ->
+        atomic {
 #if MUTANT != 1
-        clear(buffer);
+            clear(buffer);
 #endif
 #if MUTANT == 24
-        buffers[buffer].state = 0;
+            buffers[buffer].state = 0;
 #else
-        buffers[buffer].state = kClosed;
+            buffers[buffer].state = kClosed;
 #endif
-        storeRelaxed(stateKnows[buffer])
-    }
-    atomic {
-        lock();
-        if
-        :: mEmptyBuffers == NONE ->
+            storeRelaxed(stateKnows[buffer])
+        }
+        atomic {
+            lock();
+            assert(P6_OWNED || mEmptyBuffers == NONE); /* No other thread fills the pool. */
             move(buffer, HAND, POOL);
-            mEmptyBuffers = buffer
-        :: else -> move(buffer, HAND, KERNEL)
-        fi;
-        unlock()
-    }
+            mEmptyBuffers = buffer;
+            unlock()
+        }
+    fi
 }
 
 inline stopLocked() {
@@ -789,6 +799,7 @@ proctype FlushThread(byte thread) {
     byte before;
     byte at;
     byte record;
+    bool isWanted;
 
     addToPool();
 nextBuffer:

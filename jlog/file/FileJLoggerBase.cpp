@@ -266,8 +266,9 @@ void FileJLoggerBase::trimQueueLocked() {
     while (buffer != nullptr && mFullBuffers.size() >= kMaxUnconsumedBuffers) {
         Buffer* next = buffer->next.load(std::memory_order_relaxed);
         if (buffer->writersPending() == 0) {
-            if (std::unique_ptr<Buffer> empty = cleared(mFullBuffers.remove(buffer))) {
-                mEmptyBuffers.put(std::move(empty)).reset();
+            if (std::unique_ptr<Buffer> oldest = unlessDumping(mFullBuffers.remove(buffer))) {
+                oldest->clear();
+                mEmptyBuffers.put(std::move(oldest)).reset();
             }
         }
         buffer = next;
@@ -291,26 +292,27 @@ std::unique_ptr<Buffer> FileJLoggerBase::newBufferLocked(char* records) {
 
 void FileJLoggerBase::recycleFront() {
     std::unique_ptr<Buffer> rendered;
+    bool isWanted = false;
     {
         const JLogLock lock(mMutex);
         rendered = mFullBuffers.remove(mFullBuffers.front());
+        isWanted = mEmptyBuffers.size() < BufferPool::kMaxBuffers;
     }
-    std::unique_ptr<Buffer> empty = cleared(std::move(rendered));
-    if (empty == nullptr) {
+    rendered = unlessDumping(std::move(rendered));
+    if (rendered == nullptr || !isWanted) {
         return;
     }
+    rendered->clear();
     std::unique_ptr<Buffer> surplus;
     const JLogLock lock(mMutex);
-    surplus = mEmptyBuffers.put(std::move(empty));
+    surplus = mEmptyBuffers.put(std::move(rendered));
 }
 
-std::unique_ptr<Buffer> FileJLoggerBase::cleared(std::unique_ptr<Buffer> buffer) {
+std::unique_ptr<Buffer> FileJLoggerBase::unlessDumping(std::unique_ptr<Buffer> buffer) {
     if (CrashGate::isDumping()) {
         // The process is about to end. Only a dump that begins just now leads here: while one runs,
         // consumers wait and queues are not trimmed.
         static_cast<void>(buffer.release());
-    } else {
-        buffer->clear();
     }
     return buffer;
 }

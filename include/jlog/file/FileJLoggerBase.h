@@ -103,8 +103,8 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// buffer. Does not wake the consumer.
     uint32_t retireCurrentLocked(BufferState first = {}) JLOG_REQUIRES(mMutex);
 
-    /// Clears the oldest buffer of the queue, which is not empty, and moves it to the pool; frees
-    /// the oldest buffer of a full pool.
+    /// Takes the oldest buffer out of the queue, which is not empty, and moves it, cleared, to the
+    /// pool; frees it if the pool is full.
     void recycleFront() JLOG_EXCLUDES(mMutex);
 
     /// Adds a new buffer, with its pages made, to a pool of fewer than `wanted`. False if that is
@@ -223,9 +223,9 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// Makes what the writer of a buffer's first record makes: its pages if they are missing, and
     /// the next buffer if the pool is empty.
     JLOG_INTERNAL void makeReady(Buffer& current);
-    /// Clears a buffer that has left the queue. Null, and the buffer leaked, when a crash dump may
-    /// be reading it.
-    JLOG_INTERNAL static std::unique_ptr<Buffer> cleared(std::unique_ptr<Buffer> buffer);
+    /// Returns `buffer`, which has left the queue, to be cleared or freed. Null, and the buffer
+    /// leaked, when a crash dump may be reading it.
+    JLOG_INTERNAL static std::unique_ptr<Buffer> unlessDumping(std::unique_ptr<Buffer> buffer);
     /// Makes room in a bounded queue for one more: gives up its oldest complete buffers.
     JLOG_INTERNAL void trimQueueLocked() JLOG_REQUIRES(mMutex);
 
