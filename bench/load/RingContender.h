@@ -6,6 +6,7 @@
 #include <memory>
 #include <thread>
 
+#include "Event.h"
 #include "Workload.h"
 
 namespace JCam::Bench {
@@ -16,38 +17,20 @@ namespace JCam::Bench {
 /// threads and no crash hook, and the polling goes on for as long as the logger is there.
 ///
 /// One object in a process. A thread's ring stays until the object goes.
-class RingContender {
+class RingContender : public EventCalls<RingContender> {
   public:
-    explicit RingContender(const Workload& work) : RingContender(work, nullptr) {}
+    explicit RingContender(const Workload& work);
     /// Writes the rest. No thread may log any more.
     ~RingContender();
     RingContender(const RingContender&) = delete;
     RingContender& operator=(const RingContender&) = delete;
 
-    void logEnter(unsigned int request) { enter(kPreview, Workload::kName, request); }
-    void logMessage() {
-        constexpr uint8_t kInfo = 3;
-        details(kPreview, Workload::kTag, kInfo, mWork.text.c_str(), mWork.text.size());
-    }
     /// Returns when everything logged is in the file.
     void drain();
 
-    /// Lines that are no event.
-    static uint64_t foreignLines(uint64_t /*files*/) { return 0; }
-
-  protected:
-    /// What the threads share for one order of their events.
-    struct Order {
-        /// Places taken, and writers pending below them.
-        alignas(64) std::atomic<uint64_t> word{0};
-    };
-    /// With an `order`, which may be null, every call takes its place there.
-    RingContender(const Workload& work, Order* order);
-
   private:
+    friend class EventCalls<RingContender>;
     class Ring;
-    class Consumer;
-    static constexpr unsigned int kPreview = 4;
 
     // As callers of our interface, the compiler does not see through these.
     void enter(unsigned int module, const char* name, unsigned int request);
@@ -56,27 +39,14 @@ class RingContender {
     /// The ring of this thread.
     Ring& ring();
     Ring& makeRing();
-    void consume(int fd);
+    void consume();
 
-    const Workload& mWork;
-    Order* const mOrder;
+    EventFile mFile;                      // the consumer's
     std::atomic<Ring*> mNewest{nullptr};  // the others behind it
     /// Looks of the consumer that have found all rings empty and all text written.
     std::atomic<uint64_t> mIdleLooks{0};
     std::atomic<bool> mStop{false};
     std::thread mConsumer;
-};
-
-/// The same with the three atomic operations that a logger cannot do without whose lines are in one
-/// order, and whose records a crash handler reads: a compare-exchange on a word that all threads
-/// share, a full fence, a subtraction. The floor for such a call: the events themselves still share
-/// no cache line.
-class OrderedRingContender : public RingContender {
-  public:
-    explicit OrderedRingContender(const Workload& work) : RingContender(work, &mOrder) {}
-
-  private:
-    Order mOrder;
 };
 
 }  // namespace JCam::Bench

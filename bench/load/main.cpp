@@ -11,6 +11,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "BufferContender.h"
 #include "Bursts.h"
 #include "Field.h"
 #include "Files.h"
@@ -33,7 +34,7 @@ using namespace JCam::Bench;
 using nlohmann::json;
 
 constexpr const char* kLoggers[] = {
-        "jlog",   "ring", "ordered_ring",
+        "jlog",   "ring", "buffers",
 #ifdef JCAM_BENCH_SPDLOG
         "spdlog",
 #endif
@@ -69,8 +70,8 @@ json withLogger(const std::string& name, Measure measure) {
     if (name == "ring") {
         return measure.template operator()<RingContender>();
     }
-    if (name == "ordered_ring") {
-        return measure.template operator()<OrderedRingContender>();
+    if (name == "buffers") {
+        return measure.template operator()<BufferContender>();
     }
     return measure.template operator()<JlogContender>();
 }
