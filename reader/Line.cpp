@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
+#include <utility>
 
 #include "reader/Text.h"
 
@@ -16,14 +18,6 @@ constexpr size_t kMaxStampChars = kFractionAt + 9;
 constexpr std::string_view kLevels = "VDIWEF";
 /// Tags are padded to this width, so the colon behind one never stands further left.
 constexpr size_t kTagWidth = 8;
-
-/// Whether `text` begins with the characters of `shape`, and a digit where that has a 0.
-bool hasShape(std::string_view text, std::string_view shape) {
-    return text.size() >= shape.size() &&
-           std::equal(shape.begin(), shape.end(), text.begin(), [](char expected, char c) {
-               return expected == '0' ? c >= '0' && c <= '9' : c == expected;
-           });
-}
 
 int64_t numberOf(std::string_view digits) {
     int64_t number = 0;
@@ -47,7 +41,11 @@ bool takeId(std::string_view& text, int& id) {
 }
 
 bool takeTag(std::string_view& text, std::string_view& tag) {
-    const size_t colon = text.find(": ", kTagWidth);
+    // Most tags are short, so that the colon is where the padding ends.
+    const size_t colon =
+            text.size() > kTagWidth + 1 && text[kTagWidth] == ':' && text[kTagWidth + 1] == ' '
+                    ? kTagWidth
+                    : text.find(": ", kTagWidth);
     if (colon != std::string_view::npos) {
         tag = text.substr(0, colon);
         text.remove_prefix(colon + 2);
@@ -63,7 +61,8 @@ bool takeTag(std::string_view& text, std::string_view& tag) {
 }
 
 std::optional<Scope> parseScope(std::string_view text) {
-    Scope scope;
+    std::optional<Scope> result(std::in_place);
+    Scope& scope = *result;
     if (!take(text, "R AppRequest:") || !takeNumber(text, scope.requestNo) || !take(text, " M[")) {
         return std::nullopt;
     }
@@ -79,7 +78,10 @@ std::optional<Scope> parseScope(std::string_view text) {
     }
     scope.name = text.substr(0, hash);
     text.remove_prefix(hash + 2);
-    return takeNumber(text, scope.serial) && text.empty() ? std::optional(scope) : std::nullopt;
+    if (!takeNumber(text, scope.serial) || !text.empty()) {
+        return std::nullopt;
+    }
+    return result;
 }
 
 }  // namespace
@@ -104,29 +106,90 @@ bool takeOrigin(std::string_view& text, Origin& origin) {
     return true;
 }
 
+bool OriginReader::takeKnown(std::string_view& text, Origin& origin) const {
+    if (text.size() < kStampChars + sizeof(uint64_t) ||
+        std::memcmp(text.data(), mSecond, kSecondChars) != 0 ||
+        std::memcmp(text.data() + kStampChars, mPid, mPidSize) != 0) {
+        return false;
+    }
+    int64_t fraction = 0;
+    for (size_t i = kSecondChars; i < kStampChars; i++) {
+        const auto digit = static_cast<unsigned char>(text[i] - '0');
+        if (digit > 9) {
+            return false;
+        }
+        fraction = fraction * 10 + digit;
+    }
+    const char* c = text.data() + kStampChars + mPidSize;
+    const char* const end = text.data() + text.size();
+    while (c < end && *c == ' ') {
+        c++;
+    }
+    constexpr int kMaxDigits = 9;  // what an int takes whatever they are
+    const char* const digits = c;
+    int tid = 0;
+    for (; c < end && *c >= '0' && *c <= '9' && c - digits < kMaxDigits; c++) {
+        tid = tid * 10 + (*c - '0');
+    }
+    if (c == digits || c == end || *c != ' ') {
+        return false;
+    }
+    origin.date = text.substr(0, kTimeAt - 1);
+    origin.time = text.substr(kTimeAt, kStampChars - kTimeAt);
+    origin.microseconds = mMicroseconds + fraction;
+    origin.pid = mPidNumber;
+    origin.tid = tid;
+    text.remove_prefix(static_cast<size_t>(c - text.data()) + 1);
+    return true;
+}
+
+bool OriginReader::take(std::string_view& text, Origin& origin) {
+    if (mPidSize > 0 && takeKnown(text, origin)) {
+        return true;
+    }
+    const std::string_view before = text;
+    if (!takeOrigin(text, origin)) {
+        return false;
+    }
+    // " 4321 ": the blanks in front of the thread id may differ from line to line.
+    std::string_view pid = before.substr(kStampChars);
+    const size_t digits = std::min(pid.find_first_not_of(' '), pid.size());
+    const size_t size = std::min(pid.find(' ', digits), pid.size()) + 1;
+    constexpr size_t kMicroTimeChars = kStampChars - kTimeAt;
+    mPidSize = origin.time.size() == kMicroTimeChars && size <= kPidChars ? size : 0;
+    pid.copy(mPid, mPidSize);
+    before.copy(mSecond, kSecondChars);
+    mMicroseconds = origin.microseconds - origin.microseconds % 1000000;
+    mPidNumber = origin.pid;
+    return true;
+}
+
+std::string_view parseBehindOrigin(std::string_view text, Line& line) {
+    if (text.size() < 2 || text[1] != ' ' || kLevels.find(text[0]) == std::string_view::npos) {
+        return "no level letter V, D, I, W, E or F";
+    }
+    line.level = text[0];
+    text.remove_prefix(2);
+    if (!takeTag(text, line.tag)) {
+        return "no colon behind the tag";
+    }
+    line.text = text;
+    if (line.tag == "JLog") {
+        line.scope = parseScope(text);
+    }
+    return {};
+}
+
 std::optional<Line> parseLine(std::string_view text, std::string_view& reason) {
     Line line;
     if (text.find('\0') != std::string_view::npos) {
         reason = "a NUL byte in the line";
     } else if (!takeOrigin(text, line.origin)) {
         reason = "no date, time, process id and thread id at the start";
-    } else if (text.size() < 2 || text[1] != ' ' ||
-               kLevels.find(text[0]) == std::string_view::npos) {
-        reason = "no level letter V, D, I, W, E or F";
     } else {
-        line.level = text[0];
-        text.remove_prefix(2);
-        if (takeTag(text, line.tag)) {
-            line.text = text;
-            if (line.tag == "JLog") {
-                line.scope = parseScope(text);
-            }
-            reason = {};
-            return line;
-        }
-        reason = "no colon behind the tag";
+        reason = parseBehindOrigin(text, line);
     }
-    return std::nullopt;
+    return reason.empty() ? std::optional(line) : std::nullopt;
 }
 
 }  // namespace JCam::Reader

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -20,6 +21,27 @@ struct Origin {
 /// Takes an origin off the front of `text`, with the blank behind it. False if there is none; then
 /// `text` stays as it is.
 [[nodiscard]] bool takeOrigin(std::string_view& text, Origin& origin);
+
+/// Takes origins that follow each other: most share their second and their process with the one
+/// before, and those bytes are then compared and not parsed.
+class OriginReader {
+  public:
+    /// As takeOrigin().
+    [[nodiscard]] bool take(std::string_view& text, Origin& origin);
+
+  private:
+    [[nodiscard]] bool takeKnown(std::string_view& text, Origin& origin) const;
+
+    static constexpr size_t kSecondChars = 15;  // "MM-DD hh:mm:ss."
+    static constexpr size_t kStampChars = kSecondChars + 6;
+    static constexpr size_t kPidChars = 8;
+
+    char mSecond[kSecondChars + 1] = {};
+    int64_t mMicroseconds = 0;  // of the second, since midnight
+    char mPid[kPidChars] = {};  // " 4321 ", as much as there is up to the thread id
+    size_t mPidSize = 0;        // 0: nothing is known
+    int mPidNumber = 0;
+};
 
 /// The text of an enter or exit line: "R AppRequest:42 M[Preview:4] +  :processFrame #17".
 struct Scope {
@@ -45,5 +67,9 @@ struct Line {
 /// first part that does not fit. A tag that has ": " behind its eighth character is taken to end
 /// there.
 [[nodiscard]] std::optional<Line> parseLine(std::string_view text, std::string_view& reason);
+
+/// Parses what follows the origin of `line`, a text without NUL, into the rest of `line`. Empty if
+/// it fits, else the reason.
+[[nodiscard]] std::string_view parseBehindOrigin(std::string_view text, Line& line);
 
 }  // namespace JCam::Reader

@@ -13,17 +13,25 @@ namespace JCam::Reader {
 namespace fs = std::filesystem;
 
 std::optional<LogFile> parseName(const fs::path& path) {
-    constexpr size_t kStartChars = sizeof("YYYY_MMDD_hhmmss") - 1;
+    constexpr std::string_view kStartShape = "0000_0000_000000";
     const std::string name = path.filename().string();
     std::string_view rest = name;
     LogFile file;
     if (!take(rest, "cam_jlog_") || !takeNumber(rest, file.pid) || !take(rest, "_")) {
         return std::nullopt;
     }
-    file.isCrash = take(rest, "NE_");
-    file.start = rest.substr(0, kStartChars);
-    rest.remove_prefix(file.start.size());
-    if (!take(rest, "_") || !takeNumber(rest, file.index) || rest != ".txt") {
+    // The stamp is the last thing in front of the number.
+    const size_t number = rest.rfind('_');
+    if (number == std::string_view::npos || number < kStartShape.size()) {
+        return std::nullopt;
+    }
+    const size_t start = number - kStartShape.size();
+    file.start = rest.substr(start, kStartShape.size());
+    file.isCrash = start > 0;
+    const bool isPrefixed = start == 0 || rest[start - 1] == '_';
+    rest.remove_prefix(number + 1);
+    if (!isPrefixed || !hasShape(file.start, kStartShape) || !takeNumber(rest, file.index) ||
+        rest != ".txt") {
         return std::nullopt;
     }
     file.path = path;

@@ -7,11 +7,11 @@
 
 namespace JCam::Reader {
 
-/// A log file by its name: cam_jlog_PID_[NE_]YYYY_MMDD_hhmmss_NN.txt.
+/// A log file by its name: cam_jlog_PID_[PREFIX_]YYYY_MMDD_hhmmss_NN.txt.
 struct LogFile {
     std::filesystem::path path;
     int pid = 0;
-    bool isCrash = false;  // "NE_": what a process saved when it crashed
+    bool isCrash = false;  // it has a prefix, "NE_": what a process saved when it crashed
     std::string start;     // of its series: "YYYY_MMDD_hhmmss"
     unsigned int index = 0;
 };

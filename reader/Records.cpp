@@ -27,53 +27,99 @@ std::optional<CrashCause> parseCrash(std::string_view text) {
     return fits ? std::optional(crash) : std::nullopt;
 }
 
-}  // namespace
-
-Records::Records(std::string_view bytes, int pid) : mRest(bytes), mPid(pid) {
-    if (take(mRest, kMark)) {
-        mOffset = kMark.size();
-        mLineNumber = 2;
-    }
-}
-
-bool Records::beginsRecord(std::string_view text) const {
-    Origin origin;
-    return takeOrigin(text, origin) && (mPid == 0 || origin.pid == mPid) && text.size() > 1 &&
+/// Takes the origin off a text that begins a record.
+bool takeBegin(OriginReader& origins, std::string_view& text, Origin& origin, int pid) {
+    return origins.take(text, origin) && (pid == 0 || origin.pid == pid) && text.size() > 1 &&
            text[1] == ' ';
 }
 
-std::optional<Record> Records::next() {
-    if (mRest.empty()) {
-        return std::nullopt;
+}  // namespace
+
+Records::Records(std::string_view bytes, int pid) : mBytes(bytes), mPid(pid) {
+    if (bytes.starts_with(kMark)) {
+        mBegin = kMark.size();
+        mLineNumber = 2;
     }
-    Record record;
-    record.offset = mOffset;
+    static_cast<void>(beginsRecord(bytes.substr(mBegin)));
+}
+
+bool Records::beginsRecord(std::string_view text) {
+    std::string_view rest = text;
+    const bool begins = takeBegin(mOrigins, rest, mOrigin, mPid);
+    mOriginChars = begins ? text.size() - rest.size() : 0;
+    return begins;
+}
+
+/// Whether there is a NUL from the next record's begin to `end`. Looks some lines ahead at a time.
+bool Records::hasNul(size_t end) {
+    constexpr size_t kStep = 65536;
+    mNul = std::max(mNul, mBegin);
+    while (mNul < end && mBytes[mNul] != '\0') {
+        const std::string_view window = mBytes.substr(mNul, kStep);
+        mNul += std::min(window.find('\0'), window.size());
+    }
+    return mNul < end;
+}
+
+std::optional<Record> Records::next() {
+    std::optional<Record> result;
+    const std::string_view rest = mBytes.substr(mBegin);
+    if (rest.empty()) {
+        return result;
+    }
+    Record& record = result.emplace();
+    record.offset = mBegin;
     record.lineNumber = mLineNumber;
-    const bool isLine = beginsRecord(mRest);
-    std::string_view line = firstLine(mRest);
-    if (mOffset == 0 && !isLine) {
+    const size_t originChars = mOriginChars;
+    const bool isLine = originChars > 0;
+    std::string_view line = firstLine(rest);
+    if (isLine) {
+        record.line.emplace().origin = mOrigin;
+    } else if (mBegin == 0) {
         record.crash = parseCrash(line);
     }
     size_t size = 0;
     do {
         size += line.size();
         mLineNumber++;
-        line = firstLine(mRest.substr(size));
-        // No text has a NUL: what is behind one is not this record's.
-    } while (!record.crash && !line.empty() && !beginsRecord(mRest.substr(size)) &&
-             (!isLine || line.find('\0') == std::string_view::npos));
+        line = rest.substr(size);
+    } while (!line.empty() && !beginsRecord(line) && !record.crash &&
+             // No text has a NUL: what is behind one is not this record's.
+             (line = firstLine(line), !isLine || !hasNul(mBegin + size + line.size())));
 
-    record.bytes = mRest.substr(0, size);
+    record.lines = mLineNumber - record.lineNumber;
+    record.bytes = rest.substr(0, size);
     record.isTorn = !record.bytes.ends_with('\n');
-    mRest.remove_prefix(size);
-    mOffset += size;
     if (isLine) {
-        record.line =
-                parseLine(record.bytes.substr(0, size - (record.isTorn ? 0 : 1)), record.skipped);
+        const std::string_view text =
+                record.bytes.substr(originChars, size - originChars - (record.isTorn ? 0 : 1));
+        record.skipped = hasNul(mBegin + size) ? "a NUL byte in the line"
+                                               : parseBehindOrigin(text, *record.line);
+        if (!record.skipped.empty()) {
+            record.line.reset();
+        }
     } else if (!record.crash) {
         record.skipped = "no record begins here";
     }
-    return record;
+    mBegin += size;
+    return result;
+}
+
+size_t findRecord(std::string_view bytes, size_t from, int pid) {
+    OriginReader origins;
+    Origin origin;
+    size_t begin = from;
+    if (from > 0 && bytes[from - 1] != '\n') {
+        begin = std::min(bytes.find('\n', from), bytes.size() - 1) + 1;
+    }
+    while (begin < bytes.size()) {
+        std::string_view text = bytes.substr(begin);
+        if (takeBegin(origins, text, origin, pid)) {
+            return begin;
+        }
+        begin = std::min(bytes.find('\n', begin), bytes.size() - 1) + 1;
+    }
+    return bytes.size();
 }
 
 }  // namespace JCam::Reader

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -18,6 +19,7 @@ struct CrashCause {
 struct Record {
     uint64_t offset = 0;      // in the file
     uint64_t lineNumber = 0;  // of its first line; the file's first is 1
+    uint64_t lines = 0;       // it has
     std::string_view bytes;   // all of it, with the newlines
     bool isTorn = false;      // the file ends here without a newline: the end of it is missing
     std::optional<Line> line;
@@ -42,12 +44,22 @@ class Records {
     [[nodiscard]] std::optional<Record> next();
 
   private:
-    [[nodiscard]] bool beginsRecord(std::string_view text) const;
+    [[nodiscard]] bool beginsRecord(std::string_view text);
+    [[nodiscard]] bool hasNul(size_t end);
 
-    std::string_view mRest;
+    const std::string_view mBytes;
     const int mPid;
-    uint64_t mOffset = 0;
+    size_t mBegin = 0;  // of the next record
     uint64_t mLineNumber = 1;
+    OriginReader mOrigins;
+    // Of the last text that was looked at and begins a record: the next one's.
+    Origin mOrigin;
+    size_t mOriginChars = 0;  // 0: the next record begins without one
+    size_t mNul = 0;          // no byte in front of it is NUL
 };
+
+/// Where the first line at or behind `from` is that begins a record of `pid` (0: of any process);
+/// the size of `bytes` if there is none. `from` is 0 or behind a byte of `bytes`.
+[[nodiscard]] size_t findRecord(std::string_view bytes, size_t from, int pid);
 
 }  // namespace JCam::Reader
