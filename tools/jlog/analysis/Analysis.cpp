@@ -1,0 +1,502 @@
+#include "tools/jlog/analysis/Analysis.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <unordered_map>
+#include <utility>
+
+#include "tools/jlog/analysis/Pairing.h"
+#include "tools/jlog/analysis/RecordScan.h"
+#include "tools/jlog/analysis/WallClock.h"
+
+namespace JCam::Tool {
+
+namespace {
+
+/// The numbers of all parsers, as those of the series.
+class Translation {
+  public:
+    /// Appends to the tables what blocks have and they have not.
+    Translation(std::vector<Thread>& threads, std::vector<ScopeName>& names,
+                std::vector<std::string>& tags)
+            : mThreads(threads), mNames(names), mTags(tags) {
+        for (const Thread& thread : threads) {
+            mThreadNumbers.emplace(thread.tid, mThreadNumbers.size());
+        }
+        for (const ScopeName& name : names) {
+            mNameNumbers.emplace(keyOf(name), mNameNumbers.size());
+        }
+        for (const std::string& tag : tags) {
+            mTagNumbers.emplace(tag, mTagNumbers.size());
+        }
+    }
+
+    struct Tables {
+        std::vector<uint32_t> threads;
+        std::vector<uint32_t> scopes;
+        std::vector<uint32_t> tags;
+    };
+
+    /// Those of the parser of the block, with what is new in it.
+    const Tables& of(const Block& block) {
+        if (block.parser >= mTables.size()) {
+            mTables.resize(block.parser + 1);
+        }
+        Tables& tables = mTables[block.parser];
+        for (const int tid : block.discovered.tids) {
+            tables.threads.push_back(
+                    numberOf(mThreadNumbers, tid, [&] { mThreads.emplace_back().tid = tid; }));
+        }
+        for (const std::string& scope : block.discovered.scopes) {
+            ScopeName name = parse(scope);
+            std::string key = keyOf(name);
+            tables.scopes.push_back(numberOf(mNameNumbers, std::move(key),
+                                             [&] { mNames.push_back(std::move(name)); }));
+        }
+        for (const std::string& tag : block.discovered.tags) {
+            tables.tags.push_back(numberOf(mTagNumbers, tag, [&] { mTags.push_back(tag); }));
+        }
+        return tables;
+    }
+
+  private:
+    template <typename Map, typename Key, typename Add>
+    static uint32_t numberOf(Map& map, Key key, const Add& add) {
+        const auto [found, isNew] =
+                map.try_emplace(std::move(key), static_cast<uint32_t>(map.size()));
+        if (isNew) {
+            add();
+        }
+        return found->second;
+    }
+
+    /// "Preview:4] +  :IspNode", which a parser has seen to be of that form.
+    static ScopeName parse(std::string_view scope) {
+        constexpr size_t kBehindId = sizeof("] +  :") - 1;
+        ScopeName name;
+        const size_t colon = scope.find(':');
+        const size_t bracket = scope.find(']', colon);
+        name.module = scope.substr(0, colon);
+        name.moduleId = static_cast<uint32_t>(
+                std::stoul(std::string(scope.substr(colon + 1, bracket - colon - 1)), nullptr, 16));
+        name.name = scope.substr(bracket + kBehindId);
+        return name;
+    }
+
+    static std::string keyOf(const ScopeName& name) {
+        return name.module + ':' + std::to_string(name.moduleId) + ':' + name.name;
+    }
+
+    std::vector<Thread>& mThreads;
+    std::vector<ScopeName>& mNames;
+    std::vector<std::string>& mTags;
+    std::unordered_map<int, uint32_t> mThreadNumbers;
+    std::unordered_map<std::string, uint32_t> mNameNumbers;
+    std::unordered_map<std::string, uint32_t> mTagNumbers;
+    std::vector<Tables> mTables;  // of each parser
+};
+
+std::string_view bytesOf(const Block& block, const RawRecord& record) {
+    return block.bytes.substr(record.offset, record.size);
+}
+
+std::string_view textOf(const Block& block, const RawRecord& record) {
+    std::string_view text = bytesOf(block, record).substr(record.textOffset);
+    text.remove_suffix(text.ends_with('\n') ? 1 : 0);
+    return text;
+}
+
+/// Finds warnings and errors that differ in their numbers.
+class Complaints {
+  public:
+    explicit Complaints(std::vector<Complaint>& complaints) : mComplaints(complaints) {}
+
+    void add(char level, uint32_t tag, std::string_view text, int64_t wall) {
+        mKey.assign(1, level).append(std::to_string(tag)).append(1, ':');
+        for (const char c : text) {
+            if (c < '0' || c > '9') {
+                mKey += c;
+            } else if (mKey.back() != '0') {
+                mKey += '0';
+            }
+        }
+        auto found = mFound.find(mKey);
+        if (found == mFound.end()) {
+            // What has no pattern must not fill the memory.
+            constexpr size_t kMaxPatterns = 10000;
+            if (mFound.size() == kMaxPatterns) {
+                return;
+            }
+            found = mFound.emplace(mKey, mComplaints.size()).first;
+            mComplaints.push_back({level, tag, 0, std::string(text), wall});
+        }
+        mComplaints[found->second].count++;
+    }
+
+  private:
+    std::vector<Complaint>& mComplaints;
+    std::unordered_map<std::string, size_t> mFound;
+    std::string mKey;  // here to keep its memory
+};
+
+/// The pass over all records that fills an analysis.
+class FirstPass {
+  public:
+    explicit FirstPass(Analysis& log)
+            : mLog(log),
+              mTranslation(log.threads, log.names, log.tags),
+              mPairing(log.scopes, log.names),
+              mComplaints(log.complaints),
+              mClock(log.start, std::nullopt) {}
+
+    void visit(Block& block) {
+        if (!block.problem.empty()) {
+            mLog.files.problems.push_back(mLog.files.files[block.file].path.string() + ": " +
+                                          block.problem);
+        }
+        const Translation::Tables& tables = mTranslation.of(block);
+        size_t skipped = 0;
+        for (const RawRecord& record : block.records) {
+            if (record.kind == Kind::ENTER || record.kind == Kind::EXIT) {
+                visitScope(record, tables);
+            } else if (record.kind == Kind::DETAILS) {
+                visitDetails(block, record, tables);
+            } else if (record.kind == Kind::SIGNAL) {
+                crashOf(block.file).cause = textOf(block, record);
+            } else {
+                mLog.health.skippedBytes += record.size;
+                skipped++;
+            }
+            mLog.health.torn += record.isTorn ? 1 : 0;
+            if (record.date != 0) {
+                mThread->lastRecord = {block.file, record.size, block.offset + record.offset};
+                mLog.health.continuations += record.lines - 1;
+                mLog.health.records++;
+            }
+        }
+        if (mLog.files.files[block.file].isCrash) {
+            Crash& crash = crashOf(block.file);
+            crash.ordinal = mLog.events;
+            crash.time = mLog.lastTime;
+        }
+    }
+
+    void finish() { mLog.isMonotonic = mClock.isMonotonic(); }
+
+  private:
+    Crash& crashOf(uint32_t file) {
+        if (mLog.crashes.empty() || mLog.crashes.back().file != file) {
+            mLog.crashes.emplace_back().file = file;
+        }
+        return mLog.crashes.back();
+    }
+
+    int64_t timeOf(const RawRecord& record, const Translation::Tables& tables) {
+        mWall = mClock.wallOf(record.date, record.microseconds);
+        mThread = &mLog.threads[tables.threads[record.thread]];
+        int64_t time = mWall - mOffset;
+        const bool isFirst = mThread->lastTime == kNoTime;
+        // A signal handler's record may stand in front of the one that it interrupted.
+        constexpr int64_t kTolerance = 10000;
+        if (!isFirst && time < mThread->lastTime - kTolerance) [[unlikely]] {
+            time = step();
+        } else if (time > mLog.lastTime) {
+            // Nothing but a clock that was set, or a device that slept, keeps scopes open for so
+            // long.
+            constexpr int64_t kMaxSilence = 600000000;
+            if (time - mLog.lastTime > kMaxSilence && mLog.lastTime != kNoTime &&
+                mPairing.openCount() > 0) [[unlikely]] {
+                time = step();
+            }
+            mLog.lastTime = time;
+        }
+        if (isFirst) [[unlikely]] {
+            mThread->firstTime = time;
+            if (mLog.firstTime == kNoTime) {
+                mLog.firstTime = time;
+            }
+        }
+        mThread->lastTime = time;
+        mThread->records++;
+        return time;
+    }
+
+    /// The clock was set: time goes on from the last record.
+    int64_t step() {
+        mOffset = mWall - mLog.lastTime;
+        mLog.steps.push_back({mLog.health.records, mLog.events, mLog.lastTime, mOffset});
+        return mLog.lastTime;
+    }
+
+    void visitScope(const RawRecord& record, const Translation::Tables& tables) {
+        const int64_t time = timeOf(record, tables);
+        checkSerial(record.serial);
+        const Pairing::Event event{tables.threads[record.thread], tables.scopes[record.name],
+                                   record.request, mLog.events++, time};
+        if (record.kind == Kind::ENTER) {
+            mThread->scopes++;
+            mPairing.enter(event);
+        } else {
+            mPairing.exit(event);
+        }
+    }
+
+    void visitDetails(const Block& block, const RawRecord& record,
+                      const Translation::Tables& tables) {
+        timeOf(record, tables);
+        const uint32_t scope = mPairing.innermost(tables.threads[record.thread]);
+        if (scope != kNone) {
+            mLog.names[mLog.scopes[scope].name].details++;
+        }
+        constexpr uint32_t kMaxText = 1023;  // characters that the logger keeps of a text
+        if (record.size - record.textOffset > kMaxText) {
+            mLog.health.cutTexts++;
+        }
+        if (record.level == 'W' || record.level == 'E' || record.level == 'F') {
+            mComplaints.add(record.level, tables.tags[record.name], textOf(block, record), mWall);
+        }
+    }
+
+    void checkSerial(uint32_t serial) {
+        const uint32_t ahead = serial - mExpected;
+        if (ahead != 0 || mLog.runs.empty()) [[unlikely]] {
+            startRun(serial, ahead);
+        }
+        mExpected = serial + 1;
+    }
+
+    void startRun(uint32_t serial, uint32_t ahead) {
+        uint32_t lost = 0;
+        if (!mLog.runs.empty()) {
+            // A line that looks like a scope, but is none, may have any serial.
+            if (serial == mBeforeJump && mLog.runs.back().lost > 0) {
+                mLog.health.lost -= std::exchange(mLog.runs.back().lost, 0);
+                mLog.health.oddSerials++;
+            } else if (ahead > UINT32_MAX / 2) {
+                mLog.health.oddSerials++;
+            } else {
+                lost = ahead;
+                mLog.health.lost += lost;
+            }
+        }
+        mBeforeJump = mExpected;
+        mLog.runs.push_back({mLog.events, serial, lost});
+    }
+
+    Analysis& mLog;
+    Translation mTranslation;
+    Pairing mPairing;
+    Complaints mComplaints;
+    WallClock mClock;
+    Thread* mThread = nullptr;  // of the current record
+    int64_t mWall = 0;          // of the current record
+    int64_t mOffset = 0;
+    uint32_t mExpected = 0;  // the next serial
+    uint32_t mBeforeJump = 0;
+};
+
+/// The open scopes of each thread, when it is known already what closes what.
+class Stacks {
+  public:
+    explicit Stacks(const Analysis& log) : mLog(log), mStacks(log.threads.size()) {}
+
+    void enter(uint32_t scope) {
+        if (!mLog.names[mLog.scopes[scope].name].crossesThreads) {
+            mStacks[mLog.scopes[scope].thread].push_back(scope);
+        }
+    }
+    void exit(uint32_t scope) {
+        const Scope& closed = mLog.scopes[scope];
+        std::vector<uint32_t>& stack = mStacks[closed.thread];
+        const auto found = std::find(stack.rbegin(), stack.rend(), scope);
+        if (closed.enter != kNone && found != stack.rend()) {
+            // What was entered after it stays open, but encloses nothing any more.
+            const auto from = found.base() - 1;
+            stack.erase(from, closed.crossedThreads() ? from + 1 : stack.end());
+        }
+    }
+    [[nodiscard]] uint32_t innermost(uint32_t thread) const {
+        return mStacks[thread].empty() ? kNone : mStacks[thread].back();
+    }
+
+  private:
+    const Analysis& mLog;
+    std::vector<std::vector<uint32_t>> mStacks;
+};
+
+}  // namespace
+
+Analysis::Analysis(SeriesFiles seriesFiles, const Progress& progress)
+        : files(std::move(seriesFiles)), start(parseStart(files.start)) {
+    uint64_t bytes = 0;
+    for (const Piece& piece : files.pieces) {
+        bytes += piece.end - piece.begin;
+    }
+    // At full load. What is not used costs address space alone.
+    constexpr uint64_t kBytesPerScope = 400;
+    scopes.reserve(bytes / kBytesPerScope);
+    FirstPass pass(*this);
+    scanRecords(files, [&](Block& block) {
+        pass.visit(block);
+        if (progress) {
+            progress(block.bytes.size());
+        }
+    });
+    pass.finish();
+    if (std::any_of(names.begin(), names.end(),
+                    [](const ScopeName& name) { return name.crossesThreads; })) {
+        pairAgain();
+    }
+}
+
+std::vector<uint32_t> Analysis::scopesByOrdinal() const {
+    std::vector<uint32_t> owners(events, kNone);
+    for (uint32_t i = 0; i < scopes.size(); i++) {
+        if (scopes[i].enter != kNone) {
+            owners[scopes[i].enter] = i;
+        }
+        if (scopes[i].exit != kNone) {
+            owners[scopes[i].exit] = i;
+        }
+    }
+    return owners;
+}
+
+void Analysis::pairAgain() {
+    const std::vector<uint32_t> owners = scopesByOrdinal();
+    const std::vector<Scope> before = std::exchange(scopes, {});
+    scopes.reserve(before.size());
+    Pairing pairing(scopes, names);
+    for (uint32_t ordinal = 0; ordinal < events; ordinal++) {
+        const Scope& scope = before[owners[ordinal]];
+        if (scope.enter == ordinal) {
+            pairing.enter({scope.thread, scope.name, scope.request, ordinal, scope.begin});
+        } else {
+            pairing.exit({scope.exitThread, scope.name, scope.request, ordinal, scope.end});
+        }
+    }
+}
+
+uint32_t Analysis::serialOf(uint32_t ordinal) const {
+    const auto behind = std::upper_bound(
+            runs.begin(), runs.end(), ordinal,
+            [](uint32_t wanted, const SerialRun& run) { return wanted < run.ordinal; });
+    return behind == runs.begin() ? kNone : behind[-1].serial + (ordinal - behind[-1].ordinal);
+}
+
+int64_t Analysis::wallOf(int64_t time, uint32_t ordinal) const {
+    const auto behind = std::upper_bound(
+            steps.begin(), steps.end(), ordinal,
+            [](uint32_t wanted, const ClockStep& step) { return wanted < step.ordinal; });
+    return behind == steps.begin() ? time : time + behind[-1].offset;
+}
+
+Fate Analysis::fateOf(const Scope& scope) const {
+    const auto isLoss = [](const SerialRun& run) { return run.lost > 0; };
+    if (scope.isClosed()) {
+        return Fate::CLOSED;
+    }
+    if (scope.exit == kNone) {
+        const bool isLost = std::any_of(runs.begin(), runs.end(), [&](const SerialRun& run) {
+            return isLoss(run) && run.ordinal > scope.enter;
+        });
+        return isLost ? Fate::EXIT_LOST : Fate::IN_FLIGHT;
+    }
+    const bool isLost = std::any_of(runs.begin(), runs.end(), [&](const SerialRun& run) {
+        return isLoss(run) && run.ordinal <= scope.exit;
+    });
+    return isLost ? Fate::ENTER_LOST : runs.front().serial > 1 ? Fate::BEFORE_LOG : Fate::NO_ENTER;
+}
+
+std::string Analysis::read(const Place& place) const {
+    std::string bytes(place.size, '\0');
+    if (place.file >= files.files.size()) {
+        return {};
+    }
+    std::ifstream file(files.files[place.file].path, std::ios::binary);
+    file.seekg(static_cast<std::streamoff>(place.offset));
+    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<size_t>(file.gcount()));
+    return bytes;
+}
+
+void Analysis::forEachEvent(const std::function<void(uint32_t, bool)>& visit) const {
+    const std::vector<uint32_t> owners = scopesByOrdinal();
+    for (uint32_t ordinal = 0; ordinal < events; ordinal++) {
+        visit(owners[ordinal], scopes[owners[ordinal]].enter == ordinal);
+    }
+}
+
+void Analysis::forEachRecord(const Visit& visit, const Progress& progress) const {
+    const std::vector<uint32_t> owners = scopesByOrdinal();
+    Stacks stacks(*this);
+    WallClock clock(start, std::nullopt);
+    std::vector<Thread> knownThreads = threads;
+    std::vector<ScopeName> knownNames = names;
+    std::vector<std::string> knownTags = tags;
+    Translation translation(knownThreads, knownNames, knownTags);
+    std::vector<uint64_t> lineNumbers(files.files.size(), 1);
+    uint32_t ordinal = 0;
+    uint64_t records = 0;
+    auto step = steps.begin();
+    int64_t offset = 0;
+    scanRecords(files, [&](Block& block) {
+        const Translation::Tables& tables = translation.of(block);
+        uint64_t& lineNumber = lineNumbers[block.file];
+        lineNumber += block.hasMark ? 1 : 0;
+        auto reason = block.reasons.begin();
+        for (const RawRecord& raw : block.records) {
+            Entry entry;
+            entry.kind = raw.kind;
+            entry.level = raw.level;
+            entry.isTorn = raw.isTorn;
+            entry.request = raw.request;
+            entry.serial = raw.serial;
+            entry.lines = raw.lines;
+            entry.bytes = bytesOf(block, raw);
+            entry.text = textOf(block, raw);
+            entry.file = block.file;
+            entry.lineNumber = lineNumber;
+            entry.offset = block.offset + raw.offset;
+            lineNumber += raw.lines;
+            uint32_t scope = kNone;
+            if (raw.date != 0) {
+                if (step != steps.end() && step->record == records) {
+                    offset = step->offset;
+                    step++;
+                }
+                records++;
+                entry.thread = tables.threads[raw.thread];
+                entry.wall = clock.wallOf(raw.date, raw.microseconds);
+                entry.time = entry.wall - offset;
+                const bool isDetails = raw.kind == Kind::DETAILS;
+                entry.name = isDetails ? tables.tags[raw.name] : tables.scopes[raw.name];
+                if (entry.thread >= threads.size() ||
+                    entry.name >= (isDetails ? tags.size() : names.size())) {
+                    continue;  // somebody has written into the file since the first pass
+                }
+                if (isDetails) {
+                    scope = stacks.innermost(entry.thread);
+                } else {
+                    scope = ordinal < owners.size() ? owners[ordinal] : kNone;
+                    if (scope != kNone) {
+                        raw.kind == Kind::ENTER ? stacks.enter(scope) : stacks.exit(scope);
+                    }
+                    ordinal++;
+                }
+            } else {
+                entry.wall = entry.time = kNoTime;
+                if (raw.kind == Kind::SKIPPED) {
+                    entry.text = *reason++;
+                }
+            }
+            visit(entry, scope);
+        }
+        if (progress) {
+            progress(block.bytes.size());
+        }
+    });
+}
+
+}  // namespace JCam::Tool

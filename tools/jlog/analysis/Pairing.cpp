@@ -1,0 +1,174 @@
+#include "tools/jlog/analysis/Pairing.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace JCam::Tool {
+
+size_t Pairing::homeOf(uint64_t key) const {
+    constexpr uint64_t kMultiplier = 0x9e3779b97f4a7c15;  // 2^64 / golden ratio
+    const uint64_t hash = key * kMultiplier;
+    return (hash ^ hash >> 32) & (mLists.size() - 1);
+}
+
+size_t Pairing::slotOf(uint64_t key) const {
+    size_t slot = homeOf(key);
+    while (mLists[slot].oldest != kNone && mLists[slot].key != key) {
+        slot = (slot + 1) & (mLists.size() - 1);
+    }
+    return slot;
+}
+
+void Pairing::growLists() {
+    const std::vector<List> old = std::exchange(mLists, std::vector<List>(mLists.size() * 2));
+    for (const List& list : old) {
+        if (list.oldest != kNone) {
+            mLists[slotOf(list.key)] = list;
+        }
+    }
+}
+
+void Pairing::link(uint32_t open) {
+    if ((mListCount + 1) * 2 > mLists.size()) {
+        growLists();
+    }
+    List& list = mLists[slotOf(mOpen[open].key)];
+    if (list.oldest == kNone) {
+        list.key = mOpen[open].key;
+        list.oldest = open;
+        mListCount++;
+    } else {
+        mOpen[list.newest].newer = open;
+        mOpen[open].older = list.newest;
+    }
+    list.newest = open;
+}
+
+void Pairing::unlink(uint32_t open) {
+    const Open& removed = mOpen[open];
+    size_t slot = slotOf(removed.key);
+    List& list = mLists[slot];
+    (removed.older == kNone ? list.oldest : mOpen[removed.older].newer) = removed.newer;
+    (removed.newer == kNone ? list.newest : mOpen[removed.newer].older) = removed.older;
+    if (list.oldest != kNone) {
+        return;
+    }
+    // Lists behind it move up, so that no chain has a gap.
+    mListCount--;
+    const size_t mask = mLists.size() - 1;
+    for (size_t next = (slot + 1) & mask; mLists[next].oldest != kNone; next = (next + 1) & mask) {
+        if (((next - homeOf(mLists[next].key)) & mask) >= ((next - slot) & mask)) {
+            mLists[slot] = std::exchange(mLists[next], List{});
+            slot = next;
+        }
+    }
+}
+
+void Pairing::push(uint32_t open) {
+    const uint32_t thread = mOpen[open].thread;
+    if (thread >= mStacks.size()) {
+        mStacks.resize(thread + 1);
+    }
+    std::vector<uint32_t>& stack = mStacks[thread];
+    if (stack.size() == kMaxDepth) {
+        const auto half = stack.begin() + kMaxDepth / 2;
+        std::for_each(stack.begin(), half, [&](uint32_t deep) { mOpen[deep].isOnStack = false; });
+        stack.erase(stack.begin(), half);
+    }
+    stack.push_back(open);
+    mOpen[open].isOnStack = true;
+}
+
+uint32_t Pairing::enter(const Event& event) {
+    Scope& scope = mScopes.emplace_back();
+    scope.begin = event.time;
+    scope.request = event.request;
+    scope.name = event.name;
+    scope.thread = event.thread;
+    scope.enter = event.ordinal;
+    uint32_t open = static_cast<uint32_t>(mOpen.size());
+    if (mFree.empty()) {
+        mOpen.emplace_back();
+    } else {
+        open = mFree.back();
+        mFree.pop_back();
+        mOpen[open] = {};
+    }
+    const auto index = static_cast<uint32_t>(mScopes.size() - 1);
+    mOpen[open].key = keyOf(event);
+    mOpen[open].scope = index;
+    mOpen[open].thread = event.thread;
+    link(open);
+    if (!mNames[event.name].crossesThreads) {
+        push(open);
+    }
+    return index;
+}
+
+uint32_t Pairing::takeFromOwnStack(const Event& event, uint32_t newest) {
+    for (int look = 0; newest != kNone && look < kMaxLook; newest = mOpen[newest].older, look++) {
+        if (!mOpen[newest].isOnStack || mOpen[newest].thread != event.thread) {
+            continue;
+        }
+        std::vector<uint32_t>& stack = mStacks[event.thread];
+        while (stack.back() != newest) {
+            mOpen[stack.back()].isOnStack = false;
+            stack.pop_back();
+        }
+        stack.pop_back();
+        return newest;
+    }
+    return kNone;
+}
+
+uint32_t Pairing::takeFromOthers(const Event& event, uint32_t oldest) {
+    uint32_t detached = oldest;
+    for (int look = 0; detached != kNone && mOpen[detached].isOnStack; look++) {
+        detached = look < kMaxLook ? mOpen[detached].newer : kNone;
+    }
+    const uint32_t taken = detached != kNone ? detached : oldest;
+    if (mOpen[taken].thread != event.thread) {
+        mNames[event.name].crossesThreads = true;
+    }
+    if (mOpen[taken].isOnStack) {
+        std::erase(mStacks[mOpen[taken].thread], taken);
+    }
+    return taken;
+}
+
+uint32_t Pairing::close(uint32_t open, const Event& event) {
+    unlink(open);
+    mFree.push_back(open);
+    const uint32_t index = mOpen[open].scope;
+    Scope& scope = mScopes[index];
+    scope.end = event.time;
+    scope.exitThread = event.thread;
+    scope.exit = event.ordinal;
+    return index;
+}
+
+uint32_t Pairing::exit(const Event& event) {
+    const uint64_t key = keyOf(event);
+    if (event.thread < mStacks.size() && !mStacks[event.thread].empty()) {
+        const uint32_t top = mStacks[event.thread].back();
+        if (mOpen[top].key == key) {
+            mStacks[event.thread].pop_back();
+            return close(top, event);
+        }
+    }
+    const List& list = mLists[slotOf(key)];
+    if (list.oldest == kNone) {
+        Scope& scope = mScopes.emplace_back();
+        scope.request = event.request;
+        scope.name = event.name;
+        scope.thread = event.thread;
+        scope.end = event.time;
+        scope.exitThread = event.thread;
+        scope.exit = event.ordinal;
+        return static_cast<uint32_t>(mScopes.size() - 1);
+    }
+    const uint32_t own = takeFromOwnStack(event, list.newest);
+    return close(own != kNone ? own : takeFromOthers(event, list.oldest), event);
+}
+
+}  // namespace JCam::Tool

@@ -1,0 +1,202 @@
+#include "tools/jlog/analysis/SeriesFiles.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <system_error>
+#include <tuple>
+#include <utility>
+
+#include "reader/MappedFile.h"
+#include "reader/Records.h"
+#include "tools/jlog/analysis/CrashOverlap.h"
+
+namespace JCam::Tool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Reader::LogFile;
+
+bool isBefore(const LogFile& a, const LogFile& b) {
+    return std::tie(a.index, a.path) < std::tie(b.index, b.path);
+}
+
+/// The process and the date of the first record of a file whose name does not tell.
+LogFile describe(const fs::path& path) {
+    LogFile file;
+    file.path = path;
+    const Reader::MappedFile mapped(path);
+    Reader::Records records(mapped.bytes(), 0);
+    for (int look = 0; look < 100; look++) {
+        const std::optional<Reader::Record> record = records.next();
+        if (!record) {
+            break;
+        }
+        file.isCrash = file.isCrash || record->crash;
+        if (record->line) {
+            file.pid = record->line->origin.pid;
+            break;
+        }
+    }
+    return file;
+}
+
+void collect(const fs::path& path, std::vector<LogFile>& files) {
+    std::error_code error;
+    if (!fs::is_directory(path, error)) {
+        struct stat status = {};
+        if (stat(path.c_str(), &status) != 0) {
+            throw std::runtime_error(path.string() + ": " + std::strerror(errno));
+        }
+        if (!S_ISREG(status.st_mode)) {
+            throw std::runtime_error(path.string() + ": not a file or folder");
+        }
+        files.push_back(Reader::parseName(path).value_or(describe(path)));
+        return;
+    }
+    fs::directory_iterator i(path, error);
+    if (error) {
+        throw std::runtime_error(path.string() + ": " + error.message());
+    }
+    const size_t before = files.size();
+    for (const fs::directory_iterator end; !error && i != end; i.increment(error)) {
+        std::optional<LogFile> file = Reader::parseName(i->path());
+        std::error_code ignored;
+        if (file && i->is_regular_file(ignored)) {
+            files.push_back(*std::move(file));
+        }
+    }
+    if (files.size() == before) {
+        throw std::runtime_error(path.string() + ": no log files (cam_jlog_*.txt) in this folder");
+    }
+}
+
+/// Log files of one series. With the logger's fallback the later ones are in another folder; but
+/// the same number in two folders is not the same series.
+std::vector<SeriesFiles> split(std::vector<LogFile> files) {
+    std::sort(files.begin(), files.end(), [](const LogFile& a, const LogFile& b) {
+        const fs::path folderA = a.path.parent_path();
+        const fs::path folderB = b.path.parent_path();
+        return std::tie(folderA, a.index) < std::tie(folderB, b.index);
+    });
+    std::vector<SeriesFiles> result;
+    for (size_t begin = 0; begin < files.size();) {
+        size_t end = begin + 1;
+        while (end < files.size() &&
+               files[end].path.parent_path() == files[begin].path.parent_path()) {
+            end++;
+        }
+        const auto overlaps = [&](const SeriesFiles& series) {
+            return std::any_of(series.files.begin(), series.files.end(), [&](const LogFile& file) {
+                return std::any_of(files.begin() + static_cast<std::ptrdiff_t>(begin),
+                                   files.begin() + static_cast<std::ptrdiff_t>(end),
+                                   [&](const LogFile& other) { return other.index == file.index; });
+            });
+        };
+        auto series = std::find_if_not(result.begin(), result.end(), overlaps);
+        if (series == result.end()) {
+            series = result.emplace(series);
+            series->pid = files[begin].pid;
+            series->start = files[begin].start;
+        }
+        for (; begin < end; begin++) {
+            series->files.push_back(std::move(files[begin]));
+        }
+        std::sort(series->files.begin(), series->files.end(), isBefore);
+    }
+    return result;
+}
+
+void plan(SeriesFiles& series) {
+    for (uint32_t i = 0; i < series.files.size(); i++) {
+        std::error_code error;
+        const uint64_t size = fs::file_size(series.files[i].path, error);
+        series.sizes.push_back(error ? 0 : size);
+        if (error) {
+            series.problems.push_back(series.files[i].path.string() + ": " + error.message());
+        } else if (size > 0 && !series.files[i].isCrash) {
+            series.pieces.push_back({i, 0, size});
+        }
+    }
+    for (uint32_t i = 0; i < series.files.size(); i++) {
+        if (series.files[i].isCrash && series.sizes[i] > 0) {
+            joinCrashFile(series, i);
+        }
+    }
+}
+
+}  // namespace
+
+std::vector<SeriesFiles> findSeries(const std::vector<fs::path>& paths) {
+    std::vector<LogFile> files;
+    for (const fs::path& path : paths) {
+        collect(path, files);
+    }
+    std::sort(files.begin(), files.end(),
+              [](const LogFile& a, const LogFile& b) { return a.path < b.path; });
+    files.erase(std::unique(files.begin(), files.end(),
+                            [](const LogFile& a, const LogFile& b) {
+                                std::error_code error;
+                                return a.path == b.path || fs::equivalent(a.path, b.path, error);
+                            }),
+                files.end());
+
+    std::map<std::pair<int, std::string>, std::vector<LogFile>> groups;
+    std::vector<LogFile> crashes;
+    for (LogFile& file : files) {
+        if (file.isCrash) {
+            crashes.push_back(std::move(file));
+        } else {
+            std::pair<int, std::string> key(file.pid, file.start);
+            groups[std::move(key)].push_back(std::move(file));
+        }
+    }
+    std::vector<SeriesFiles> result;
+    for (auto& [key, group] : groups) {
+        for (SeriesFiles& series : split(std::move(group))) {
+            result.push_back(std::move(series));
+        }
+    }
+    std::sort(crashes.begin(), crashes.end(), [](const LogFile& a, const LogFile& b) {
+        return std::tie(a.start, a.index) < std::tie(b.start, b.index);
+    });
+    for (LogFile& crash : crashes) {
+        // The newest series of its process that began before it, of its own folder if there are
+        // two.
+        SeriesFiles* owner = nullptr;
+        const auto rank = [&](const SeriesFiles& series) {
+            const bool isBeside =
+                    !series.files.empty() &&
+                    series.files.front().path.parent_path() == crash.path.parent_path();
+            return std::pair(series.start, isBeside);
+        };
+        for (SeriesFiles& series : result) {
+            if (series.pid == crash.pid && (crash.start.empty() || series.start <= crash.start) &&
+                (owner == nullptr || rank(*owner) < rank(series))) {
+                owner = &series;
+            }
+        }
+        if (owner == nullptr) {
+            owner = &result.emplace_back();
+            owner->pid = crash.pid;
+            owner->start = crash.start;
+        }
+        owner->files.push_back(std::move(crash));
+    }
+    std::sort(result.begin(), result.end(), [](const SeriesFiles& a, const SeriesFiles& b) {
+        return std::tie(a.start, a.pid) < std::tie(b.start, b.pid);
+    });
+    for (SeriesFiles& series : result) {
+        plan(series);
+    }
+    return result;
+}
+
+}  // namespace JCam::Tool

@@ -1,0 +1,101 @@
+#include "tools/jlog/analysis/WallClock.h"
+
+#include <chrono>
+#include <cstdlib>
+
+#include <fmt/format.h>
+
+#include "reader/Text.h"
+
+namespace JCam::Tool {
+
+namespace {
+
+constexpr int64_t kSecond = 1000000;
+constexpr int64_t kDay = 24 * 3600 * kSecond;
+
+/// The begin of a day, in microseconds since 1970; empty if there is no such day.
+std::optional<int64_t> beginOf(int year, int date) {
+    const std::chrono::year_month_day day{std::chrono::year(year),
+                                          std::chrono::month(static_cast<unsigned int>(date / 100)),
+                                          std::chrono::day(static_cast<unsigned int>(date % 100))};
+    if (!day.ok()) {
+        return std::nullopt;
+    }
+    return std::chrono::sys_days(day).time_since_epoch().count() * kDay;
+}
+
+int yearOf(int64_t wall) {
+    const std::chrono::sys_days day(std::chrono::days(wall / kDay - (wall % kDay < 0 ? 1 : 0)));
+    return static_cast<int>(std::chrono::year_month_day(day).year());
+}
+
+}  // namespace
+
+std::optional<int64_t> parseStart(std::string_view start) {
+    if (!Reader::hasShape(start, "0000_0000_000000")) {
+        return std::nullopt;
+    }
+    const auto number = [&](size_t at, size_t digits) {
+        int value = 0;
+        std::string_view text = start.substr(at, digits);
+        static_cast<void>(Reader::takeNumber(text, value));
+        return value;
+    };
+    const std::optional<int64_t> day = beginOf(number(0, 4), number(5, 4));
+    if (!day) {
+        return std::nullopt;
+    }
+    return *day + (number(10, 2) * 3600 + number(12, 2) * 60 + number(14, 2)) * kSecond;
+}
+
+void formatWall(int64_t wall, char (&text)[27]) {
+    const int64_t inDay = ((wall % kDay) + kDay) % kDay;
+    const std::chrono::year_month_day day{
+            std::chrono::sys_days(std::chrono::days((wall - inDay) / kDay))};
+    const int64_t seconds = inDay / kSecond;
+    const auto end =
+            fmt::format_to_n(text, sizeof(text) - 1, "{:04}-{:02}-{:02} {:02}:{:02}:{:02}.{:06}",
+                             static_cast<int>(day.year()), static_cast<unsigned int>(day.month()),
+                             static_cast<unsigned int>(day.day()), seconds / 3600,
+                             seconds / 60 % 60, seconds % 60, inDay % kSecond);
+    *end.out = '\0';
+}
+
+WallClock::WallClock(std::optional<int64_t> start, std::optional<int64_t> bootTime)
+        : mStart(start), mBootTime(bootTime), mYear(start ? yearOf(*start) : 1970) {}
+
+void WallClock::setDate(uint16_t date, int64_t microseconds) {
+    const bool isFirst = mDate == 0;
+    mDate = date;
+    if (mIsMonotonic) {
+        // Counted from the first of January 1970, local time, which west of Greenwich is in 1969.
+        mDay = beginOf(date / 100 == 12 ? 1969 : 1970, date).value_or(0) + mOffset;
+        return;
+    }
+    // The year in which it is next to the record before, or to the start.
+    const int64_t near = isFirst ? mStart.value_or(0) : mDay;
+    std::optional<int64_t> best;
+    for (const int year : {mYear - 1, mYear, mYear + 1}) {
+        const std::optional<int64_t> day = beginOf(year, date);
+        if (day && (!best || std::llabs(*day - near) < std::llabs(*best - near))) {
+            best = day;
+        }
+    }
+    if (!best) {
+        return;  // there is no such day: that of the record before
+    }
+    mDay = *best;
+    mYear = yearOf(*best);
+    // A series begins within moments of its first record. Devices run for less than three months.
+    constexpr int64_t kMaxDelay = 2 * kDay;
+    if (isFirst && mStart && std::llabs(*best + microseconds - *mStart) > kMaxDelay &&
+        (date / 100 <= 3 || date == 1231)) {
+        mIsMonotonic = true;
+        const int64_t first = beginOf(date == 1231 ? 1969 : 1970, date).value_or(0) + microseconds;
+        mOffset = mBootTime.value_or(*mStart - first);
+        mDay = first - microseconds + mOffset;
+    }
+}
+
+}  // namespace JCam::Tool

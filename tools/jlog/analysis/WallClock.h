@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace JCam::Tool {
+
+/// Microseconds since 1970 of a stamp "YYYY_MMDD_hhmmss", taken for local time; empty if it is
+/// none.
+[[nodiscard]] std::optional<int64_t> parseStart(std::string_view start);
+
+/// A time of Entry::wall as "YYYY-MM-DD hh:mm:ss.uuuuuu", in 27 characters with the NUL.
+void formatWall(int64_t wall, char (&text)[27]);
+
+/// Gives the stamps of a series their year, and finds where the clock was set.
+class WallClock {
+  public:
+    /// `start`: when the series began. `bootTime`: when the monotonic clock read 0, if that is
+    /// known; for stamps of that clock it is otherwise taken from `start`.
+    WallClock(std::optional<int64_t> start, std::optional<int64_t> bootTime);
+
+    /// The stamp of the next record. `date`: month * 100 + day.
+    int64_t wallOf(uint16_t date, int64_t microseconds) {
+        if (date != mDate) [[unlikely]] {
+            setDate(date, microseconds);
+        }
+        return mDay + microseconds;
+    }
+
+    /// Stamps count from the start of the device and not from 1970.
+    [[nodiscard]] bool isMonotonic() const { return mIsMonotonic; }
+
+  private:
+    void setDate(uint16_t date, int64_t microseconds);
+
+    const std::optional<int64_t> mStart;
+    const std::optional<int64_t> mBootTime;
+    uint16_t mDate = 0;  // no month is 0
+    int64_t mDay = 0;    // the begin of mDate
+    int mYear = 0;
+    bool mIsMonotonic = false;
+    int64_t mOffset = 0;  // of monotonic stamps
+};
+
+}  // namespace JCam::Tool
