@@ -107,6 +107,41 @@ std::string_view textOf(const Block& block, const RawRecord& record) {
     return text;
 }
 
+/// Counts the lines of the files of a series, and makes what can be said of a record without those
+/// before it.
+class Lines {
+  public:
+    explicit Lines(size_t files) : mNext(files, 1) {}
+
+    /// `block` is the next one.
+    void begin(const Block& block) {
+        mNext[block.file] += block.hasMark ? 1 : 0;
+        mReason = block.reasons.begin();
+    }
+    /// `record` is the next one of the block.
+    Entry entryOf(const Block& block, const RawRecord& record) {
+        Entry entry;
+        entry.kind = record.kind;
+        entry.level = record.level;
+        entry.isTorn = record.isTorn;
+        entry.request = record.request;
+        entry.serial = record.serial;
+        entry.lines = record.lines;
+        entry.wall = entry.time = kNoTime;
+        entry.bytes = bytesOf(block, record);
+        entry.text = record.kind == Kind::SKIPPED ? *mReason++ : textOf(block, record);
+        entry.file = block.file;
+        entry.lineNumber = mNext[block.file];
+        entry.offset = block.offset + record.offset;
+        mNext[block.file] += record.lines;
+        return entry;
+    }
+
+  private:
+    std::vector<uint64_t> mNext;  // line of each file
+    std::vector<std::string_view>::const_iterator mReason;
+};
+
 /// Finds warnings and errors that differ in their numbers.
 class Complaints {
   public:
@@ -143,12 +178,14 @@ class Complaints {
 /// The pass over all records that fills an analysis.
 class FirstPass {
   public:
-    explicit FirstPass(Analysis& log)
+    FirstPass(Analysis& log, const Analysis::Stream* visitor)
             : mLog(log),
+              mVisitor(visitor),
+              mLines(log.files.files.size()),
               mTranslation(log.threads, log.names, log.tags),
               mPairing(log.scopes, log.names),
               mComplaints(log.complaints),
-              mClock(log.start, std::nullopt) {}
+              mClock(log.start, log.bootTime) {}
 
     void visit(Block& block) {
         if (!block.problem.empty()) {
@@ -156,23 +193,26 @@ class FirstPass {
                                           block.problem);
         }
         const Translation::Tables& tables = mTranslation.of(block);
-        size_t skipped = 0;
+        mLines.begin(block);
         for (const RawRecord& record : block.records) {
+            uint32_t scope = kNone;
             if (record.kind == Kind::ENTER || record.kind == Kind::EXIT) {
-                visitScope(record, tables);
+                scope = visitScope(record, tables);
             } else if (record.kind == Kind::DETAILS) {
-                visitDetails(block, record, tables);
+                scope = visitDetails(block, record, tables);
             } else if (record.kind == Kind::SIGNAL) {
                 crashOf(block.file).cause = textOf(block, record);
             } else {
                 mLog.health.skippedBytes += record.size;
-                skipped++;
             }
             mLog.health.torn += record.isTorn ? 1 : 0;
             if (record.date != 0) {
                 mThread->lastRecord = {block.file, record.size, block.offset + record.offset};
                 mLog.health.continuations += record.lines - 1;
                 mLog.health.records++;
+            }
+            if (mVisitor != nullptr) {
+                tell(block, record, tables, scope);
             }
         }
         if (mLog.files.files[block.file].isCrash) {
@@ -182,9 +222,40 @@ class FirstPass {
         }
     }
 
-    void finish() { mLog.isMonotonic = mClock.isMonotonic(); }
+    void finish() {
+        mLog.isMonotonic = mClock.isMonotonic();
+        if (mVisitor != nullptr && mVisitor->onScope) {
+            for (const Scope& scope : mLog.scopes) {
+                if (scope.isOpen() && scope.enter != kNone) {
+                    mVisitor->onScope(mLog, scope);
+                }
+            }
+        }
+    }
 
   private:
+    void tell(const Block& block, const RawRecord& record, const Translation::Tables& tables,
+              uint32_t scope) {
+        if (mVisitor->onRecord) {
+            Entry entry = mLines.entryOf(block, record);
+            if (record.date != 0) {
+                entry.thread = tables.threads[record.thread];
+                entry.name = record.kind == Kind::DETAILS ? tables.tags[record.name]
+                                                          : tables.scopes[record.name];
+                entry.wall = mWall;
+                entry.time = mThread->lastTime;
+            }
+            mVisitor->onRecord(mLog, entry, scope == kNone ? nullptr : &mLog.scopes[scope]);
+        }
+        if (record.kind == Kind::EXIT) {
+            if (mVisitor->onScope) {
+                mVisitor->onScope(mLog, mLog.scopes[scope]);
+            }
+            mLog.scopes[scope] = {};
+            mPairing.recycle(scope);
+        }
+    }
+
     Crash& crashOf(uint32_t file) {
         if (mLog.crashes.empty() || mLog.crashes.back().file != file) {
             mLog.crashes.emplace_back().file = file;
@@ -229,21 +300,20 @@ class FirstPass {
         return mLog.lastTime;
     }
 
-    void visitScope(const RawRecord& record, const Translation::Tables& tables) {
+    uint32_t visitScope(const RawRecord& record, const Translation::Tables& tables) {
         const int64_t time = timeOf(record, tables);
         checkSerial(record.serial);
         const Pairing::Event event{tables.threads[record.thread], tables.scopes[record.name],
                                    record.request, mLog.events++, time};
         if (record.kind == Kind::ENTER) {
             mThread->scopes++;
-            mPairing.enter(event);
-        } else {
-            mPairing.exit(event);
+            return mPairing.enter(event);
         }
+        return mPairing.exit(event);
     }
 
-    void visitDetails(const Block& block, const RawRecord& record,
-                      const Translation::Tables& tables) {
+    uint32_t visitDetails(const Block& block, const RawRecord& record,
+                          const Translation::Tables& tables) {
         timeOf(record, tables);
         const uint32_t scope = mPairing.innermost(tables.threads[record.thread]);
         if (scope != kNone) {
@@ -256,6 +326,7 @@ class FirstPass {
         if (record.level == 'W' || record.level == 'E' || record.level == 'F') {
             mComplaints.add(record.level, tables.tags[record.name], textOf(block, record), mWall);
         }
+        return scope;
     }
 
     void checkSerial(uint32_t serial) {
@@ -285,6 +356,8 @@ class FirstPass {
     }
 
     Analysis& mLog;
+    const Analysis::Stream* const mVisitor;
+    Lines mLines;
     Translation mTranslation;
     Pairing mPairing;
     Complaints mComplaints;
@@ -327,8 +400,12 @@ class Stacks {
 
 }  // namespace
 
-Analysis::Analysis(SeriesFiles seriesFiles, const Progress& progress)
-        : files(std::move(seriesFiles)), start(parseStart(files.start)) {
+Analysis::Analysis(SeriesFiles seriesFiles, std::optional<int64_t> knownBootTime)
+        : files(std::move(seriesFiles)), start(parseStart(files.start)), bootTime(knownBootTime) {}
+
+Analysis::Analysis(SeriesFiles seriesFiles, const Progress& progress,
+                   std::optional<int64_t> knownBootTime)
+        : Analysis(std::move(seriesFiles), knownBootTime) {
     uint64_t bytes = 0;
     for (const Piece& piece : files.pieces) {
         bytes += piece.end - piece.begin;
@@ -336,7 +413,20 @@ Analysis::Analysis(SeriesFiles seriesFiles, const Progress& progress)
     // At full load. What is not used costs address space alone.
     constexpr uint64_t kBytesPerScope = 400;
     scopes.reserve(bytes / kBytesPerScope);
-    FirstPass pass(*this);
+    readAll(nullptr, progress);
+    if (std::any_of(names.begin(), names.end(),
+                    [](const ScopeName& name) { return name.crossesThreads; })) {
+        pairAgain();
+    }
+}
+
+void Analysis::stream(SeriesFiles seriesFiles, const Stream& visitor, const Progress& progress) {
+    Analysis log(std::move(seriesFiles), std::nullopt);
+    log.readAll(&visitor, progress);
+}
+
+void Analysis::readAll(const Stream* visitor, const Progress& progress) {
+    FirstPass pass(*this, visitor);
     scanRecords(files, [&](Block& block) {
         pass.visit(block);
         if (progress) {
@@ -344,10 +434,6 @@ Analysis::Analysis(SeriesFiles seriesFiles, const Progress& progress)
         }
     });
     pass.finish();
-    if (std::any_of(names.begin(), names.end(),
-                    [](const ScopeName& name) { return name.crossesThreads; })) {
-        pairAgain();
-    }
 }
 
 std::vector<uint32_t> Analysis::scopesByOrdinal() const {
@@ -431,35 +517,21 @@ void Analysis::forEachEvent(const std::function<void(uint32_t, bool)>& visit) co
 void Analysis::forEachRecord(const Visit& visit, const Progress& progress) const {
     const std::vector<uint32_t> owners = scopesByOrdinal();
     Stacks stacks(*this);
-    WallClock clock(start, std::nullopt);
+    WallClock clock(start, bootTime);
     std::vector<Thread> knownThreads = threads;
     std::vector<ScopeName> knownNames = names;
     std::vector<std::string> knownTags = tags;
     Translation translation(knownThreads, knownNames, knownTags);
-    std::vector<uint64_t> lineNumbers(files.files.size(), 1);
+    Lines lines(files.files.size());
     uint32_t ordinal = 0;
     uint64_t records = 0;
     auto step = steps.begin();
     int64_t offset = 0;
     scanRecords(files, [&](Block& block) {
         const Translation::Tables& tables = translation.of(block);
-        uint64_t& lineNumber = lineNumbers[block.file];
-        lineNumber += block.hasMark ? 1 : 0;
-        auto reason = block.reasons.begin();
+        lines.begin(block);
         for (const RawRecord& raw : block.records) {
-            Entry entry;
-            entry.kind = raw.kind;
-            entry.level = raw.level;
-            entry.isTorn = raw.isTorn;
-            entry.request = raw.request;
-            entry.serial = raw.serial;
-            entry.lines = raw.lines;
-            entry.bytes = bytesOf(block, raw);
-            entry.text = textOf(block, raw);
-            entry.file = block.file;
-            entry.lineNumber = lineNumber;
-            entry.offset = block.offset + raw.offset;
-            lineNumber += raw.lines;
+            Entry entry = lines.entryOf(block, raw);
             uint32_t scope = kNone;
             if (raw.date != 0) {
                 if (step != steps.end() && step->record == records) {
@@ -484,11 +556,6 @@ void Analysis::forEachRecord(const Visit& visit, const Progress& progress) const
                         raw.kind == Kind::ENTER ? stacks.enter(scope) : stacks.exit(scope);
                     }
                     ordinal++;
-                }
-            } else {
-                entry.wall = entry.time = kNoTime;
-                if (raw.kind == Kind::SKIPPED) {
-                    entry.text = *reason++;
                 }
             }
             visit(entry, scope);

@@ -114,10 +114,14 @@ class Analysis {
     /// Called now and then with the bytes that were read since the last call.
     using Progress = std::function<void(uint64_t bytes)>;
 
-    explicit Analysis(SeriesFiles seriesFiles, const Progress& progress = {});
+    /// `bootTime`: Entry::wall when the monotonic clock read 0, if somebody knows. Without it,
+    /// stamps of that clock are set right by the time in the name of the files.
+    explicit Analysis(SeriesFiles seriesFiles, const Progress& progress = {},
+                      std::optional<int64_t> bootTime = {});
 
     SeriesFiles files;
-    std::optional<int64_t> start;   // Entry::wall, of the name of the files
+    std::optional<int64_t> start;  // Entry::wall, of the name of the files
+    std::optional<int64_t> bootTime;
     std::vector<Thread> threads;    // in the order they appear
     std::vector<ScopeName> names;   // in the order they appear
     std::vector<std::string> tags;  // in the order they appear
@@ -149,7 +153,22 @@ class Analysis {
     using Visit = std::function<void(const Entry& entry, uint32_t scope)>;
     void forEachRecord(const Visit& visit, const Progress& progress = {}) const;
 
+    /// What stream() calls. `log` has the tables so far, and of the scopes those that are open.
+    struct Stream {
+        /// With the scope that it opens or closes, or that it is in; nullptr if there is none.
+        std::function<void(const Analysis& log, const Entry& entry, const Scope* scope)> onRecord;
+        /// When it is closed, or, at the end, still open.
+        std::function<void(const Analysis& log, const Scope& scope)> onScope;
+    };
+    /// Reads a series once, in memory that depends on the names in it and not on its size. The
+    /// first scopes of a name that crosses threads may be paired otherwise than by a whole
+    /// analysis.
+    static void stream(SeriesFiles seriesFiles, const Stream& visitor,
+                       const Progress& progress = {});
+
   private:
+    Analysis(SeriesFiles seriesFiles, std::optional<int64_t> bootTime);
+    void readAll(const Stream* visitor, const Progress& progress);
     [[nodiscard]] std::vector<uint32_t> scopesByOrdinal() const;
     void pairAgain();
 };

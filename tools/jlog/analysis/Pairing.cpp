@@ -79,13 +79,25 @@ void Pairing::push(uint32_t open) {
     mOpen[open].isOnStack = true;
 }
 
+uint32_t Pairing::addScope(const Event& event) {
+    auto index = static_cast<uint32_t>(mScopes.size());
+    if (mFreeScopes.empty()) {
+        mScopes.emplace_back();
+    } else {
+        index = mFreeScopes.back();
+        mFreeScopes.pop_back();
+        mScopes[index] = {};
+    }
+    mScopes[index].request = event.request;
+    mScopes[index].name = event.name;
+    mScopes[index].thread = event.thread;
+    return index;
+}
+
 uint32_t Pairing::enter(const Event& event) {
-    Scope& scope = mScopes.emplace_back();
-    scope.begin = event.time;
-    scope.request = event.request;
-    scope.name = event.name;
-    scope.thread = event.thread;
-    scope.enter = event.ordinal;
+    const uint32_t index = addScope(event);
+    mScopes[index].begin = event.time;
+    mScopes[index].enter = event.ordinal;
     uint32_t open = static_cast<uint32_t>(mOpen.size());
     if (mFree.empty()) {
         mOpen.emplace_back();
@@ -94,7 +106,6 @@ uint32_t Pairing::enter(const Event& event) {
         mFree.pop_back();
         mOpen[open] = {};
     }
-    const auto index = static_cast<uint32_t>(mScopes.size() - 1);
     mOpen[open].key = keyOf(event);
     mOpen[open].scope = index;
     mOpen[open].thread = event.thread;
@@ -139,12 +150,14 @@ uint32_t Pairing::takeFromOthers(const Event& event, uint32_t oldest) {
 uint32_t Pairing::close(uint32_t open, const Event& event) {
     unlink(open);
     mFree.push_back(open);
-    const uint32_t index = mOpen[open].scope;
-    Scope& scope = mScopes[index];
+    finish(mScopes[mOpen[open].scope], event);
+    return mOpen[open].scope;
+}
+
+void Pairing::finish(Scope& scope, const Event& event) {
     scope.end = event.time;
     scope.exitThread = event.thread;
     scope.exit = event.ordinal;
-    return index;
 }
 
 uint32_t Pairing::exit(const Event& event) {
@@ -158,14 +171,9 @@ uint32_t Pairing::exit(const Event& event) {
     }
     const List& list = mLists[slotOf(key)];
     if (list.oldest == kNone) {
-        Scope& scope = mScopes.emplace_back();
-        scope.request = event.request;
-        scope.name = event.name;
-        scope.thread = event.thread;
-        scope.end = event.time;
-        scope.exitThread = event.thread;
-        scope.exit = event.ordinal;
-        return static_cast<uint32_t>(mScopes.size() - 1);
+        const uint32_t index = addScope(event);
+        finish(mScopes[index], event);
+        return index;
     }
     const uint32_t own = takeFromOwnStack(event, list.newest);
     return close(own != kNone ? own : takeFromOthers(event, list.oldest), event);

@@ -41,6 +41,8 @@ class Pairing {
                        : kNone;
     }
     [[nodiscard]] size_t openCount() const { return mOpen.size() - mFree.size(); }
+    /// The place of a scope that is not wanted any more may be given to another one.
+    void recycle(uint32_t scope) { mFreeScopes.push_back(scope); }
 
   private:
     /// A scope that is open. Those with the same request and name are in a list, by age.
@@ -62,6 +64,7 @@ class Pairing {
     static constexpr size_t kMaxDepth = 4096;    // of a stack; real ones have some ten scopes
     static constexpr int kMaxLook = 256;
 
+    [[nodiscard]] uint32_t addScope(const Event& event);
     static uint64_t keyOf(const Event& event) {
         return static_cast<uint64_t>(event.request) << 32 | event.name;
     }
@@ -74,10 +77,12 @@ class Pairing {
     [[nodiscard]] uint32_t takeFromOwnStack(const Event& event, uint32_t newest);
     [[nodiscard]] uint32_t takeFromOthers(const Event& event, uint32_t oldest);
     uint32_t close(uint32_t open, const Event& event);
+    static void finish(Scope& scope, const Event& event);
 
     std::vector<Scope>& mScopes;
     std::vector<ScopeName>& mNames;
-    std::vector<Open> mOpen;  // slots, those in mFree unused
+    std::vector<uint32_t> mFreeScopes;  // recycled
+    std::vector<Open> mOpen;            // slots, those in mFree unused
     std::vector<uint32_t> mFree;
     std::vector<std::vector<uint32_t>> mStacks;  // of each thread: slots of mOpen
     std::vector<List> mLists;                    // open addressing, without gaps in a chain

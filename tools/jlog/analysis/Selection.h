@@ -22,7 +22,18 @@ struct Selection {
     /// A scope is taken if any of it lies between the times.
     [[nodiscard]] bool takesScope(const Analysis& log, const Scope& scope) const;
     /// An enter or exit, details (whose module is that of `scope`), or what is no record.
-    [[nodiscard]] bool takes(const Analysis& log, const Entry& entry, uint32_t scope) const;
+    [[nodiscard]] bool takes(const Analysis& log, const Entry& entry, const Scope* scope) const;
+    [[nodiscard]] bool takes(const Analysis& log, const Entry& entry, uint32_t scope) const {
+        return takes(log, entry, scope == kNone ? nullptr : &log.scopes[scope]);
+    }
+
+  private:
+    [[nodiscard]] bool takesAllScopes() const {
+        return !tid && !module && since == INT64_MIN && until == INT64_MAX;
+    }
 };
+
+/// Whether a level, one of V D I W E F, is `wanted` or above it.
+[[nodiscard]] bool isAsImportant(char level, char wanted);
 
 }  // namespace JCam::Tool

@@ -1,0 +1,262 @@
+#include "tools/jlog/Options.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <string_view>
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include "reader/Text.h"
+
+namespace JCam::Tool {
+
+namespace {
+
+void addPaths(CLI::App& command, Options& options) {
+    command.add_option("PATH", options.paths, "Log files, or folders that hold some")
+            ->required()
+            ->type_name("");
+}
+
+void addPid(CLI::App& command, Options& options) {
+    command.add_option("--pid", options.pid, "This process alone")->type_name("PID");
+}
+
+void addFilters(CLI::App& command, Options& options) {
+    addPid(command, options);
+    command.add_option("--tid", options.tid, "This thread alone")->type_name("TID");
+    command.add_option("--module", options.module, "This module alone, by name or hexadecimal id")
+            ->type_name("MODULE");
+    command.add_option("--level", options.level, "Lines of this level and above: V D I W E F")
+            ->check(CLI::IsMember({"V", "D", "I", "W", "E", "F"}).description(""))
+            ->type_name("LEVEL");
+}
+
+void addSelection(CLI::App& command, Options& options) {
+    command.add_option("--since", options.since, "From this time on: [[YYYY-]MM-DD ]hh:mm[:ss[.f]]")
+            ->type_name("TIME");
+    command.add_option("--until", options.until, "Up to this time")->type_name("TIME");
+    addFilters(command, options);
+}
+
+void addLogcat(CLI::App& command, Options& options) {
+    command.add_option("--logcat", options.logcat,
+                       "The Android log of the same time: adb logcat -d -v threadtime -v usec")
+            ->check(CLI::ExistingFile.description(""))
+            ->type_name("FILE");
+}
+
+void addJson(CLI::App& command, Options& options, const char* what) {
+    command.add_flag("--json", options.json, what);
+}
+
+CLI::App& addCommand(CLI::App& app, Options& options, Command command, const char* name,
+                     const char* what, const char* example) {
+    CLI::App& added = *app.add_subcommand(name, what);
+    added.footer(std::string("Example:\n  ") + example);
+    added.callback([&options, command] { options.command = command; });
+    return added;
+}
+
+void addCommands(CLI::App& app, Options& options) {
+    CLI::App& report =
+            addCommand(app, options, Command::REPORT, "report",
+                       "What the files say: health, slowest scopes, gaps, errors, in flight",
+                       "jlog report cam_ulog");
+    addPaths(report, options);
+    addSelection(report, options);
+    addLogcat(report, options);
+    report.add_flag("--strict", options.strict,
+                    "Exit with status 1 if records are lost, torn or no records, or if it crashed");
+    addJson(report, options, "One JSON document");
+
+    CLI::App& requests =
+            addCommand(app, options, Command::REQUESTS, "requests", "One line for each request",
+                       "jlog requests cam_ulog --slow 10 --module Preview");
+    addPaths(requests, options);
+    addSelection(requests, options);
+    requests.add_option("--slow", options.slow, "The N that took longest, the slowest first")
+            ->type_name("N");
+    addJson(requests, options, "One JSON object a line");
+
+    CLI::App& show =
+            addCommand(app, options, Command::SHOW, "show",
+                       "One request through modules and threads, or what surrounds a line",
+                       "jlog show cam_ulog --request 811\n"
+                       "  jlog show cam_ulog --around 'statistics are damaged' --before 0.05");
+    addPaths(show, options);
+    addSelection(show, options);
+    CLI::Option* const request =
+            show.add_option("--request", options.request, "The request with this number")
+                    ->type_name("N");
+    show.add_option("--around", options.around,
+                    "Lines around this time, or around lines with this text")
+            ->type_name("TIME|TEXT")
+            ->excludes(request);
+    show.add_option("--before", options.before, "Seconds in front of it")
+            ->check(CLI::NonNegativeNumber.description(""))
+            ->type_name("S")
+            ->capture_default_str();
+    show.add_option("--after", options.after, "Seconds behind it")
+            ->check(CLI::NonNegativeNumber.description(""))
+            ->type_name("S")
+            ->capture_default_str();
+    addLogcat(show, options);
+    addJson(show, options, "One JSON object a line");
+
+    CLI::App& crash = addCommand(app, options, Command::CRASH, "crash",
+                                 "The newest crash: its cause, and what was in flight",
+                                 "jlog crash cam_ulog");
+    addPaths(crash, options);
+    addPid(crash, options);
+    addLogcat(crash, options);
+    addJson(crash, options, "One JSON document");
+
+    CLI::App& merge = addCommand(app, options, Command::MERGE, "merge",
+                                 "All lines in one stream in time, each with its year, none twice",
+                                 "jlog merge cam_ulog --logcat logcat.txt > merged.txt");
+    addPaths(merge, options);
+    addSelection(merge, options);
+    addLogcat(merge, options);
+    addJson(merge, options, "One JSON object a line");
+
+    CLI::App& diff = addCommand(app, options, Command::DIFF, "diff",
+                                "Scopes and errors of two builds: counts, p50, p99, new and gone",
+                                "jlog diff old/cam_ulog new/cam_ulog");
+    diff.add_option("OLD_NEW", options.paths, "Two files or folders")
+            ->expected(2)
+            ->required()
+            ->type_name("");
+    addSelection(diff, options);
+    diff.add_option("--threshold", options.threshold, "Smaller changes are none")
+            ->check(CLI::NonNegativeNumber.description(""))
+            ->type_name("PERCENT")
+            ->capture_default_str();
+    addJson(diff, options, "One JSON document");
+
+    CLI::App& follow = addCommand(app, options, Command::FOLLOW, "follow",
+                                  "Lines as they are written, over rotations and restarts",
+                                  "jlog follow /data/vendor/cam_ulog --level W");
+    follow.add_option("FOLDER", options.paths, "The folder of the log files")
+            ->expected(1)
+            ->required()
+            ->type_name("");
+    addFilters(follow, options);
+
+    CLI::App& exported = addCommand(app, options, Command::EXPORT, "export",
+                                    "A file for a trace viewer, a browser or a database",
+                                    "jlog export html cam_ulog -o report.html\n"
+                                    "  jlog export perfetto cam_ulog -o trace.pftrace");
+    exported.add_option("FORMAT", options.format,
+                        "perfetto, json (Chrome trace events), html or ndjson")
+            ->check(CLI::IsMember({"perfetto", "json", "html", "ndjson"}).description(""))
+            ->required();
+    addPaths(exported, options);
+    exported.add_option("-o,--output", options.outputFile, "The file to make; - is standard output")
+            ->required()
+            ->type_name("FILE");
+    addSelection(exported, options);
+    CLI::Option* const scopes =
+            exported.add_flag("--scopes", options.scopesOnly, "Scopes alone, without details");
+    exported.add_flag("--records", options.recordsOnly,
+                      "ndjson: an object for each record, not scope")
+            ->excludes(scopes);
+    exported.add_option("--label", options.label,
+                        "ndjson: a text for the column label, for example the build")
+            ->type_name("TEXT");
+    exported.add_option("--tz", options.timeZone,
+                        "The time zone of the device, for example Asia/Taipei; the machine's if "
+                        "not given")
+            ->type_name("ZONE");
+}
+
+bool isCommand(const CLI::App& app, const std::string& name) {
+    const std::vector<const CLI::App*> commands =
+            app.get_subcommands([](const CLI::App*) { return true; });
+    return std::any_of(commands.begin(), commands.end(),
+                       [&](const CLI::App* command) { return command->get_name() == name; });
+}
+
+}  // namespace
+
+std::optional<int> parseOptions(int argc, char** argv, Options& options) {
+    CLI::App app(
+            "Reads the log files of the camera logger: what was in flight at a crash, which "
+            "requests "
+            "were slow, what is missing.");
+    app.name("jlog");
+    app.footer(
+            "'jlog COMMAND --help' has the options of a command. 'jlog PATH...' is 'jlog report "
+            "PATH...'.\nExit status: 0; 1 found something (diff, report --strict), or nothing "
+            "(show, crash); 2 usage; 3 unreadable.");
+    app.require_subcommand(1);
+    addCommands(app, options);
+
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    // Without a command it is the first one.
+    if (!arguments.empty() && !arguments.front().starts_with('-') &&
+        !isCommand(app, arguments.front())) {
+        arguments.insert(arguments.begin(), "report");
+    }
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    try {
+        app.parse(std::move(reversed));
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_FINE : EXIT_USAGE;
+    }
+    if (options.command == Command::SHOW && !options.request && options.around.empty()) {
+        fmt::print(stderr, "show: --request N or --around TIME|TEXT is missing\n");
+        return EXIT_USAGE;
+    }
+    return std::nullopt;
+}
+
+std::optional<int64_t> parseTime(const std::string& text, int64_t near) {
+    using namespace std::chrono;
+    std::string_view rest = text;
+    const sys_time<microseconds> nearTime{microseconds(near)};
+    year_month_day date(floor<days>(nearTime));
+    const auto number = [&rest](size_t digits) {
+        int value = 0;
+        std::string_view taken = rest.substr(0, digits);
+        static_cast<void>(Reader::takeNumber(taken, value));
+        rest.remove_prefix(digits);
+        return value;
+    };
+    if (Reader::hasShape(rest, "0000-00-00 ")) {
+        date = year(number(4)) / date.month() / date.day();
+        rest.remove_prefix(1);
+    }
+    if (Reader::hasShape(rest, "00-00 ")) {
+        const auto dayMonth = month(static_cast<unsigned int>(number(2)));
+        rest.remove_prefix(1);
+        date = date.year() / dayMonth / day(static_cast<unsigned int>(number(2)));
+        rest.remove_prefix(1);
+    }
+    if (!date.ok() || !Reader::hasShape(rest, "00:00")) {
+        return std::nullopt;
+    }
+    const int hours = number(2);
+    rest.remove_prefix(1);
+    const int minutes = number(2);
+    int64_t micros = (hours * 60 + minutes) * int64_t{60000000};
+    if (Reader::hasShape(rest, ":00")) {
+        rest.remove_prefix(1);
+        micros += number(2) * int64_t{1000000};
+        if (Reader::take(rest, ".")) {
+            for (int64_t unit = 100000; !rest.empty() && rest[0] >= '0' && rest[0] <= '9';
+                 unit /= 10) {
+                micros += (rest[0] - '0') * unit;
+                rest.remove_prefix(1);
+            }
+        }
+    }
+    if (!rest.empty() || hours > 23 || minutes > 59) {
+        return std::nullopt;
+    }
+    return duration_cast<microseconds>(sys_days(date).time_since_epoch()).count() + micros;
+}
+
+}  // namespace JCam::Tool

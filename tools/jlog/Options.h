@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/jlog/analysis/Selection.h"
+
+namespace JCam::Tool {
+
+enum ExitStatus : int {
+    EXIT_FINE = 0,
+    EXIT_FOUND =
+            1,  // what was asked about is there: a difference, damage; or what was wanted is not
+    EXIT_USAGE = 2,
+    EXIT_UNREADABLE = 3,
+};
+
+enum class Command : uint8_t { REPORT, REQUESTS, SHOW, CRASH, MERGE, DIFF, FOLLOW, EXPORT };
+
+/// What the command line says.
+struct Options {
+    Command command = Command::REPORT;
+    std::vector<std::filesystem::path> paths;
+    std::optional<std::filesystem::path> logcat;
+    bool json = false;
+
+    // Selection, as it was typed: times depend on the logs.
+    std::string since;
+    std::string until;
+    std::optional<int> pid;
+    std::optional<int> tid;
+    std::optional<std::string> module;
+    std::string level = "V";
+
+    bool strict = false;              // report
+    std::optional<size_t> slow;       // requests
+    std::optional<uint32_t> request;  // show
+    std::string around;
+    double before = 0.1;  // seconds
+    double after = 0.1;
+    double threshold = 10;  // diff: per cent
+    std::string format;     // export
+    std::filesystem::path outputFile;
+    bool scopesOnly = false;
+    bool recordsOnly = false;
+    std::string timeZone;
+    std::string label;  // ndjson
+};
+
+/// Fills `options`. A value is the exit status to end with: help was asked for, or the command line
+/// is wrong, and the user has been told.
+[[nodiscard]] std::optional<int> parseOptions(int argc, char** argv, Options& options);
+
+/// A time that a user has typed: "hh:mm[:ss[.ffffff]]" of the day of `near`, with "MM-DD " or
+/// "YYYY-MM-DD " in front of it of that day. `near` is an Entry::wall. Empty if it is no time.
+[[nodiscard]] std::optional<int64_t> parseTime(const std::string& text, int64_t near);
+
+}  // namespace JCam::Tool

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "tools/jlog/analysis/Analysis.h"
+#include "tools/jlog/analysis/Selection.h"
+#include "tools/jlog/Options.h"
+#include "tools/jlog/Output.h"
+
+namespace JCam::Tool {
+
+/// The analysed series, in the order they began.
+using Logs = std::vector<std::unique_ptr<Analysis>>;
+
+// Each prints what its command is asked for, and returns the exit status.
+
+int report(const Logs& logs, const Selection& selection, const Options& options, Output& out);
+int listRequests(const Logs& logs, const Selection& selection, const Options& options, Output& out);
+int showRequest(const Logs& logs, const Selection& selection, const Options& options, Output& out);
+int showAround(const Logs& logs, const Selection& selection, const Options& options, Output& out);
+int showCrash(const Logs& logs, const Options& options, Output& out);
+int merge(const Logs& logs, const Selection& selection, const Options& options, Output& out);
+int diff(const Logs& before, const Logs& after, const Selection& selection, const Options& options,
+         Output& out);
+/// To the file of the options, in their format.
+int exportTo(const Logs& logs, const Selection& selection, const Options& options);
+int follow(const Options& options, Output& out);
+
+}  // namespace JCam::Tool

@@ -1,0 +1,247 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "reader/LogFile.h"
+#include "reader/Records.h"
+#include "tools/jlog/analysis/Pairing.h"
+#include "tools/jlog/commands/Commands.h"
+#include "tools/jlog/Text.h"
+
+namespace JCam::Tool {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::milliseconds kInterval(100);
+
+volatile std::sig_atomic_t gIsStopped = 0;
+
+/// Gives records what a selection asks for, as they come: the scope that a thread is in.
+class LiveScopes {
+  public:
+    LiveScopes() : mPairing(mLog.scopes, mLog.names) {}
+
+    /// Whether the record is wanted.
+    bool takes(const Reader::Line& line, const Selection& selection) {
+        Entry entry;
+        entry.thread = numberOf(mThreads, line.origin.tid,
+                                [&] { mLog.threads.emplace_back().tid = line.origin.tid; });
+        entry.level = line.level;
+        uint32_t index = kNone;
+        if (line.scope) {
+            entry.kind = line.scope->sign == '+' ? Kind::ENTER : Kind::EXIT;
+            entry.name = numberOf(
+                    mNames, std::pair(line.scope->moduleId, std::string(line.scope->name)), [&] {
+                        ScopeName& name = mLog.names.emplace_back();
+                        name.module = line.scope->module;
+                        name.moduleId = line.scope->moduleId;
+                        name.name = line.scope->name;
+                    });
+            const Pairing::Event event{entry.thread, entry.name, line.scope->requestNo, mOrdinal++,
+                                       0};
+            index = entry.kind == Kind::ENTER ? mPairing.enter(event) : mPairing.exit(event);
+        } else {
+            entry.kind = Kind::DETAILS;
+            index = mPairing.innermost(entry.thread);
+        }
+        const bool isTaken = selection.takes(mLog, entry, index);
+        if (entry.kind == Kind::EXIT) {
+            mPairing.recycle(index);
+        }
+        return isTaken;
+    }
+
+  private:
+    template <typename Map, typename Key, typename Add>
+    static uint32_t numberOf(Map& map, Key key, const Add& add) {
+        const auto [found, isNew] =
+                map.try_emplace(std::move(key), static_cast<uint32_t>(map.size()));
+        if (isNew) {
+            add();
+        }
+        return found->second;
+    }
+
+    Analysis mLog{SeriesFiles{}};  // its tables
+    Pairing mPairing;
+    std::map<int, uint32_t> mThreads;
+    std::map<std::pair<uint32_t, std::string>, uint32_t> mNames;
+    uint32_t mOrdinal = 0;
+};
+
+/// The end of the newest file of a series.
+class Tail {
+  public:
+    /// From the end of what is there on, with some lines in front of it, or from its begin.
+    Tail(Reader::LogFile file, bool fromBegin) : mFile(std::move(file)) {
+        std::error_code error;
+        const uint64_t size = fs::file_size(mFile.path, error);
+        constexpr uint64_t kContextBytes = 1000;
+        mOffset = error || fromBegin || size < kContextBytes ? 0 : size - kContextBytes;
+        mIsBehindBegin = mOffset > 0;
+    }
+
+    [[nodiscard]] const Reader::LogFile& file() const { return mFile; }
+
+    /// Goes on with the next file, whose begin is new.
+    void rotate(Reader::LogFile next) {
+        mFile = std::move(next);
+        mOffset = 0;
+    }
+
+    /// Calls `visit` for what has been written since the last call.
+    template <typename Visit>
+    void read(const Visit& visit) {
+        const int fd = open(mFile.path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) {
+            return;  // deleted; another one follows
+        }
+        constexpr size_t kReadBytes = 1 << 20;
+        for (ssize_t got = 1; got > 0 && gIsStopped == 0;) {
+            const size_t before = mPending.size();
+            mPending.resize(before + kReadBytes);
+            got = pread(fd, mPending.data() + before, kReadBytes, static_cast<off_t>(mOffset));
+            mPending.resize(before + static_cast<size_t>(std::max<ssize_t>(got, 0)));
+            mOffset += static_cast<uint64_t>(std::max<ssize_t>(got, 0));
+            visitPending(visit);
+        }
+        close(fd);
+    }
+
+  private:
+    template <typename Visit>
+    void visitPending(const Visit& visit) {
+        // A line whose end has not been written yet waits for it.
+        const size_t end = mPending.rfind('\n') + 1;  // npos + 1 is 0
+        std::string_view whole = std::string_view(mPending).substr(0, end);
+        if (mIsBehindBegin && end > 0) {
+            whole.remove_prefix(Reader::findRecord(whole, 1, mFile.pid));
+            mIsBehindBegin = false;
+        }
+        Reader::Records records(whole, mFile.pid);
+        while (const std::optional<Reader::Record> record = records.next()) {
+            visit(*record);
+        }
+        mPending.erase(0, end);
+    }
+
+    Reader::LogFile mFile;
+    uint64_t mOffset = 0;
+    bool mIsBehindBegin = false;  // what comes first is the end of some line
+    std::string mPending;
+};
+
+class Follower {
+  public:
+    Follower(const Options& options, const Selection& selection, Output& out)
+            : mFolder(options.paths.front()), mSelection(selection), mOut(out), mPage(out) {
+        look(false);
+    }
+
+    void run() {
+        while (gIsStopped == 0) {
+            for (auto& [key, followed] : mSeries) {
+                read(followed);
+            }
+            mOut.flush();
+            std::this_thread::sleep_for(kInterval);
+            look(true);
+        }
+    }
+
+  private:
+    using Key = std::pair<int, std::string>;
+    struct Followed {
+        Tail tail;
+        LiveScopes scopes;
+    };
+
+    /// Finds new files. When it starts, the newest series of each process is followed.
+    void look(bool isRunning) {
+        std::vector<Reader::LogFile> files = Reader::listLogFiles(mFolder);
+        for (size_t i = 0; i < files.size(); i++) {
+            Reader::LogFile& file = files[i];
+            if (mSelection.pid && *mSelection.pid != file.pid) {
+                continue;
+            }
+            if (file.isCrash) {
+                tellCrash(file, isRunning);
+                continue;
+            }
+            const Key key(file.pid, file.start);
+            const auto found = mSeries.find(key);
+            if (found != mSeries.end()) {
+                if (file.index > found->second->tail.file().index) {
+                    read(found->second);  // the last of it
+                    found->second->tail.rotate(std::move(file));
+                }
+                continue;
+            }
+            const bool isNewest =
+                    i + 1 == files.size() || files[i + 1].pid != file.pid || files[i + 1].isCrash;
+            if (isRunning || isNewest) {
+                // One of a process that has been followed is a new start.
+                mSeries.emplace(key, std::make_unique<Followed>(Followed{{file, isRunning}, {}}));
+            }
+        }
+    }
+
+    void tellCrash(const Reader::LogFile& file, bool isRunning) {
+        if (mCrashes.insert(file.path).second && isRunning) {
+            mPage.add("crash file ", Colour::RED).addLogged(file.path.string()).endLine();
+        }
+    }
+
+    void read(const std::unique_ptr<Followed>& followed) {
+        followed->tail.read([&](const Reader::Record& record) {
+            const char level = record.line ? record.line->level : '\0';
+            if (record.line ? followed->scopes.takes(*record.line, mSelection)
+                            : !mSelection.tid && !mSelection.module) {
+                mPage.addLogged(record.bytes, colourOf(level));
+            }
+        });
+    }
+
+    const fs::path mFolder;
+    const Selection& mSelection;
+    Output& mOut;
+    Page mPage;
+    std::map<Key, std::unique_ptr<Followed>> mSeries;
+    std::set<fs::path> mCrashes;  // that have been told of
+};
+
+}  // namespace
+
+int follow(const Options& options, Output& out) {
+    if (!fs::is_directory(options.paths.front())) {
+        throw std::runtime_error(options.paths.front().string() + ": not a folder");
+    }
+    Selection selection;
+    selection.pid = options.pid;
+    selection.tid = options.tid;
+    selection.module = options.module;
+    selection.level = options.level[0];
+    for (const int sig : {SIGINT, SIGTERM}) {
+        std::signal(sig, [](int) { gIsStopped = 1; });
+    }
+    Follower(options, selection, out).run();
+    out.close();
+    return EXIT_FINE;
+}
+
+}  // namespace JCam::Tool

@@ -1,0 +1,377 @@
+#include <algorithm>
+#include <map>
+#include <string>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "tools/jlog/analysis/Statistics.h"
+#include "tools/jlog/commands/Commands.h"
+#include "tools/jlog/commands/Describe.h"
+#include "tools/jlog/Text.h"
+
+namespace JCam::Tool {
+
+namespace {
+
+constexpr size_t kMaxRows = 20;  // of a table: a report is read at a glance
+constexpr size_t kMaxComplaints = 8;
+constexpr size_t kMaxThreads = 12;
+constexpr size_t kMaxRanges = 6;
+constexpr size_t kMaxText = 64;  // characters of an error
+
+using Json = nlohmann::ordered_json;
+using Align = Table::Align;
+
+/// Nine columns that the lines of a section begin with: its name, or blanks.
+void beginLine(Page& page, std::string_view section) {
+    page.add(fmt::format("{:<9}", section), Colour::BOLD);
+}
+
+std::string describeRanges(const std::vector<NumberRange>& ranges) {
+    std::string text;
+    for (size_t i = 0; i < std::min(ranges.size(), kMaxRanges); i++) {
+        const NumberRange& range = ranges[i];
+        text += i == 0 ? "" : ", ";
+        text += range.first == range.last ? std::to_string(range.first)
+                                          : fmt::format("{}-{}", range.first, range.last);
+    }
+    return text + (ranges.size() > kMaxRanges
+                           ? fmt::format(" and {} more", ranges.size() - kMaxRanges)
+                           : "");
+}
+
+/// What is said of a step of the clock, for example "set back by 1 h 00 min".
+std::string describeStep(const Analysis& log, size_t index) {
+    const int64_t before = index == 0 ? 0 : log.steps[index - 1].offset;
+    const int64_t step = log.steps[index].offset - before;
+    constexpr int64_t kHour = 3600000000;
+    const bool isHour = std::llabs(std::llabs(step) - kHour) < 2000000;
+    return fmt::format("the clock was set {} by {} at {}{}", step < 0 ? "back" : "forward",
+                       formatDuration(std::llabs(step)),
+                       formatTime(log.steps[index].time + log.steps[index].offset),
+                       isHour ? " (summer time?)" : "");
+}
+
+std::map<Fate, size_t> countFates(const Analysis& log) {
+    std::map<Fate, size_t> fates;
+    for (const Scope& scope : log.scopes) {
+        if (!scope.isClosed()) {
+            fates[log.fateOf(scope)]++;
+        }
+    }
+    return fates;
+}
+
+void printHealth(const Analysis& log, Page& page) {
+    const Health& health = log.health;
+    beginLine(page, "health");
+    if (log.events == 0) {
+        page.add("no scopes");
+    } else if (health.lost == 0) {
+        page.add(fmt::format("serials {}..{} ", log.serialOf(0), log.serialOf(log.events - 1)))
+                .add("complete", Colour::GREEN);
+    } else {
+        page.add(fmt::format("serials {}..{}, ", log.serialOf(0), log.serialOf(log.events - 1)))
+                .add(fmt::format("{} lost", formatCount(health.lost)), Colour::RED);
+    }
+    page.add("; ").add(fmt::format("{} torn", health.torn),
+                       health.torn > 0 ? Colour::RED : Colour::PLAIN);
+    page.add("; " + formatCount(health.continuations, "continuation line"));
+    if (log.files.repeats > 0) {
+        page.add("; " + formatCount(log.files.repeats, "repeat") + " in the crash file");
+    }
+    page.endLine();
+    const auto warn = [&](const std::string& text) {
+        beginLine(page, "");
+        page.addLogged(text, Colour::YELLOW).endLine();
+    };
+    size_t shown = 0;
+    for (const SerialRun& run : log.runs) {
+        if (run.lost > 0 && ++shown <= kMaxRanges) {
+            warn(fmt::format("serials {}..{} are missing", run.serial - run.lost, run.serial - 1));
+        }
+    }
+    if (shown > kMaxRanges) {
+        warn(fmt::format("and {} more gaps of serials", shown - kMaxRanges));
+    }
+    if (health.oddSerials > 0) {
+        warn(formatCount(health.oddSerials, "serial") + " not above the one before");
+    }
+    if (health.skippedBytes > 0) {
+        warn(formatCount(health.skippedBytes, "byte") + " that are no record");
+    }
+    if (health.cutTexts > 0) {
+        warn(formatCount(health.cutTexts, "text") +
+             " of 1,023 characters or more, where the logger cuts");
+    }
+    for (size_t i = 0; i < std::min(log.steps.size(), kMaxRanges); i++) {
+        warn(describeStep(log, i));
+    }
+    if (log.isMonotonic) {
+        warn(log.bootTime ? "stamps of the monotonic clock, set right by the lines in logcat"
+                          : "stamps of the monotonic clock, set right by the file's name: times "
+                            "may be off by a second");
+    }
+    for (const std::string& problem : log.files.problems) {
+        warn(problem);
+    }
+    const std::map<Fate, size_t> fates = countFates(log);
+    const auto tell = [&](Fate fate, std::string_view what) {
+        if (const auto found = fates.find(fate); found != fates.end()) {
+            warn(formatCount(found->second, what));
+        }
+    };
+    tell(Fate::BEFORE_LOG, "scope opened before this log: exit alone,");
+    tell(Fate::NO_ENTER, "exit without enter,");
+    tell(Fate::ENTER_LOST, "exit whose enter is lost,");
+    tell(Fate::EXIT_LOST, "enter whose exit is lost or still to come,");
+}
+
+void printScopes(const Analysis& log, const Selection& selection, Page& page) {
+    const std::vector<ScopeStatistics> all = summariseScopes(log, selection);
+    if (all.empty()) {
+        return;
+    }
+    Table table({Align::LEFT, Align::RIGHT, Align::RIGHT, Align::RIGHT, Align::RIGHT, Align::LEFT});
+    table.addRow({"scope", "count", "p50", "p99", "max", "slowest"});
+    for (size_t i = 0; i < std::min(all.size(), kMaxRows); i++) {
+        const ScopeStatistics& row = all[i];
+        const Scope& slowest = log.scopes[row.slowest];
+        table.addRow({nameOf(log, row.name), formatCount(row.count), formatDuration(row.p50),
+                      formatDuration(row.p99), formatDuration(row.max),
+                      fmt::format("request {}, tid {}", slowest.request,
+                                  log.threads[slowest.thread].tid)});
+    }
+    table.print(page, true);
+    if (all.size() > kMaxRows) {
+        page.add(fmt::format("and {} more names\n", formatCount(all.size() - kMaxRows)),
+                 Colour::DIM);
+    }
+}
+
+void printGaps(const Analysis& log, const Selection& selection, Page& page) {
+    std::string_view section = "gaps";
+    for (const Cadence& cadence : findGaps(log, selection)) {
+        if (cadence.module.empty() && cadence.absent.empty()) {
+            continue;
+        }
+        beginLine(page, section);
+        section = "";
+        if (cadence.module.empty()) {
+            page.add("requests " + describeRanges(cadence.absent) + " absent", Colour::YELLOW)
+                    .endLine();
+            continue;
+        }
+        page.addLogged(cadence.module)
+                .add(fmt::format(": {}, median {}", formatCount(cadence.requests, "request"),
+                                 formatDuration(cadence.median)));
+        if (!cadence.gaps.empty()) {
+            const auto longest = std::max_element(
+                    cadence.gaps.begin(), cadence.gaps.end(),
+                    [](const Gap& a, const Gap& b) { return a.interval < b.interval; });
+            const Scope& behind = log.scopes[longest->scope];
+            page.add("; ").add(fmt::format("{} above {}", formatCount(cadence.gaps.size(), "gap"),
+                                           formatDuration(cadence.limit)),
+                               Colour::YELLOW);
+            page.add(fmt::format(", longest {} before request {} at {}",
+                                 formatDuration(longest->interval), behind.request,
+                                 formatTime(log.wallOf(behind.begin, behind.enter))));
+        }
+        if (!cadence.absent.empty()) {
+            page.add("; ").add("requests " + describeRanges(cadence.absent) + " absent",
+                               Colour::YELLOW);
+        }
+        page.endLine();
+    }
+}
+
+/// The most important first, then the most frequent.
+std::vector<Complaint> rankComplaints(const Analysis& log, const Selection& selection) {
+    std::vector<Complaint> complaints;
+    std::copy_if(log.complaints.begin(), log.complaints.end(), std::back_inserter(complaints),
+                 [&](const Complaint& complaint) {
+                     return isAsImportant(complaint.level, selection.level);
+                 });
+    std::stable_sort(complaints.begin(), complaints.end(), [](const auto& a, const auto& b) {
+        return a.level != b.level ? isAsImportant(a.level, b.level) : a.count > b.count;
+    });
+    return complaints;
+}
+
+void printComplaints(const Analysis& log, const Selection& selection, Page& page) {
+    const std::vector<Complaint> complaints = rankComplaints(log, selection);
+    for (size_t i = 0; i < std::min(complaints.size(), kMaxComplaints); i++) {
+        const Complaint& complaint = complaints[i];
+        beginLine(page, i == 0 ? "errors" : "");
+        std::string text = fmt::format("{} {}: {}", complaint.level, log.tags[complaint.tag],
+                                       complaint.text.substr(0, complaint.text.find('\n')));
+        if (text.size() > kMaxText) {
+            text.replace(kMaxText - 3, std::string::npos, "...");
+        }
+        page.add(fmt::format("{:>7} x  from {}  ", formatCount(complaint.count),
+                             formatTime(complaint.firstWall)))
+                .addLogged(text, colourOf(complaint.level))
+                .endLine();
+    }
+    if (complaints.size() > kMaxComplaints) {
+        beginLine(page, "");
+        page.add(fmt::format("and {} more kinds", complaints.size() - kMaxComplaints), Colour::DIM)
+                .endLine();
+    }
+}
+
+void printThreads(const Analysis& log, Page& page) {
+    std::vector<std::map<std::string, size_t>> modules(log.threads.size());
+    for (const Scope& scope : log.scopes) {
+        modules[scope.thread][log.names[scope.name].module]++;
+    }
+    std::vector<uint32_t> order;
+    for (uint32_t i = 0; i < log.threads.size(); i++) {
+        order.push_back(i);
+    }
+    std::stable_sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
+        return log.threads[a].records > log.threads[b].records;
+    });
+    const double seconds =
+            static_cast<double>(std::max<int64_t>(log.lastTime - log.firstTime, 1)) / 1e6;
+    for (size_t i = 0; i < std::min(order.size(), kMaxThreads); i++) {
+        const Thread& thread = log.threads[order[i]];
+        std::string names;
+        for (const auto& [module, count] : modules[order[i]]) {
+            names += (names.empty() ? "" : ", ") + module;
+        }
+        beginLine(page, i == 0 ? "threads" : "");
+        page.add(fmt::format("tid {:<6} {:>11} records {:>9}/s  ", thread.tid,
+                             formatCount(thread.records),
+                             formatCount(static_cast<uint64_t>(static_cast<double>(thread.records) /
+                                                               seconds))))
+                .addLogged(names)
+                .endLine();
+    }
+    if (order.size() > kMaxThreads) {
+        beginLine(page, "");
+        page.add(fmt::format("and {} more", order.size() - kMaxThreads), Colour::DIM).endLine();
+    }
+}
+
+void printReport(const Analysis& log, const Selection& selection, Page& page) {
+    printSeries(log, page);
+    for (const Crash& crash : log.crashes) {
+        beginLine(page, "crash");
+        page.addLogged(crash.cause.empty() ? "of unknown cause" : crash.cause, Colour::RED);
+        if (crash.time != kNoTime) {
+            page.add("   last record " + formatTime(log.wallOf(crash.time, crash.ordinal)));
+        }
+        page.add("   (jlog crash)", Colour::DIM).endLine();
+    }
+    printHealth(log, page);
+    printScopes(log, selection, page);
+    printGaps(log, selection, page);
+    printComplaints(log, selection, page);
+    printThreads(log, page);
+    if (!findInFlight(log, log.events).empty()) {
+        page.add("in flight at the end\n", Colour::BOLD);
+        printInFlight(log, log.events, log.lastTime, page);
+    }
+}
+
+Json toJson(const Analysis& log, const Selection& selection) {
+    Json series;
+    series["pid"] = log.files.pid;
+    series["start"] = log.start ? Json(formatDateTime(*log.start)) : Json();
+    for (const Reader::LogFile& file : log.files.files) {
+        series["files"].push_back({{"path", toUtf8(file.path.string())}, {"crash", file.isCrash}});
+    }
+    const Health& health = log.health;
+    series["first"] =
+            log.firstTime == kNoTime ? Json() : Json(formatDateTime(log.wallOf(log.firstTime, 0)));
+    series["last"] = log.lastTime == kNoTime
+                             ? Json()
+                             : Json(formatDateTime(log.wallOf(log.lastTime, log.events)));
+    series["health"] = {
+            {"records", health.records},
+            {"first_serial", log.events == 0 ? Json() : Json(log.serialOf(0))},
+            {"last_serial", log.events == 0 ? Json() : Json(log.serialOf(log.events - 1))},
+            {"lost_serials", health.lost},
+            {"odd_serials", health.oddSerials},
+            {"torn", health.torn},
+            {"continuation_lines", health.continuations},
+            {"cut_texts", health.cutTexts},
+            {"skipped_bytes", health.skippedBytes},
+            {"repeats", log.files.repeats},
+            {"clock_steps", log.steps.size()},
+            {"problems", log.files.problems}};
+    series["scopes"] = Json::array();
+    for (const ScopeStatistics& row : summariseScopes(log, selection)) {
+        const Scope& slowest = log.scopes[row.slowest];
+        series["scopes"].push_back({{"module", toUtf8(log.names[row.name].module)},
+                                    {"name", toUtf8(log.names[row.name].name)},
+                                    {"count", row.count},
+                                    {"p50_us", row.p50},
+                                    {"p99_us", row.p99},
+                                    {"max_us", row.max},
+                                    {"slowest_request", slowest.request},
+                                    {"slowest_tid", log.threads[slowest.thread].tid}});
+    }
+    series["gaps"] = Json::array();
+    for (const Cadence& cadence : findGaps(log, selection)) {
+        Json gaps = {{"module", cadence.module.empty() ? Json() : Json(toUtf8(cadence.module))},
+                     {"requests", cadence.requests},
+                     {"median_us", cadence.median},
+                     {"limit_us", cadence.limit},
+                     {"gaps", Json::array()},
+                     {"absent", Json::array()}};
+        for (const Gap& gap : cadence.gaps) {
+            gaps["gaps"].push_back(
+                    {{"us", gap.interval}, {"before_request", log.scopes[gap.scope].request}});
+        }
+        for (const NumberRange& range : cadence.absent) {
+            gaps["absent"].push_back({range.first, range.last});
+        }
+        series["gaps"].push_back(std::move(gaps));
+    }
+    series["errors"] = Json::array();
+    for (const Complaint& complaint : rankComplaints(log, selection)) {
+        series["errors"].push_back({{"level", std::string(1, complaint.level)},
+                                    {"tag", toUtf8(log.tags[complaint.tag])},
+                                    {"count", complaint.count},
+                                    {"text", toUtf8(complaint.text)},
+                                    {"first", formatDateTime(complaint.firstWall)}});
+    }
+    series["threads"] = Json::array();
+    for (const Thread& thread : log.threads) {
+        series["threads"].push_back({{"tid", thread.tid}, {"records", thread.records}});
+    }
+    series["in_flight"] = inFlightToJson(log, log.events, log.lastTime);
+    return series;
+}
+
+bool isDamaged(const Analysis& log) {
+    const Health& health = log.health;
+    return health.lost + health.torn + health.skippedBytes + health.oddSerials > 0 ||
+           !log.crashes.empty() || !log.files.problems.empty();
+}
+
+}  // namespace
+
+int report(const Logs& logs, const Selection& selection, const Options& options, Output& out) {
+    if (options.json) {
+        Json document = Json::array();
+        for (const auto& log : logs) {
+            document.push_back(toJson(*log, selection));
+        }
+        out.write(document.dump(2) + "\n");
+    } else {
+        Page page(out);
+        for (size_t i = 0; i < logs.size(); i++) {
+            page.add(i == 0 ? "" : "\n");
+            printReport(*logs[i], selection, page);
+        }
+    }
+    const bool isFound =
+            std::any_of(logs.begin(), logs.end(), [](const auto& log) { return isDamaged(*log); });
+    return options.strict && isFound ? EXIT_FOUND : EXIT_FINE;
+}
+
+}  // namespace JCam::Tool

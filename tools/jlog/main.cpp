@@ -1,0 +1,189 @@
+// jlog: what the log files of the camera logger say.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "tools/jlog/commands/Commands.h"
+#include "tools/jlog/Options.h"
+#include "tools/jlog/Output.h"
+
+namespace JCam::Tool {
+
+namespace {
+
+class UsageError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// Shows on a terminal how much has been read, once that takes long.
+class ProgressBar {
+  public:
+    explicit ProgressBar(uint64_t total) : mTotal(total), mIsTerminal(isatty(STDERR_FILENO) == 1) {}
+    ~ProgressBar() {
+        if (mIsShown) {
+            fmt::print(stderr, "\r\x1b[K");
+        }
+    }
+    ProgressBar(const ProgressBar&) = delete;
+    ProgressBar& operator=(const ProgressBar&) = delete;
+
+    void add(uint64_t bytes) {
+        mDone += bytes;
+        const auto now = std::chrono::steady_clock::now();
+        constexpr std::chrono::milliseconds kPatience(500);
+        constexpr std::chrono::milliseconds kInterval(100);
+        if (!mIsTerminal || now - mBegin < kPatience || now - mLast < kInterval || mTotal == 0) {
+            return;
+        }
+        mLast = now;
+        mIsShown = true;
+        constexpr uint64_t kWidth = 40;
+        const uint64_t done = std::min(mDone, mTotal);
+        fmt::print(stderr, "\r{:3} % [{:-<{}}] {} of {} MB", done * 100 / mTotal,
+                   std::string(done * kWidth / mTotal, '#'), kWidth, done / 1000000,
+                   mTotal / 1000000);
+    }
+
+  private:
+    const uint64_t mTotal;
+    const bool mIsTerminal;
+    const std::chrono::steady_clock::time_point mBegin = std::chrono::steady_clock::now();
+    std::chrono::steady_clock::time_point mLast;
+    uint64_t mDone = 0;
+    bool mIsShown = false;
+};
+
+Logs analyse(const std::vector<std::filesystem::path>& paths, const Options& options) {
+    std::vector<SeriesFiles> series = findSeries(paths);
+    uint64_t total = 0;
+    for (const SeriesFiles& files : series) {
+        for (const uint64_t size : files.sizes) {
+            total += size;
+        }
+    }
+    ProgressBar progress(total);
+    Logs logs;
+    for (SeriesFiles& files : series) {
+        if (!options.pid || *options.pid == files.pid) {
+            logs.push_back(std::make_unique<Analysis>(
+                    std::move(files), [&](uint64_t bytes) { progress.add(bytes); }));
+        }
+    }
+    size_t unreadable = 0;
+    for (const auto& log : logs) {
+        for (const std::string& problem : log->files.problems) {
+            fmt::print(stderr, "jlog: {}\n", problem);
+        }
+        unreadable += log->health.records == 0 && !log->files.problems.empty() ? 1U : 0U;
+    }
+    if (logs.empty()) {
+        throw std::runtime_error(fmt::format("no files of process {}", *options.pid));
+    }
+    if (unreadable == logs.size()) {
+        throw std::runtime_error("nothing could be read");
+    }
+    return logs;
+}
+
+Selection select(const Options& options, const Logs& logs) {
+    Selection selection;
+    selection.pid = options.pid;
+    selection.tid = options.tid;
+    selection.module = options.module;
+    selection.level = options.level[0];
+    int64_t first = 0;
+    for (const auto& log : logs) {
+        if (log->firstTime != kNoTime) {
+            first = log->wallOf(log->firstTime, 0);
+            break;
+        }
+    }
+    const auto time = [&](const std::string& text, const char* option, int64_t& result) {
+        if (text.empty()) {
+            return;
+        }
+        const std::optional<int64_t> parsed = parseTime(text, first);
+        if (!parsed) {
+            throw UsageError(fmt::format("{}: '{}' is not [[YYYY-]MM-DD ]hh:mm[:ss[.ffffff]]",
+                                         option, text));
+        }
+        result = *parsed;
+    };
+    time(options.since, "--since", selection.since);
+    time(options.until, "--until", selection.until);
+    return selection;
+}
+
+int run(const Options& options) {
+    Output out;
+    if (options.command == Command::FOLLOW) {
+        return follow(options, out);
+    }
+    int status = EXIT_FINE;
+    if (options.command == Command::DIFF) {
+        const Logs before = analyse({options.paths[0]}, options);
+        const Logs after = analyse({options.paths[1]}, options);
+        status = diff(before, after, select(options, after), options, out);
+        out.close();
+        return status;
+    }
+    const Logs logs = analyse(options.paths, options);
+    const Selection selection = select(options, logs);
+    switch (options.command) {
+        case Command::REQUESTS:
+            status = listRequests(logs, selection, options, out);
+            break;
+        case Command::SHOW:
+            status = options.request ? showRequest(logs, selection, options, out)
+                                     : showAround(logs, selection, options, out);
+            break;
+        case Command::CRASH:
+            status = showCrash(logs, options, out);
+            break;
+        case Command::MERGE:
+            status = merge(logs, selection, options, out);
+            break;
+        case Command::EXPORT:
+            status = exportTo(logs, selection, options);
+            break;
+        default:
+            status = report(logs, selection, options, out);
+            break;
+    }
+    out.close();
+    return status;
+}
+
+}  // namespace
+
+}  // namespace JCam::Tool
+
+int main(int argc, char** argv) {
+    using namespace JCam::Tool;
+    std::signal(SIGPIPE, SIG_IGN);  // Output finds out by itself
+    try {
+        Options options;
+        const std::optional<int> status = parseOptions(argc, argv, options);
+        return status ? *status : run(options);
+    } catch (const UsageError& error) {
+        fmt::print(stderr, "jlog: {}\n", error.what());
+        return EXIT_USAGE;
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "jlog: {}\n", error.what());
+        return EXIT_UNREADABLE;
+    }
+}
