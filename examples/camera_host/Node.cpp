@@ -2,6 +2,8 @@
 #define JLOG_TAG mName
 #include "Node.h"
 
+#include <thread>
+
 #include "jlog/JLogMacros.h"
 
 namespace CameraHost {
@@ -14,6 +16,9 @@ namespace {
 constexpr uint32_t kInfoEvery = 30;
 constexpr uint32_t kWarnEvery = 45;
 constexpr uint32_t kErrorEvery = 60;
+/// One request in so many takes a node much longer.
+constexpr uint32_t kSlowEvery = 100;
+constexpr int kSlowFactor = 10;
 
 }  // namespace
 
@@ -24,6 +29,9 @@ void Node::process(const Request& request) const {
         JLOG_DETAILS(mModuleId, LEVEL_DEBUG_HIGH, "request %u: one of a burst of %u",
                      request.number, request.burst);
         JLOGD(mModuleId, "request %u: full-size buffer taken from the pool", request.number);
+    }
+    if (request.isPaced) {
+        std::this_thread::sleep_for(request.number % kSlowEvery == 0 ? mWork * kSlowFactor : mWork);
     }
     if (request.number % kErrorEvery == 0) {
         JLOGE(mModuleId, "request %u: statistics are damaged, those of request %u are used",

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+
 #include "Request.h"
 
 namespace CameraHost {
@@ -8,8 +10,9 @@ namespace CameraHost {
 /// and now and then that something is odd.
 class Node {
   public:
-    /// `name` must outlive the node. It is also its log tag.
-    constexpr Node(unsigned int moduleId, const char* name) : mModuleId(moduleId), mName(name) {}
+    /// `name` must outlive the node. It is also its log tag. `work`: what a request takes.
+    constexpr Node(unsigned int moduleId, const char* name, std::chrono::microseconds work)
+            : mModuleId(moduleId), mName(name), mWork(work) {}
 
     void process(const Request& request) const;
 
@@ -18,6 +21,7 @@ class Node {
   private:
     unsigned int mModuleId;
     const char* mName;
+    std::chrono::microseconds mWork;
 };
 
 }  // namespace CameraHost

@@ -11,18 +11,20 @@
 namespace CameraHost {
 
 using namespace JCam::Utils::JLog;
+using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 namespace {
 
 constexpr std::array kPreviewNodes{
-        Node{MODULE_PREVIEW, "SensorNode"}, Node{MODULE_PREVIEW, "IspNode"},
-        Node{MODULE_FEATURE_SAT, "SatNode"}, Node{MODULE_PREVIEW, "DisplayNode"}};
-constexpr std::array kVideoNodes{Node{MODULE_VIDEO, "SensorNode"}, Node{MODULE_VIDEO, "IspNode"},
-                                 Node{MODULE_VIDEO, "EncodeNode"}};
-constexpr std::array kCaptureNodes{Node{MODULE_CAPTURE, "CaptureRawNode"},
-                                   Node{MODULE_CAPTURE, "CaptureMergeNode"},
-                                   Node{MODULE_CAPTURE, "CaptureJpegNode"}};
+        Node{MODULE_PREVIEW, "SensorNode", 2000us}, Node{MODULE_PREVIEW, "IspNode", 8000us},
+        Node{MODULE_FEATURE_SAT, "SatNode", 3000us}, Node{MODULE_PREVIEW, "DisplayNode", 500us}};
+constexpr std::array kVideoNodes{Node{MODULE_VIDEO, "SensorNode", 2000us},
+                                 Node{MODULE_VIDEO, "IspNode", 6000us},
+                                 Node{MODULE_VIDEO, "EncodeNode", 5000us}};
+constexpr std::array kCaptureNodes{Node{MODULE_CAPTURE, "CaptureRawNode", 5000us},
+                                   Node{MODULE_CAPTURE, "CaptureMergeNode", 12000us},
+                                   Node{MODULE_CAPTURE, "CaptureJpegNode", 7000us}};
 constexpr std::array kStreams{Stream{"Preview", MODULE_PREVIEW, 1, kPreviewNodes},
                               Stream{"Capture", MODULE_CAPTURE, 5, kCaptureNodes},
                               Stream{"Video", MODULE_VIDEO, 1, kVideoNodes}};
@@ -105,7 +107,7 @@ void Pipeline::runRequest(Ledger& ledger, const Stream& stream) {
     expected.enters += wantedScopes(stream);
     expected.exits += wantedScopes(stream);
     expected.details += wantsMetadata(stream) ? 1U : 0U;
-    takeThrough(ledger, stream, {number, stream.burst, stream.name});
+    takeThrough(ledger, stream, {number, stream.burst, stream.name, mRate != 0});
     const EventCounts heard = ledger.counts();
     if (heard.enters != expected.enters || heard.exits != expected.exits ||
         heard.details < expected.details) {

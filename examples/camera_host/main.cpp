@@ -186,7 +186,8 @@ int conclude(const Run& run, const std::vector<LogFile>& files) {
 /// Runs the pipeline in a child process that crashes half way, and checks what it leaves behind.
 int runCrash(const Options& options) {
     const LedgerBook ledgers(options.threads + 1);
-    const std::chrono::milliseconds half(500 * options.seconds);
+    // At full seconds requests begin; a moment later nodes are at work.
+    const std::chrono::milliseconds half(500 * options.seconds + 5);
     constexpr std::chrono::seconds kHangBound(10);
     const ChildEnd end = runInChild(
             [&]() -> int {
