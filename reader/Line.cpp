@@ -84,6 +84,13 @@ std::optional<Scope> parseScope(std::string_view text) {
     return result;
 }
 
+/// As the machine orders bytes: words are compared, not counted with.
+uint64_t loadWord(const char* bytes) {
+    uint64_t word = 0;
+    std::memcpy(&word, bytes, sizeof(word));
+    return word;
+}
+
 }  // namespace
 
 bool takeOrigin(std::string_view& text, Origin& origin) {
@@ -109,7 +116,7 @@ bool takeOrigin(std::string_view& text, Origin& origin) {
 bool OriginReader::takeKnown(std::string_view& text, Origin& origin) const {
     if (text.size() < kStampChars + sizeof(uint64_t) ||
         std::memcmp(text.data(), mSecond, kSecondChars) != 0 ||
-        std::memcmp(text.data() + kStampChars, mPid, mPidSize) != 0) {
+        (loadWord(text.data() + kStampChars) & mPidMask) != mPid) {
         return false;
     }
     int64_t fraction = 0;
@@ -156,8 +163,11 @@ bool OriginReader::take(std::string_view& text, Origin& origin) {
     const size_t digits = std::min(pid.find_first_not_of(' '), pid.size());
     const size_t size = std::min(pid.find(' ', digits), pid.size()) + 1;
     constexpr size_t kMicroTimeChars = kStampChars - kTimeAt;
-    mPidSize = origin.time.size() == kMicroTimeChars && size <= kPidChars ? size : 0;
-    pid.copy(mPid, mPidSize);
+    mPidSize = origin.time.size() == kMicroTimeChars && size <= sizeof(mPid) ? size : 0;
+    mPid = 0;
+    std::memcpy(&mPid, pid.data(), mPidSize);
+    mPidMask = 0;
+    std::memset(&mPidMask, 0xff, mPidSize);
     before.copy(mSecond, kSecondChars);
     mMicroseconds = origin.microseconds - origin.microseconds % 1000000;
     mPidNumber = origin.pid;

@@ -34,11 +34,11 @@ class OriginReader {
 
     static constexpr size_t kSecondChars = 15;  // "MM-DD hh:mm:ss."
     static constexpr size_t kStampChars = kSecondChars + 6;
-    static constexpr size_t kPidChars = 8;
 
     char mSecond[kSecondChars + 1] = {};
     int64_t mMicroseconds = 0;  // of the second, since midnight
-    char mPid[kPidChars] = {};  // " 4321 ", as much as there is up to the thread id
+    uint64_t mPid = 0;          // the bytes behind the stamp up to the thread id: " 4321 "
+    uint64_t mPidMask = 0;      // of so many bytes
     size_t mPidSize = 0;        // 0: nothing is known
     int mPidNumber = 0;
 };

@@ -73,12 +73,17 @@ void findGapsOf(Cadence& cadence, const std::vector<Gap>& intervals) {
         values.push_back(interval.interval);
     }
     cadence.median = percentile(values, 50);
-    const int64_t p90 = percentile(values, 90);
-    // Requests that come in bursts have their rhythm in the long intervals.
-    constexpr int64_t kBurst = 4;
-    const int64_t regular = p90 > kBurst * cadence.median ? p90 : cadence.median;
-    // No camera is faster than 200 frames a second.
-    cadence.limit = std::max(regular * 3 / 2, 5 * kMillisecond);
+    const auto limitOf = [](int64_t rhythm) {
+        // No camera is faster than 200 frames a second.
+        return std::max(rhythm * 3 / 2, 5 * kMillisecond);
+    };
+    cadence.limit = limitOf(cadence.median);
+    const auto above = static_cast<size_t>(std::count_if(
+            values.begin(), values.end(), [&](int64_t value) { return value > cadence.limit; }));
+    if (above * 10 > values.size()) {
+        // Bursts, or several streams: long intervals are part of the rhythm.
+        cadence.limit = limitOf(percentile(values, 90));
+    }
     std::copy_if(intervals.begin(), intervals.end(), std::back_inserter(cadence.gaps),
                  [&](const Gap& gap) { return gap.interval > cadence.limit; });
 }

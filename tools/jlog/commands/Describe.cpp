@@ -85,6 +85,10 @@ void printInFlight(const Analysis& log, uint32_t ordinal, int64_t time, Page& pa
         page.add(fmt::format("         tid {:<6}  ", log.threads[thread.thread].tid))
                 .addLogged(fmt::format("{:<{}}", stack, std::min(width, kMaxWidth)), Colour::CYAN)
                 .add(fmt::format("   open {}", formatDuration(open)));
+        if (thread.scopes.size() > 1) {
+            const Scope& innermost = log.scopes[thread.scopes.back()];
+            page.add(fmt::format(", the last {}", formatDuration(time - innermost.begin)));
+        }
         if (log.scopes[thread.scopes.front()].exit == kNone &&
             log.fateOf(log.scopes[thread.scopes.front()]) == Fate::EXIT_LOST) {
             page.add(", or its exit is lost", Colour::YELLOW);
