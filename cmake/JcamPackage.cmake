@@ -1,5 +1,6 @@
-# What `cmake --install` and CPack install: the library, its headers, and the files by which CMake and
-# pkg-config find them. A host build adds the stand-ins, which the library needs to load.
+# What `cmake --install` and CPack install: the library, its headers, the files by which CMake and
+# pkg-config find them, and jlog, which reads what the library writes. A host build adds the stand-ins,
+# which the library needs to load.
 
 include(CMakePackageConfigHelpers)
 
@@ -26,6 +27,17 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs
     PATTERN Doxyfile EXCLUDE)
 install(FILES ${PROJECT_SOURCE_DIR}/platform/README.md
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/platform COMPONENT development)
+
+if(JCAM_BUILD_TOOLS)
+    install(PROGRAMS ${PROJECT_BINARY_DIR}/tools/jlog/jlog
+        DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+    set(share ${PROJECT_SOURCE_DIR}/tools/jlog/share)
+    install(FILES ${share}/jlog.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+    install(FILES ${share}/jlog.bash COMPONENT tools RENAME jlog
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    install(FILES ${share}/jcam_jlog.lnav.json COMPONENT tools
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/jcam-jlog-tools)
+endif()
 
 # CMake: find_package(jcam_jlog), target jcam::jlog; on a host also jcam::platform and jcam::jlc_vnd.
 set(configFolder ${CMAKE_INSTALL_LIBDIR}/cmake/jcam_jlog)
@@ -71,6 +83,9 @@ set(CPACK_PACKAGE_CONTACT "The jcam_jlog maintainers")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL runtime development)
+if(JCAM_BUILD_TOOLS)
+    list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
@@ -84,6 +99,11 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libjcam-jlog${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
     "What it takes to build a program with libjcam_jlog: headers, CMake package, pkg-config files.")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME jcam-jlog-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION
+    "jlog, which reads the log files of libjcam_jlog. It needs nothing of the library.")
 # Where dpkg-shlibdeps finds the libraries of these packages.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
     ${PROJECT_BINARY_DIR}/platform ${PROJECT_BINARY_DIR}/jlog)

@@ -36,8 +36,10 @@ need_packages() {
 
 # Installs what a preset is built with.
 need_preset() {
-    local examples=(libcli11-dev libfmt-dev) tests=(libgmock-dev libgtest-dev)
-    local benchmarks=(libbenchmark-dev nlohmann-json3-dev)
+    # With jlog: libjs-d3 for its page, protobuf-compiler for the tests of its traces.
+    local examples=(libcli11-dev libfmt-dev libjs-d3 libprotozero-dev nlohmann-json3-dev zlib1g-dev)
+    local tests=(libgmock-dev libgtest-dev protobuf-compiler)
+    local benchmarks=(libbenchmark-dev)
     need_packages cmake ninja-build
     case "$1" in
         debug | asan-ubsan | tsan) need_packages g++ "${examples[@]}" "${tests[@]}" ;;

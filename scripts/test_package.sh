@@ -9,7 +9,8 @@ usage: scripts/test_package.sh
 Installs the release build, moves the tree elsewhere, and builds and runs examples/consumer
 against it, by find_package and by pkg-config; then the same with what the Debian packages
 contain. The consumer and the headers are compiled as C++17 and as C++20, by g++ and
-by clang++, without a warning. Looks for the documents that README names. Everything stays under
+by clang++, without a warning. Runs jlog, and looks whether its manual page and completion know all
+its options. Looks for the documents that README names. Everything stays under
 build/package, the packages too.
 TEXT
     exit 0
@@ -72,8 +73,28 @@ test_tree() {
     run_program "$folder/pkg-config/quickstart" "$library" ' D IspNode : gain 2.50'
 }
 
+# jlog below the prefix $1 runs, and its manual page and completion know what its help says.
+test_tool() {
+    local prefix=$1 command option words
+    local jlog=$prefix/bin/jlog page=$prefix/share/man/man1/jlog.1
+    printf '03-15 14:25:30.123456  4321  4350 I Stream  : configure done\n' \
+        >"$package/cam_jlog_4321_2024_0315_142530_01.txt"
+    "$jlog" "$package/cam_jlog_4321_2024_0315_142530_01.txt" | grep -q '^series   4321 2024-03-15 14:25:30' ||
+        die "$jlog does not report"
+    for command in $("$jlog" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p'); do
+        grep -q "^.B $command\$" "$page" || die "jlog.1 does not describe $command"
+        words=$(PATH=$prefix/bin:$PATH bash -c 'source "$0"; COMP_WORDS=(jlog "$1" --) COMP_CWORD=2; _jlog
+            echo " ${COMPREPLY[*]} "' "$prefix/share/bash-completion/completions/jlog" "$command")
+        while read -r option; do
+            grep -qF -- "\\-\\-${option#--}" "$page" || die "jlog.1 does not describe $option of $command"
+            [[ $words = *" $option "* ]] || die "the completion of $command lacks $option"
+        done < <("$jlog" "$command" --help | grep -oE -- '--[a-z]+' | sort -u)
+    done
+    echo "ran $jlog"
+}
+
 need_packages clang dpkg-dev file pkg-config
-build_preset release --target jcam_jlog jcam_platform jcam_liblog jlc_vnd
+build_preset release --target jcam_jlog jcam_platform jcam_liblog jlc_vnd jlog
 unset ANDROID_LOG_TAGS
 package=$PWD/build/package
 rm -rf "$package"
@@ -93,6 +114,8 @@ for deb in "$package"/*.deb; do
     dpkg-deb --extract "$deb" "$package/debian"
 done
 test_tree "$package/debian/usr" "$package/from-debian"
+test_tool "$package/moved"
+test_tool "$package/debian/usr"
 
 soname=$(readelf -d "$package/moved/lib/libjcam_jlog.so" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')
 echo "soname $soname, stripped $(stat -L -c %s "$package/moved/lib/libjcam_jlog.so") bytes"
