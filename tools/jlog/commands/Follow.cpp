@@ -35,6 +35,8 @@ volatile std::sig_atomic_t gIsStopped = 0;
 class LiveScopes {
   public:
     LiveScopes() : mPairing(mLog.scopes, mLog.names) {}
+    LiveScopes(const LiveScopes&) = delete;
+    LiveScopes& operator=(const LiveScopes&) = delete;
 
     /// Whether the record is wanted.
     bool takes(const Reader::Line& line, const Selection& selection) {
@@ -167,6 +169,7 @@ class Follower {
   private:
     using Key = std::pair<int, std::string>;
     struct Followed {
+        Followed(const Reader::LogFile& file, bool fromBegin) : tail(file, fromBegin) {}
         Tail tail;
         LiveScopes scopes;
     };
@@ -196,7 +199,7 @@ class Follower {
                     i + 1 == files.size() || files[i + 1].pid != file.pid || files[i + 1].isCrash;
             if (isRunning || isNewest) {
                 // One of a process that has been followed is a new start.
-                mSeries.emplace(key, std::make_unique<Followed>(Followed{{file, isRunning}, {}}));
+                mSeries.emplace(key, std::make_unique<Followed>(file, isRunning));
             }
         }
     }
