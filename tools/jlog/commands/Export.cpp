@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 
 #include "tools/jlog/commands/Commands.h"
+#include "tools/jlog/export/ChromeTrace.h"
+#include "tools/jlog/export/Perfetto.h"
 
 namespace JCam::Tool {
 
@@ -11,8 +13,12 @@ int exportTo(const Logs& logs, const Selection& selection, const Options& option
     const std::unique_ptr<Output> out = options.outputFile == "-"
                                                 ? std::make_unique<Output>()
                                                 : std::make_unique<Output>(options.outputFile);
-    static_cast<void>(logs);
-    static_cast<void>(selection);
+    const TraceOptions trace{options.scopesOnly, options.timeZone};
+    if (options.format == "perfetto") {
+        writePerfetto(logs, selection, trace, *out);
+    } else if (options.format == "json") {
+        writeChromeTrace(logs, selection, trace, *out);
+    }
     out->close();
     return EXIT_FINE;
 }
