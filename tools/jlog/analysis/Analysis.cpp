@@ -276,7 +276,7 @@ class FirstPass {
             // Nothing but a clock that was set, or a device that slept, keeps scopes open for so
             // long.
             constexpr int64_t kMaxSilence = 600000000;
-            if (time - mLog.lastTime > kMaxSilence && mLog.lastTime != kNoTime &&
+            if (mLog.lastTime != kNoTime && time - mLog.lastTime > kMaxSilence &&
                 mPairing.openCount() > 0) [[unlikely]] {
                 time = step();
             }
