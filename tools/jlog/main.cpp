@@ -17,6 +17,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/jlog/analysis/WallClock.h"
 #include "tools/jlog/commands/Commands.h"
 #include "tools/jlog/Options.h"
 #include "tools/jlog/Output.h"
@@ -67,22 +68,31 @@ class ProgressBar {
     bool mIsShown = false;
 };
 
-Logs analyse(const std::vector<std::filesystem::path>& paths, const Options& options) {
+/// The series of the process that the user wants.
+std::vector<SeriesFiles> find(const std::vector<std::filesystem::path>& paths,
+                              const Options& options) {
     std::vector<SeriesFiles> series = findSeries(paths);
+    std::erase_if(series, [&](const SeriesFiles& files) {
+        return options.pid && *options.pid != files.pid;
+    });
+    if (series.empty()) {
+        throw std::runtime_error(fmt::format("no files of process {}", options.pid.value_or(0)));
+    }
+    return series;
+}
+
+uint64_t countBytes(const std::vector<SeriesFiles>& series) {
     uint64_t total = 0;
     for (const SeriesFiles& files : series) {
         for (const uint64_t size : files.sizes) {
             total += size;
         }
     }
-    ProgressBar progress(total);
-    Logs logs;
-    for (SeriesFiles& files : series) {
-        if (!options.pid || *options.pid == files.pid) {
-            logs.push_back(std::make_unique<Analysis>(
-                    std::move(files), [&](uint64_t bytes) { progress.add(bytes); }));
-        }
-    }
+    return total;
+}
+
+/// Files that cannot be read are told, and the others go on without them.
+void tellProblems(const Logs& logs) {
     size_t unreadable = 0;
     for (const auto& log : logs) {
         for (const std::string& problem : log->files.problems) {
@@ -90,33 +100,35 @@ Logs analyse(const std::vector<std::filesystem::path>& paths, const Options& opt
         }
         unreadable += log->health.records == 0 && !log->files.problems.empty() ? 1U : 0U;
     }
-    if (logs.empty()) {
-        throw std::runtime_error(fmt::format("no files of process {}", *options.pid));
-    }
     if (unreadable == logs.size()) {
         throw std::runtime_error("nothing could be read");
     }
+}
+
+Logs analyse(const std::vector<std::filesystem::path>& paths, const Options& options) {
+    std::vector<SeriesFiles> series = find(paths, options);
+    ProgressBar progress(countBytes(series));
+    Logs logs;
+    for (SeriesFiles& files : series) {
+        logs.push_back(std::make_unique<Analysis>(std::move(files),
+                                                  [&](uint64_t bytes) { progress.add(bytes); }));
+    }
+    tellProblems(logs);
     return logs;
 }
 
-Selection select(const Options& options, const Logs& logs) {
+/// `near`: a time of the logs, for times without a day.
+Selection select(const Options& options, int64_t near) {
     Selection selection;
     selection.pid = options.pid;
     selection.tid = options.tid;
     selection.module = options.module;
     selection.level = options.level[0];
-    int64_t first = 0;
-    for (const auto& log : logs) {
-        if (log->firstTime != kNoTime) {
-            first = log->wallOf(log->firstTime, 0);
-            break;
-        }
-    }
     const auto time = [&](const std::string& text, const char* option, int64_t& result) {
         if (text.empty()) {
             return;
         }
-        const std::optional<int64_t> parsed = parseTime(text, first);
+        const std::optional<int64_t> parsed = parseTime(text, near);
         if (!parsed) {
             throw UsageError(fmt::format("{}: '{}' is not [[YYYY-]MM-DD ]hh:mm[:ss[.ffffff]]",
                                          option, text));
@@ -128,6 +140,15 @@ Selection select(const Options& options, const Logs& logs) {
     return selection;
 }
 
+int64_t firstTimeOf(const Logs& logs) {
+    for (const auto& log : logs) {
+        if (log->firstTime != kNoTime) {
+            return log->wallOf(log->firstTime, 0);
+        }
+    }
+    return 0;
+}
+
 int run(const Options& options) {
     Output out;
     if (options.command == Command::FOLLOW) {
@@ -137,12 +158,19 @@ int run(const Options& options) {
     if (options.command == Command::DIFF) {
         const Logs before = analyse({options.paths[0]}, options);
         const Logs after = analyse({options.paths[1]}, options);
-        status = diff(before, after, select(options, after), options, out);
+        status = diff(before, after, select(options, firstTimeOf(after)), options, out);
         out.close();
         return status;
     }
+    if (options.command == Command::EXPORT && options.format == "ndjson") {
+        std::vector<SeriesFiles> series = find(options.paths, options);
+        ProgressBar progress(countBytes(series));
+        const Selection selection = select(options, parseStart(series.front().start).value_or(0));
+        return exportNdjson(std::move(series), selection, options,
+                            [&](uint64_t bytes) { progress.add(bytes); });
+    }
     const Logs logs = analyse(options.paths, options);
-    const Selection selection = select(options, logs);
+    const Selection selection = select(options, firstTimeOf(logs));
     switch (options.command) {
         case Command::REQUESTS:
             status = listRequests(logs, selection, options, out);

@@ -1,9 +1,8 @@
 #include "tools/jlog/analysis/WallClock.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
-
-#include <fmt/format.h>
 
 #include "reader/Text.h"
 
@@ -54,12 +53,22 @@ void formatWall(int64_t wall, char (&text)[27]) {
     const std::chrono::year_month_day day{
             std::chrono::sys_days(std::chrono::days((wall - inDay) / kDay))};
     const int64_t seconds = inDay / kSecond;
-    const auto end =
-            fmt::format_to_n(text, sizeof(text) - 1, "{:04}-{:02}-{:02} {:02}:{:02}:{:02}.{:06}",
-                             static_cast<int>(day.year()), static_cast<unsigned int>(day.month()),
-                             static_cast<unsigned int>(day.day()), seconds / 3600,
-                             seconds / 60 % 60, seconds % 60, inDay % kSecond);
-    *end.out = '\0';
+    // By hand: an export has millions.
+    char* out = text;
+    const auto put = [&out](int64_t number, int digits, char behind) {
+        for (int i = digits; i-- > 0; number /= 10) {
+            out[i] = static_cast<char>('0' + number % 10);
+        }
+        out[digits] = behind;
+        out += digits + 1;
+    };
+    put(std::clamp(static_cast<int>(day.year()), 0, 9999), 4, '-');
+    put(static_cast<unsigned int>(day.month()), 2, '-');
+    put(static_cast<unsigned int>(day.day()), 2, ' ');
+    put(seconds / 3600, 2, ':');
+    put(seconds / 60 % 60, 2, ':');
+    put(seconds % 60, 2, '.');
+    put(inDay % kSecond, 6, '\0');
 }
 
 WallClock::WallClock(std::optional<int64_t> start, std::optional<int64_t> bootTime)

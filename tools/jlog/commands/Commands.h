@@ -25,6 +25,9 @@ int diff(const Logs& before, const Logs& after, const Selection& selection, cons
          Output& out);
 /// To the file of the options, in their format.
 int exportTo(const Logs& logs, const Selection& selection, const Options& options);
+/// One series after the other: nothing is analysed before.
+int exportNdjson(std::vector<SeriesFiles> series, const Selection& selection,
+                 const Options& options, const Analysis::Progress& progress);
 int follow(const Options& options, Output& out);
 
 }  // namespace JCam::Tool

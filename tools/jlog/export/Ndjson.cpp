@@ -3,17 +3,16 @@
 #include <string>
 #include <utility>
 
-#include <fmt/format.h>
-
 #include "tools/jlog/analysis/Analysis.h"
 #include "tools/jlog/export/Json.h"
 
 namespace JCam::Tool {
 
-void writeNdjson(const Options& options, const Selection& selection, Output& out) {
+void writeNdjson(std::vector<SeriesFiles> series, const Selection& selection,
+                 const NdjsonOptions& options, const Analysis::Progress& progress, Output& out) {
     std::string line;
     Analysis::Stream visitor;
-    if (options.recordsOnly) {
+    if (options.records) {
         visitor.onRecord = [&](const Analysis& log, const Entry& entry, const Scope* scope) {
             if (selection.takes(log, entry, scope)) {
                 line.clear();
@@ -30,13 +29,8 @@ void writeNdjson(const Options& options, const Selection& selection, Output& out
             }
         };
     }
-    for (SeriesFiles& series : findSeries(options.paths)) {
-        for (const std::string& problem : series.problems) {
-            fmt::print(stderr, "jlog: {}\n", problem);
-        }
-        if (!options.pid || *options.pid == series.pid) {
-            Analysis::stream(std::move(series), visitor);
-        }
+    for (SeriesFiles& files : series) {
+        Analysis::stream(std::move(files), visitor, progress);
     }
 }
 
