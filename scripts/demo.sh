@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the camera host and lets it log into rotating text files, crash, or track exceptions.
+# Builds the camera host and lets it log into rotating text files, crash, or track exceptions; then reads
+# what it has left.
 source "$(dirname "$0")/common.sh"
 
 if [ "${1:-}" = --help ] || [ "${1:-}" = -h ]; then
@@ -13,6 +14,7 @@ build/demo/logs. The options are the camera host's, for example
                  moment and in a random thread, and looks for every record in their files; those of
                  a process that lost one stay in build/demo/storm
   --exceptions   reports camera exceptions instead, and shows who is told of them
+At the end jlog reports what the files hold, and makes a page of them, build/demo/report.html.
 On a bare Debian machine it first installs the packages that it needs.
 
 Lines that the library itself writes to the Android log go to stderr. ANDROID_LOG_TAGS
@@ -23,12 +25,32 @@ TEXT
     exec build/release/examples/camera_host --help
 fi
 
-build_preset release --target camera_host
+build_preset release --target camera_host jlog
 folder=build/demo/logs
 tags='FileAloneJLogger:I JLogInit:W *:I'
 if [[ " $* " = *' --storm '* ]]; then
     folder=build/demo/storm
     tags='*:F' # thousands of starts would fill the screen
 fi
-export ANDROID_LOG_TAGS="${ANDROID_LOG_TAGS:-$tags}"
-exec build/release/examples/camera_host --mode 0x14 --folder "$folder" "$@"
+# What is reported is what this run has logged.
+rm -rf build/demo/logs
+status=0
+ANDROID_LOG_TAGS="${ANDROID_LOG_TAGS:-$tags}" \
+    build/release/examples/camera_host --mode 0x14 --folder "$folder" "$@" || status=$?
+if [ $status -gt 1 ] || ! compgen -G 'build/demo/logs/cam_jlog_*.txt' >/dev/null; then
+    exit $status # nothing was logged, or not there
+fi
+
+# What an engineer does with it.
+jlog=build/release/tools/jlog/jlog
+see() {
+    printf '\n$ jlog %s\n' "$*"
+    "$jlog" "$@"
+}
+see report build/demo/logs
+if compgen -G 'build/demo/logs/*_NE_*.txt' >/dev/null; then
+    see crash build/demo/logs
+fi
+see export html build/demo/logs -o build/demo/report.html
+echo "file://$PWD/build/demo/report.html"
+exit $status

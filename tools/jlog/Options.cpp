@@ -70,6 +70,8 @@ void addCommands(CLI::App& app, Options& options) {
     addLogcat(report, options);
     report.add_flag("--strict", options.strict,
                     "Exit with status 1 if records are lost, torn or no records, or if it crashed");
+    report.add_flag("--all", options.all,
+                    "Every series in full; otherwise, of more than four, the newest");
     addJson(report, options, "One JSON document");
 
     CLI::App& requests =

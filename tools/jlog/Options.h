@@ -36,6 +36,7 @@ struct Options {
     std::string level = "V";
 
     bool strict = false;              // report
+    bool all = false;                 // report
     std::optional<size_t> slow;       // requests
     std::optional<uint32_t> request;  // show
     std::string around;

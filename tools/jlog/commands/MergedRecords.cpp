@@ -4,9 +4,10 @@
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
+#include <queue>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -44,11 +45,24 @@ struct Kept {
     size_t textAt = 0;
 };
 
-/// The records of a series, one after the other. A thread of its own reads ahead.
+/// The records of a series, one after the other. A thread of its own reads ahead, if there is much
+/// to read.
 class Puller {
   public:
-    explicit Puller(const Analysis& log)
-            : mLog(log), mThread([this](const std::stop_token& stop) { read(stop); }) {}
+    explicit Puller(const Analysis& log) : mLog(log) {
+        constexpr uint64_t kFewBytes = 256 * 1024;
+        uint64_t bytes = 0;
+        for (const Piece& piece : log.files.pieces) {
+            bytes += piece.end - piece.begin;
+        }
+        if (bytes > kFewBytes) {
+            mThread = std::jthread([this](const std::stop_token& stop) { read(stop); });
+        } else {
+            mLog.forEachRecord(
+                    [this](const Entry& entry, uint32_t scope) { keep(mBatch, entry, scope); });
+            mIsDone = true;
+        }
+    }
     ~Puller() {
         mThread.request_stop();
         mSpace.notify_all();
@@ -83,6 +97,10 @@ class Puller {
     static constexpr size_t kMaxBatches = 8;
     struct Stopped {};
 
+    void keep(std::vector<Kept>& batch, const Entry& entry, uint32_t scope) const {
+        batch.emplace_back(entry, scope == kNone ? nullptr : &mLog.scopes[scope]);
+    }
+
     void read(const std::stop_token& stop) {
         std::vector<Kept> batch;
         const auto hand = [&](bool isDone) {
@@ -102,7 +120,7 @@ class Puller {
         };
         try {
             mLog.forEachRecord([&](const Entry& entry, uint32_t scope) {
-                batch.emplace_back(entry, scope == kNone ? nullptr : &mLog.scopes[scope]);
+                keep(batch, entry, scope);
                 if (batch.size() == kBatchRecords) {
                     hand(false);
                 }
@@ -158,35 +176,34 @@ void forEachMerged(const Logs& logs, const VisitMerged& visit) {
     for (const auto& log : logs) {
         waiting.push_back(log.get());
     }
-    // The last is the next: a series is opened when the stream has come to its begin.
+    // A series is opened when the stream has come to its begin.
     std::stable_sort(waiting.begin(), waiting.end(), [](const Analysis* a, const Analysis* b) {
-        return beginOf(*a) > beginOf(*b);
+        return beginOf(*a) < beginOf(*b);
     });
-    std::vector<Source> sources;
-    for (;;) {
-        const auto first =
-                std::min_element(sources.begin(), sources.end(),
-                                 [](const Source& a, const Source& b) { return a.time < b.time; });
-        if (!waiting.empty() &&
-            (first == sources.end() || beginOf(*waiting.back()) <= first->time)) {
-            Source& opened = sources.emplace_back();
-            opened.puller = std::make_unique<Puller>(*waiting.back());
-            opened.time = beginOf(*waiting.back());
-            waiting.pop_back();
-            opened.advance();
-            if (opened.record == nullptr) {
-                sources.pop_back();
-            }
+    std::vector<Source> sources(logs.size());
+    using Next = std::pair<int64_t, size_t>;  // the time of a source, and which
+    std::priority_queue<Next, std::vector<Next>, std::greater<>> queue;
+    const auto go = [&](size_t index) {
+        sources[index].advance();
+        if (sources[index].record == nullptr) {
+            sources[index].puller.reset();
+        } else {
+            queue.emplace(sources[index].time, index);
+        }
+    };
+    for (size_t opened = 0; opened < waiting.size() || !queue.empty();) {
+        if (opened < waiting.size() &&
+            (queue.empty() || beginOf(*waiting[opened]) <= queue.top().first)) {
+            sources[opened].puller = std::make_unique<Puller>(*waiting[opened]);
+            sources[opened].time = beginOf(*waiting[opened]);
+            go(opened++);
             continue;
         }
-        if (first == sources.end()) {
-            return;
-        }
-        visit(first->puller->log(), first->record->view(), first->record->scope);
-        first->advance();
-        if (first->record == nullptr) {
-            sources.erase(first);
-        }
+        const size_t index = queue.top().second;
+        queue.pop();
+        Source& source = sources[index];
+        visit(source.puller->log(), source.record->view(), source.record->scope);
+        go(index);
     }
 }
 

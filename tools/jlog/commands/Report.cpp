@@ -265,6 +265,28 @@ void printThreads(const Analysis& log, Page& page) {
     }
 }
 
+/// A series that is not shown in full: its line, and what is wrong with it.
+void printSummary(const Analysis& log, Page& page) {
+    printSeries(log, page);
+    std::string damage;
+    const auto tell = [&](uint64_t count, std::string_view what) {
+        if (count > 0) {
+            damage += (damage.empty() ? "" : "; ") + formatCount(count) + " " + std::string(what);
+        }
+    };
+    tell(log.health.lost, "lost");
+    tell(log.health.torn, "torn");
+    tell(log.health.skippedBytes, "bytes that are no record");
+    tell(log.files.problems.size(), "unreadable");
+    for (const Crash& crash : log.crashes) {
+        damage += (damage.empty() ? "" : "; ") + crash.cause;
+    }
+    if (!damage.empty()) {
+        beginLine(page, "");
+        page.addLogged(damage, Colour::RED).endLine();
+    }
+}
+
 void printReport(const Analysis& log, const Selection& selection, Page& page) {
     // The two that take longest, side by side.
     std::future<std::vector<Cadence>> cadences =
@@ -377,7 +399,12 @@ int report(const Logs& logs, const Selection& selection, const Options& options,
         out.write(document.dump(2) + "\n");
     } else {
         Page page(out);
-        for (size_t i = 0; i < logs.size(); i++) {
+        constexpr size_t kMaxSeries = 4;
+        const size_t full = options.all || logs.size() <= kMaxSeries ? 0 : logs.size() - 1;
+        for (size_t i = 0; i < full; i++) {
+            printSummary(*logs[i], page);
+        }
+        for (size_t i = full; i < logs.size(); i++) {
             page.add(i == 0 ? "" : "\n");
             printReport(*logs[i], selection, page);
         }
