@@ -13,7 +13,8 @@ build/demo/logs. The options are the camera host's, for example
   --storm 1000   lets a thousand processes crash at full load, one after the other, each at a random
                  moment and in a random thread, and looks for every record in their files; those of
                  a process that lost one stay in build/demo/storm
-  --exceptions   reports camera exceptions instead, and shows who is told of them
+  --exceptions   reports camera exceptions while the pipeline logs, and shows who is told of them;
+                 the Android log goes into logcat.txt beside the log files, too
 At the end jlog reports what the files hold, and makes a page of them, build/demo/report.html.
 On a bare Debian machine it first installs the packages that it needs.
 
@@ -31,6 +32,8 @@ tags='FileAloneJLogger:I JLogInit:W *:I'
 if [[ " $* " = *' --storm '* ]]; then
     folder=build/demo/storm
     tags='*:F' # thousands of starts would fill the screen
+elif [[ " $* " = *' --exceptions '* ]]; then
+    tags='FileAloneJLogger:I *:D'
 fi
 # What is reported is what this run has logged.
 rm -rf build/demo/logs

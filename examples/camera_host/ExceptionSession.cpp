@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <thread>
@@ -14,7 +13,6 @@
 #include <utility>
 
 #include <aidl/android/frameworks/stats/IStats.h>
-#include <android/log.h>
 #include <cutils/properties.h>
 #include <fmt/core.h>
 #include <host/ServiceRegistry.h>
@@ -33,38 +31,6 @@ using JCam::Utils::JLog::Track::EventTrackJLogger;
 constexpr char kStatsInstance[] = "android.frameworks.stats.IStats/default";
 constexpr char kPackageProperty[] = "jovix.camera.packname";
 constexpr char kHalFile[] = "data/vendor/camera_dump/mtkExceptionErrCode.txt";
-
-/// Keeps what is written to the Android log while it lives, beside printing it. All of it, whatever
-/// the filter of the process says: the lines are what the session is read from. One at a time.
-class LogWatch {
-  public:
-    LogWatch() : mMinimum(__android_log_set_minimum_priority(ANDROID_LOG_DEBUG)) {
-        sLines.clear();
-        __android_log_set_logger([](const __android_log_message* message) {
-            __android_log_stderr_logger(message);
-            const std::lock_guard lock(sMutex);
-            sLines.emplace_back(message->message);
-        });
-    }
-    ~LogWatch() {
-        __android_log_set_logger(__android_log_stderr_logger);
-        __android_log_set_minimum_priority(mMinimum);
-    }
-    LogWatch(const LogWatch&) = delete;
-    LogWatch& operator=(const LogWatch&) = delete;
-
-    /// The lines since the last call.
-    static std::vector<std::string> take() {
-        const std::lock_guard lock(sMutex);
-        return std::exchange(sLines, {});
-    }
-
-  private:
-    const int32_t mMinimum;  // of before
-
-    inline static std::mutex sMutex;
-    inline static std::vector<std::string> sLines;  // guarded by sMutex
-};
 
 /// The stats service of the session.
 class StatsService : public IStats {
@@ -149,7 +115,7 @@ int awaitPersistentCode(EventTrackJLogger& tracker) {
 /// Does the steps of a session, one after the other.
 class Session {
   public:
-    explicit Session(const std::function<void(std::string_view)>& onStep) : mOnStep(onStep) {
+    explicit Session(const SessionHost& host) : mHost(host) {
         ServiceRegistry::setDeclared(kStatsInstance, true);
         runStats(true);
     }
@@ -160,9 +126,9 @@ class Session {
     /// `call` is given the tracker, and returns the result of the step if it has one.
     template <typename Call>
     void step(std::string what, const Call& call, Reached expected = {}) {
-        mOnStep(what);
+        mHost.onStep(what);
         EventTrackJLogger& tracker = *EventTrackJLogger::getInstance();
-        LogWatch::take();
+        static_cast<void>(mHost.logcat.takeMessages());
         ExceptionStep& step = mSteps.emplace_back();
         step.what = std::move(what);
         step.expected = std::move(expected);
@@ -171,12 +137,21 @@ class Session {
         } else {
             step.reached.result = call(tracker);
         }
-        const std::vector<std::string> lines = LogWatch::take();
+        const std::vector<std::string> lines = mHost.logcat.takeMessages();
         step.reached.raised = findRaised(lines);
         step.reached.atoms = mStats->takeAtoms();
         step.reached.node = findNodeUse(lines);
         step.reached.statsMissed = findLine(lines, "Unable to get Stats service!").has_value();
         step.node = describeNode(lines);
+    }
+
+    /// A step with a call that is made while a request is in flight.
+    template <typename Call>
+    void report(std::string what, const Call& call, Reached expected) {
+        step(
+                std::move(what),
+                [&](EventTrackJLogger& tracker) { mHost.inRequest([&] { call(tracker); }); },
+                std::move(expected));
     }
 
     void runStats(bool running) {
@@ -186,8 +161,7 @@ class Session {
     std::vector<ExceptionStep> takeSteps() { return std::move(mSteps); }
 
   private:
-    const LogWatch mWatch;
-    const std::function<void(std::string_view)>& mOnStep;
+    const SessionHost& mHost;
     const std::shared_ptr<StatsService> mStats = ndk::SharedRefBase::make<StatsService>();
     std::vector<ExceptionStep> mSteps;
 };
@@ -195,7 +169,7 @@ class Session {
 void reportExceptions(Session& session) {
     const auto report = [&](const char* what, int type, int subCode, const char* detail,
                             Reached expected) {
-        session.step(
+        session.report(
                 fmt::format("{} ({}, {})", what, type, subCode),
                 [&](EventTrackJLogger& tracker) {
                     tracker.writeExceptionErrCode(type, subCode, detail);
@@ -209,19 +183,19 @@ void reportExceptions(Session& session) {
     report("sensor probe again", 0, 5, "imx766: i2c nack at 0x34",
            {.raised = {0x10025005}, .node = NodeUse::HELD_BACK});
     report("no such exception", 8, 40, nullptr, {});
-    session.step("kernel asks after the probe",
-                 [](EventTrackJLogger& tracker) { tracker.sensorProbeFailedFb(); },
-                 {.node = NodeUse::ATTEMPTED});
+    session.report("kernel asks after the probe",
+                   [](EventTrackJLogger& tracker) { tracker.sensorProbeFailedFb(); },
+                   {.node = NodeUse::ATTEMPTED});
 }
 
 void keepPersistentCodes(Session& session) {
     const auto ask = [](EventTrackJLogger& tracker) { return tracker.readPersistentErrCode(); };
-    session.step("two persistent codes",
-                 [](EventTrackJLogger& tracker) {
-                     tracker.caughtPersistentErrCode(5, 2);
-                     tracker.caughtPersistentErrCode(6, 0);
-                 },
-                 {.raised = {0x10025502, 0x10025600}});
+    session.report("two persistent codes",
+                   [](EventTrackJLogger& tracker) {
+                       tracker.caughtPersistentErrCode(5, 2);
+                       tracker.caughtPersistentErrCode(6, 0);
+                   },
+                   {.raised = {0x10025502, 0x10025600}});
     session.step("ask for one", ask, {.result = 0x10025502});
     session.step("ask again at once", ask, {.result = 0});
     session.step("ask until one is due", awaitPersistentCode, {.result = 0x10025600});
@@ -235,7 +209,7 @@ void readLeftCodes(Session& session) {
 
 void reportDarkScreens(Session& session) {
     const auto report = [&](const char* what, int moduleId, Reached expected) {
-        session.step(
+        session.report(
                 fmt::format("{} ({})", what, moduleId),
                 [&](EventTrackJLogger& tracker) {
                     tracker.writeDarkScreenErrCode(moduleId, "luma 2 for 3 s");
@@ -251,14 +225,13 @@ void reportDarkScreens(Session& session) {
 
 }  // namespace
 
-std::vector<ExceptionStep> runExceptionSession(
-        const std::function<void(std::string_view)>& onStep) {
+std::vector<ExceptionStep> runExceptionSession(const SessionHost& host) {
     std::array<char, PROPERTY_VALUE_MAX> package{};
     if (property_get(kPackageProperty, package.data(), "") == 0) {
         property_set(kPackageProperty, "com.example.camera");
     }
     writeHalFile("268587266\n");
-    Session session(onStep);
+    Session session(host);
     session.step("open camera 0 in mode 0x8001",
                  [](EventTrackJLogger& tracker) { tracker.setTrackInfo(0, 0x8001); });
     reportExceptions(session);

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "LogcatFile.h"
+
 namespace CameraHost {
 
 /// What a step does about the kernel's feedback node.
@@ -34,11 +36,18 @@ struct ExceptionStep {
     std::string node;  // how far an attempt on the node came
 };
 
+/// What the session needs of the program around it.
+struct SessionHost {
+    LogcatFile& logcat;                            // the steps are read from it
+    std::function<void(std::string_view)> onStep;  // is told of each step before it is done
+    /// Does what it is given while a request is in flight on the calling thread.
+    std::function<void(const std::function<void()>&)> inRequest;
+};
+
 /// Plays a camera session in which things go wrong, against the stand-ins for the log collector and
 /// the stats service and against whatever node the kernel of this machine has. Takes about four
-/// seconds. `onStep` is told of each step before it is done. Files are made below the working
-/// directory.
-[[nodiscard]] std::vector<ExceptionStep> runExceptionSession(
-        const std::function<void(std::string_view)>& onStep);
+/// seconds. Files are made below the working directory. Call it on the thread that has made the
+/// logcat file.
+[[nodiscard]] std::vector<ExceptionStep> runExceptionSession(const SessionHost& host);
 
 }  // namespace CameraHost

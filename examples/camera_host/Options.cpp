@@ -30,8 +30,7 @@ int signalOf(std::string_view crash) {
 std::optional<int> parseOptions(int argc, char** argv, Options& options) {
     std::vector<std::string> properties;
     CLI::App app(
-            "A small camera HAL host: runs request pipelines that log, then checks the log files; "
-            "or tracks camera exceptions.");
+            "A small camera HAL host: runs request pipelines that log, then checks the log files.");
     app.add_option("--mode", options.mode, "Logging mode, for example 20 or 0x14")
             ->check(CLI::Range(0, 0xff))
             ->capture_default_str();
@@ -75,10 +74,12 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
                     ->check(CLI::Range(1, 1000000).description(""))
                     ->excludes(replay)
                     ->excludes(crashOption);
-    app.add_flag("--exceptions", options.exceptions,
-                 "Report camera exceptions instead, with the log folder as working directory, and "
-                 "show what reaches the log collector, the kernel node and the stats service, "
-                 "beside every line of the Android log")
+    app.add_flag(
+               "--exceptions", options.exceptions,
+               "Report camera exceptions for some four seconds more, while the pipeline runs, and "
+               "show what reaches the log collector, the kernel node and the stats service. The "
+               "Android log goes into logcat.txt in the log folder, too, which is the working "
+               "directory")
             ->excludes(replay)
             ->excludes(crashOption)
             ->excludes(storm);

@@ -21,7 +21,7 @@ struct Options {
     std::string replayFile;   // empty: run the pipeline
     int crashSignal = 0;      // not 0: the pipeline's process ends by it half way
     uint64_t storm = 0;       // not 0: so many processes crash
-    bool exceptions = false;  // track camera exceptions instead
+    bool exceptions = false;  // report camera exceptions, too
 };
 
 /// Fills `options`. A result is the exit status of a program that has nothing more to do: help was

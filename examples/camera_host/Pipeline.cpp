@@ -76,6 +76,13 @@ void Pipeline::tick(unsigned int second) {
     JLogger::flush(kFlushTimeoutSec);
 }
 
+void Pipeline::runRequestAround(const std::function<void()>& work) {
+    const uint32_t number = beginRequest();
+    JLOG_SCOPE(MODULE_PREVIEW, "Preview", number);
+    JLOG_SCOPE(MODULE_PREVIEW, "SensorNode", number);
+    work();
+}
+
 void Pipeline::stop() {
     for (std::jthread& thread : mThreads) {
         thread.request_stop();
@@ -101,8 +108,7 @@ void Pipeline::runStream(const std::stop_token& stop, Ledger& ledger, const Stre
 }
 
 void Pipeline::runRequest(Ledger& ledger, const Stream& stream) {
-    // Relaxed: the number is only a name, nothing is published with it.
-    const uint32_t number = mRequests.fetch_add(1, std::memory_order_relaxed) + 1;
+    const uint32_t number = beginRequest();
     EventCounts expected = ledger.counts();
     expected.enters += wantedScopes(stream);
     expected.exits += wantedScopes(stream);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <span>
 #include <stop_token>
@@ -39,12 +40,19 @@ class Pipeline {
     /// What the host does every second while the camera runs: a status message, the level decided
     /// anew, the buffered log pushed out. Call it on the thread that called start().
     void tick(unsigned int second);
+    /// A preview request on the thread that called start(): its sensor node does `work`.
+    void runRequestAround(const std::function<void()>& work);
     /// Blocks until every thread has ended.
     void stop();
     /// Requests so far of which less has reached the back end than their call sites have logged.
     [[nodiscard]] uint32_t unheard() const { return mUnheard.load(std::memory_order_relaxed); }
 
   private:
+    /// Its number.
+    uint32_t beginRequest() {
+        // Relaxed: the number is only a name, nothing is published with it.
+        return mRequests.fetch_add(1, std::memory_order_relaxed) + 1;
+    }
     void runStream(const std::stop_token& stop, Ledger& ledger, const Stream& stream);
     /// Also looks whether the ledger, which is kept behind the front end, has heard of it.
     void runRequest(Ledger& ledger, const Stream& stream);

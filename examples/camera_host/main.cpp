@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +25,7 @@
 #include "jlog/JLogger.h"
 #include "jlog/JLogInitializer.h"
 #include "LedgerBook.h"
+#include "LogcatFile.h"
 #include "Options.h"
 #include "Pipeline.h"
 #include "reader/LogFile.h"
@@ -55,6 +57,7 @@ struct Run {
     LedgerBook ledgers;
     std::string unheard;  // what has not reached the back end, in words; mostly nothing
     std::string_view timedWhat;
+    std::vector<ExceptionStep> steps;  // of --exceptions
 };
 
 bool setProperty(const std::string& key, const std::string& value) {
@@ -106,7 +109,30 @@ std::vector<LogFile> newFiles(const std::filesystem::path& folder,
     return files;
 }
 
+/// Makes the log folder the working directory, because files of the camera stack are relative to
+/// that, and names it to the library so that it stays the same.
+bool enterFolder() {
+    std::filesystem::path folder = getFolder();
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (!error) {
+        folder = std::filesystem::canonical(folder, error);
+    }
+    if (!error) {
+        std::filesystem::current_path(folder, error);
+    }
+    if (error) {
+        fmt::print(stderr, "cannot work in '{}': {}\n", folder.string(), error.message());
+    }
+    return !error && setProperty(kFolderProperty, folder.string());
+}
+
 void runPipeline(const Options& options, Run& run) {
+    // Everything that is logged goes to this file, too, so it comes before the initializer.
+    std::optional<LogcatFile> logcat;
+    if (options.exceptions) {
+        logcat.emplace("logcat.txt");
+    }
     // An initializer comes first and goes last: nothing may log through it when it goes.
     const JLogInitializer initializer(options.mask);
     const Witness witness;
@@ -117,8 +143,13 @@ void runPipeline(const Options& options, Run& run) {
             "in groups of an enter, 8 details and an exit";
 
     Pipeline pipeline(run.ledgers, options.rate);
-    const Clock::time_point begin = Clock::now();
     pipeline.start();
+    if (logcat.has_value()) {
+        run.steps = runExceptionSession(
+                {*logcat, printExceptionStep,
+                 [&](const std::function<void()>& work) { pipeline.runRequestAround(work); }});
+    }
+    const Clock::time_point begin = Clock::now();
     for (unsigned int second = 1; second <= options.seconds; second++) {
         std::this_thread::sleep_until(begin + std::chrono::seconds(second));
         printProgress(Clock::now() - begin, run.ledgers);
@@ -211,27 +242,6 @@ int runCrash(const Options& options) {
     return found.isClean() && end.sig == options.crashSignal ? EXIT_FINE : EXIT_FAULT;
 }
 
-/// Tracks exceptions, with the log folder as working directory: files of the camera stack are
-/// relative to it.
-int runExceptions() {
-    const std::filesystem::path folder = getFolder();
-    std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    if (!error) {
-        std::filesystem::current_path(folder, error);
-    }
-    if (error) {
-        fmt::print(stderr, "cannot work in '{}': {}\n", folder.string(), error.message());
-        return EXIT_USAGE;
-    }
-    const std::vector<ExceptionStep> steps = runExceptionSession(printExceptionStep);
-    printExceptionSteps(steps);
-    const bool asExpected = std::all_of(steps.begin(), steps.end(), [](const ExceptionStep& step) {
-        return step.reached == step.expected;
-    });
-    return asExpected ? EXIT_FINE : EXIT_FAULT;
-}
-
 int runHost(const Options& options) {
     ReplayScript script;
     if (!options.replayFile.empty()) {
@@ -245,12 +255,8 @@ int runHost(const Options& options) {
     if (!setProperties(options)) {
         return EXIT_USAGE;
     }
-    const std::filesystem::path folder = getFolder();
-    if (!makeParents(folder)) {
+    if (!makeParents(getFolder()) || (options.exceptions && !enterFolder())) {
         return EXIT_USAGE;
-    }
-    if (options.exceptions) {
-        return runExceptions();
     }
     if (options.crashSignal != 0) {
         return runCrash(options);
@@ -260,6 +266,7 @@ int runHost(const Options& options) {
         printStormFindings(found);
         return found.isClean() ? EXIT_FINE : EXIT_FAULT;
     }
+    const std::filesystem::path folder = getFolder();
     const std::vector<LogFile> before = listLogFiles(folder, getpid());
     const bool isReplay = !options.replayFile.empty();
     Run run(isReplay ? script.threads.size() : options.threads + 1);
@@ -269,7 +276,14 @@ int runHost(const Options& options) {
         runPipeline(options, run);
     }
     run.ledgers.mark();
-    return conclude(run, newFiles(folder, before));
+    const bool asExpected =
+            std::all_of(run.steps.begin(), run.steps.end(),
+                        [](const ExceptionStep& step) { return step.reached == step.expected; });
+    if (options.exceptions) {
+        printExceptionSteps(run.steps);
+    }
+    const int status = conclude(run, newFiles(folder, before));
+    return asExpected ? status : EXIT_FAULT;
 }
 
 }  // namespace
