@@ -11,7 +11,7 @@ namespace JCam::Tool {
 namespace {
 
 constexpr int64_t kSecond = 1000000;
-constexpr int64_t kDay = 24 * 3600 * kSecond;
+constexpr int64_t kDay = kSecond * 24 * 3600;
 
 /// The begin of a day, in microseconds since 1970; empty if there is no such day.
 std::optional<int64_t> beginOf(int year, int date) {
@@ -48,6 +48,18 @@ std::optional<int64_t> parseStart(std::string_view start) {
     return *day + (number(10, 2) * 3600 + number(12, 2) * 60 + number(14, 2)) * kSecond;
 }
 
+std::optional<int64_t> dayNear(int date, int64_t near) {
+    std::optional<int64_t> best;
+    const int nearYear = yearOf(near);
+    for (const int year : {nearYear - 1, nearYear, nearYear + 1}) {
+        const std::optional<int64_t> day = beginOf(year, date);
+        if (day && (!best || std::llabs(*day - near) < std::llabs(*best - near))) {
+            best = day;
+        }
+    }
+    return best;
+}
+
 void formatWall(int64_t wall, char (&text)[27]) {
     const int64_t inDay = ((wall % kDay) + kDay) % kDay;
     const std::chrono::year_month_day day{
@@ -72,7 +84,7 @@ void formatWall(int64_t wall, char (&text)[27]) {
 }
 
 WallClock::WallClock(std::optional<int64_t> start, std::optional<int64_t> bootTime)
-        : mStart(start), mBootTime(bootTime), mYear(start ? yearOf(*start) : 1970) {}
+        : mStart(start), mBootTime(bootTime) {}
 
 void WallClock::setDate(uint16_t date, int64_t microseconds) {
     const bool isFirst = mDate == 0;
@@ -83,19 +95,11 @@ void WallClock::setDate(uint16_t date, int64_t microseconds) {
         return;
     }
     // The year in which it is next to the record before, or to the start.
-    const int64_t near = isFirst ? mStart.value_or(0) : mDay;
-    std::optional<int64_t> best;
-    for (const int year : {mYear - 1, mYear, mYear + 1}) {
-        const std::optional<int64_t> day = beginOf(year, date);
-        if (day && (!best || std::llabs(*day - near) < std::llabs(*best - near))) {
-            best = day;
-        }
-    }
+    const std::optional<int64_t> best = dayNear(date, isFirst ? mStart.value_or(0) : mDay);
     if (!best) {
         return;  // there is no such day: that of the record before
     }
     mDay = *best;
-    mYear = yearOf(*best);
     // A series begins within moments of its first record. Devices run for less than three months.
     constexpr int64_t kMaxDelay = 2 * kDay;
     if (isFirst && mStart && std::llabs(*best + microseconds - *mStart) > kMaxDelay &&

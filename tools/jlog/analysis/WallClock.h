@@ -10,14 +10,18 @@ namespace JCam::Tool {
 /// none.
 [[nodiscard]] std::optional<int64_t> parseStart(std::string_view start);
 
+/// When a day began, in microseconds since 1970, in the year that brings it next to `near`. `date`:
+/// month * 100 + day. Empty if there is no such day.
+[[nodiscard]] std::optional<int64_t> dayNear(int date, int64_t near);
+
 /// A time of Entry::wall as "YYYY-MM-DD hh:mm:ss.uuuuuu", in 27 characters with the NUL.
 void formatWall(int64_t wall, char (&text)[27]);
 
 /// Gives the stamps of a series their year, and finds where the clock was set.
 class WallClock {
   public:
-    /// `start`: when the series began. `bootTime`: when the monotonic clock read 0, if that is
-    /// known; for stamps of that clock it is otherwise taken from `start`.
+    /// `start`: when the series began. `bootTime`: when stamps of the monotonic clock, which are
+    /// printed as a local time, read 1970-01-01 00:00. If it is not known it is taken from `start`.
     WallClock(std::optional<int64_t> start, std::optional<int64_t> bootTime);
 
     /// The stamp of the next record. `date`: month * 100 + day.
@@ -38,7 +42,6 @@ class WallClock {
     const std::optional<int64_t> mBootTime;
     uint16_t mDate = 0;  // no month is 0
     int64_t mDay = 0;    // the begin of mDate
-    int mYear = 0;
     bool mIsMonotonic = false;
     int64_t mOffset = 0;  // of monotonic stamps
 };
