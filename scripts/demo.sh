@@ -50,7 +50,11 @@ see() {
     printf '\n$ jlog %s\n' "$*"
     "$jlog" "$@"
 }
-see report build/demo/logs
+if [ -f build/demo/logs/logcat.txt ]; then
+    see report build/demo/logs --logcat build/demo/logs/logcat.txt
+else
+    see report build/demo/logs
+fi
 if compgen -G 'build/demo/logs/*_NE_*.txt' >/dev/null; then
     see crash build/demo/logs
 fi

@@ -105,13 +105,20 @@ void tellProblems(const Logs& logs) {
     }
 }
 
-Logs analyse(const std::vector<std::filesystem::path>& paths, const Options& options) {
+/// `logcat`: is read if there is one, since it may know when the monotonic clock began.
+Logs analyse(const std::vector<std::filesystem::path>& paths, const Options& options,
+             std::unique_ptr<Logcat>& logcat) {
     std::vector<SeriesFiles> series = find(paths, options);
+    if (options.logcat) {
+        logcat = std::make_unique<Logcat>(*options.logcat,
+                                          parseStart(series.back().start).value_or(0));
+    }
     ProgressBar progress(countBytes(series));
     Logs logs;
     for (SeriesFiles& files : series) {
-        logs.push_back(std::make_unique<Analysis>(std::move(files),
-                                                  [&](uint64_t bytes) { progress.add(bytes); }));
+        const std::optional<int64_t> bootTime = logcat ? logcat->bootTime(files.pid) : std::nullopt;
+        logs.push_back(std::make_unique<Analysis>(
+                std::move(files), [&](uint64_t bytes) { progress.add(bytes); }, bootTime));
     }
     tellProblems(logs);
     return logs;
@@ -140,24 +147,16 @@ Selection select(const Options& options, int64_t near) {
     return selection;
 }
 
-int64_t firstTimeOf(const Logs& logs) {
-    for (const auto& log : logs) {
-        if (log->firstTime != kNoTime) {
-            return log->wallOf(log->firstTime, 0);
-        }
-    }
-    return 0;
-}
-
 int run(const Options& options) {
     Output out;
     if (options.command == Command::FOLLOW) {
         return follow(options, out);
     }
     int status = EXIT_FINE;
+    std::unique_ptr<Logcat> logcat;
     if (options.command == Command::DIFF) {
-        const Logs before = analyse({options.paths[0]}, options);
-        const Logs after = analyse({options.paths[1]}, options);
+        const Logs before = analyse({options.paths[0]}, options, logcat);
+        const Logs after = analyse({options.paths[1]}, options, logcat);
         status = diff(before, after, select(options, firstTimeOf(after)), options, out);
         out.close();
         return status;
@@ -169,7 +168,7 @@ int run(const Options& options) {
         return exportNdjson(std::move(series), selection, options,
                             [&](uint64_t bytes) { progress.add(bytes); });
     }
-    const Logs logs = analyse(options.paths, options);
+    const Logs logs = analyse(options.paths, options, logcat);
     const Selection selection = select(options, firstTimeOf(logs));
     switch (options.command) {
         case Command::REQUESTS:
@@ -177,19 +176,19 @@ int run(const Options& options) {
             break;
         case Command::SHOW:
             status = options.request ? showRequest(logs, selection, options, out)
-                                     : showAround(logs, selection, options, out);
+                                     : showAround(logs, logcat.get(), selection, options, out);
             break;
         case Command::CRASH:
-            status = showCrash(logs, options, out);
+            status = showCrash(logs, logcat.get(), options, out);
             break;
         case Command::MERGE:
-            status = merge(logs, selection, options, out);
+            status = merge(logs, logcat.get(), selection, options, out);
             break;
         case Command::EXPORT:
             status = exportTo(logs, selection, options);
             break;
         default:
-            status = report(logs, selection, options, out);
+            status = report(logs, logcat.get(), selection, options, out);
             break;
     }
     out.close();
@@ -197,6 +196,15 @@ int run(const Options& options) {
 }
 
 }  // namespace
+
+int64_t firstTimeOf(const Logs& logs) {
+    for (const auto& log : logs) {
+        if (log->firstTime != kNoTime) {
+            return log->wallOf(log->firstTime, 0);
+        }
+    }
+    return 0;
+}
 
 }  // namespace JCam::Tool
 

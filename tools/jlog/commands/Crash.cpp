@@ -6,11 +6,12 @@
 
 #include "tools/jlog/commands/Commands.h"
 #include "tools/jlog/commands/Describe.h"
+#include "tools/jlog/commands/Exceptions.h"
 #include "tools/jlog/Text.h"
 
 namespace JCam::Tool {
 
-int showCrash(const Logs& logs, const Options& options, Output& out) {
+int showCrash(const Logs& logs, const Logcat* logcat, const Options& options, Output& out) {
     const Analysis* newest = nullptr;
     for (const auto& log : logs) {
         const auto startOf = [](const Analysis& crashed) {
@@ -29,12 +30,15 @@ int showCrash(const Logs& logs, const Options& options, Output& out) {
     const std::string time =
             crash.time == kNoTime ? "" : formatDateTime(newest->wallOf(crash.time, crash.ordinal));
     if (options.json) {
-        const nlohmann::ordered_json document = {
+        nlohmann::ordered_json document = {
                 {"pid", newest->files.pid},
                 {"file", toUtf8(newest->files.files[crash.file].path.string())},
                 {"cause", toUtf8(cause)},
                 {"last_record", time},
                 {"in_flight", inFlightToJson(*newest, crash.ordinal, crash.time)}};
+        if (logcat != nullptr) {
+            document["exceptions"] = exceptionsToJson(*logcat, logs);
+        }
         out.write(document.dump(2) + "\n");
         return EXIT_FINE;
     }
@@ -49,6 +53,10 @@ int showCrash(const Logs& logs, const Options& options, Output& out) {
     if (crash.time != kNoTime) {
         page.add("in flight\n", Colour::BOLD);
         printInFlight(*newest, crash.ordinal, crash.time, page);
+    }
+    if (logcat != nullptr) {
+        page.endLine();
+        printExceptions(*logcat, logs, out);
     }
     return EXIT_FINE;
 }

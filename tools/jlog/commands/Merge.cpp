@@ -7,10 +7,11 @@
 
 namespace JCam::Tool {
 
-int merge(const Logs& logs, const Selection& selection, const Options& options, Output& out) {
+int merge(const Logs& logs, const Logcat* logcat, const Selection& selection,
+          const Options& options, Output& out) {
     Page page(out);
     std::string json;
-    forEachMerged(logs, [&](const Analysis& log, const Entry& entry, const Scope* scope) {
+    const auto onRecord = [&](const Analysis& log, const Entry& entry, const Scope* scope) {
         if (!selection.takes(log, entry, scope)) {
             return;
         }
@@ -21,7 +22,20 @@ int merge(const Logs& logs, const Selection& selection, const Options& options, 
         } else {
             printRecord(log, entry, page);
         }
-    });
+    };
+    const auto onLine = [&](const LogcatLine& line) {
+        if (!takesLine(selection, line)) {
+            return;
+        }
+        if (options.json) {
+            json.clear();
+            appendLine(json, line, options.label);
+            out.write(json);
+        } else {
+            printLine(line, page);
+        }
+    };
+    forEachMerged(logs, logcat, onRecord, onLine);
     return EXIT_FINE;
 }
 

@@ -169,9 +169,9 @@ int64_t beginOf(const Analysis& log) {
     return log.firstTime == kNoTime ? kNoTime : log.wallOf(log.firstTime, 0);
 }
 
-}  // namespace
-
-void forEachMerged(const Logs& logs, const VisitMerged& visit) {
+/// `visit` also gets the time of the stream.
+template <typename Visit>
+void mergeSeries(const Logs& logs, const Visit& visit) {
     std::vector<const Analysis*> waiting;
     for (const auto& log : logs) {
         waiting.push_back(log.get());
@@ -202,8 +202,49 @@ void forEachMerged(const Logs& logs, const VisitMerged& visit) {
         const size_t index = queue.top().second;
         queue.pop();
         Source& source = sources[index];
-        visit(source.puller->log(), source.record->view(), source.record->scope);
+        visit(source.time, source.puller->log(), source.record->view(), source.record->scope);
         go(index);
+    }
+}
+
+}  // namespace
+
+void forEachMerged(const Logs& logs, const Logcat* logcat, const OnRecord& onRecord,
+                   const OnLine& onLine) {
+    std::vector<LogcatLine> lines;
+    if (logcat != nullptr) {
+        logcat->forEachLine([&](const LogcatLine& line) { lines.push_back(line); });
+    }
+    auto line = lines.cbegin();
+    mergeSeries(logs,
+                [&](int64_t time, const Analysis& log, const Entry& entry, const Scope* scope) {
+                    for (; line != lines.cend() && line->wall <= time; line++) {
+                        onLine(*line);
+                    }
+                    onRecord(log, entry, scope);
+                });
+    for (; line != lines.cend(); line++) {
+        onLine(*line);
+    }
+}
+
+bool takesLine(const Selection& selection, const LogcatLine& line) {
+    if (line.level == '\0') {
+        return !selection.pid && !selection.tid && !selection.module &&
+               selection.since == INT64_MIN && selection.until == INT64_MAX;
+    }
+    return !selection.module && (!selection.pid || *selection.pid == line.pid) &&
+           (!selection.tid || *selection.tid == line.tid) && line.wall >= selection.since &&
+           line.wall <= selection.until && isAsImportant(line.level, selection.level);
+}
+
+void printLine(const LogcatLine& line, Page& page) {
+    if (line.level != '\0' && line.bytes.substr(2, 1) == "-") {
+        page.add(formatDateTime(line.wall).substr(0, sizeof("YYYY-") - 1));
+    }
+    page.addLogged(line.bytes, colourOf(line.level));
+    if (!line.bytes.ends_with('\n')) {
+        page.endLine();
     }
 }
 

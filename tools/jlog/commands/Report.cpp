@@ -10,6 +10,7 @@
 #include "tools/jlog/analysis/Statistics.h"
 #include "tools/jlog/commands/Commands.h"
 #include "tools/jlog/commands/Describe.h"
+#include "tools/jlog/commands/Exceptions.h"
 #include "tools/jlog/Text.h"
 
 namespace JCam::Tool {
@@ -390,11 +391,15 @@ bool isDamaged(const Analysis& log) {
 
 }  // namespace
 
-int report(const Logs& logs, const Selection& selection, const Options& options, Output& out) {
+int report(const Logs& logs, const Logcat* logcat, const Selection& selection,
+           const Options& options, Output& out) {
     if (options.json) {
-        Json document = Json::array();
+        Json document = {{"series", Json::array()}};
         for (const auto& log : logs) {
-            document.push_back(toJson(*log, selection));
+            document["series"].push_back(toJson(*log, selection));
+        }
+        if (logcat != nullptr) {
+            document["exceptions"] = exceptionsToJson(*logcat, logs);
         }
         out.write(document.dump(2) + "\n");
     } else {
@@ -407,6 +412,10 @@ int report(const Logs& logs, const Selection& selection, const Options& options,
         for (size_t i = full; i < logs.size(); i++) {
             page.add(i == 0 ? "" : "\n");
             printReport(*logs[i], selection, page);
+        }
+        if (logcat != nullptr) {
+            page.endLine();
+            printExceptions(*logcat, logs, out);
         }
     }
     const bool isFound =

@@ -164,27 +164,31 @@ int showRequest(const Logs& logs, const Selection& selection, const Options& opt
     return found == 0 ? EXIT_FOUND : EXIT_FINE;
 }
 
-int showAround(const Logs& logs, const Selection& selection, const Options& options, Output& out) {
+int showAround(const Logs& logs, const Logcat* logcat, const Selection& selection,
+               const Options& options, Output& out) {
     const auto before = static_cast<int64_t>(options.before * 1e6);
     const auto after = static_cast<int64_t>(options.after * 1e6);
-    Windows windows;
-    int64_t near = 0;
-    for (const auto& log : logs) {
-        near = near == 0 && log->firstTime != kNoTime ? log->wallOf(log->firstTime, 0) : near;
-    }
-    const std::optional<int64_t> time = parseTime(options.around, near);
-    const auto isHit = [&](const Analysis& log, const Entry& entry, const Scope* scope) {
-        return !time && entry.wall != kNoTime &&
-               entry.bytes.find(options.around) != std::string_view::npos &&
-               selection.takes(log, entry, scope);
+    const std::optional<int64_t> time = parseTime(options.around, firstTimeOf(logs));
+    const auto hasText = [&](std::string_view bytes) {
+        return !time && bytes.find(options.around) != std::string_view::npos;
     };
+    Windows windows;
+    const auto addHit = [&](int64_t wall) { windows.add(wall - before, wall + after); };
     if (time) {
-        windows.add(*time - before, *time + after);
+        addHit(*time);
     } else {
         for (const auto& log : logs) {
             log->forEachRecord([&](const Entry& entry, uint32_t scope) {
-                if (isHit(*log, entry, scope == kNone ? nullptr : &log->scopes[scope])) {
-                    windows.add(entry.wall - before, entry.wall + after);
+                if (entry.wall != kNoTime && hasText(entry.bytes) &&
+                    selection.takes(*log, entry, scope)) {
+                    addHit(entry.wall);
+                }
+            });
+        }
+        if (logcat != nullptr) {
+            logcat->forEachLine([&](const LogcatLine& line) {
+                if (hasText(line.bytes) && takesLine(selection, line)) {
+                    addHit(line.wall);
                 }
             });
         }
@@ -193,22 +197,43 @@ int showAround(const Logs& logs, const Selection& selection, const Options& opti
     Page page(out);
     std::string json;
     std::ptrdiff_t last = -1;
-    forEachMerged(logs, [&](const Analysis& log, const Entry& entry, const Scope* scope) {
-        const std::ptrdiff_t window = entry.wall == kNoTime ? -1 : windows.find(entry.wall);
-        if (window < 0 || !selection.takes(log, entry, scope)) {
+    /// Whether something of that time is shown. Then what separates it from the line before is.
+    const auto begin = [&](int64_t wall, std::string_view bytes) {
+        const std::ptrdiff_t window = wall == kNoTime ? -1 : windows.find(wall);
+        if (window < 0) {
+            return false;
+        }
+        if (!options.json) {
+            page.add(last >= 0 && window != last ? "--\n" : "", Colour::DIM);
+            page.add(hasText(bytes) ? "> " : "  ", Colour::BOLD);
+        }
+        json.clear();
+        last = window;
+        return true;
+    };
+    const auto onRecord = [&](const Analysis& log, const Entry& entry, const Scope* scope) {
+        if (!selection.takes(log, entry, scope) || !begin(entry.wall, entry.bytes)) {
             return;
         }
         if (options.json) {
-            json.clear();
             appendRecord(json, log, entry, scope, options.label);
             out.write(json);
         } else {
-            page.add(last >= 0 && window != last ? "--\n" : "", Colour::DIM);
-            page.add(isHit(log, entry, scope) ? "> " : "  ", Colour::BOLD);
             printRecord(log, entry, page);
         }
-        last = window;
-    });
+    };
+    const auto onLine = [&](const LogcatLine& line) {
+        if (!takesLine(selection, line) || !begin(line.wall, line.bytes)) {
+            return;
+        }
+        if (options.json) {
+            appendLine(json, line, options.label);
+            out.write(json);
+        } else {
+            printLine(line, page);
+        }
+    };
+    forEachMerged(logs, logcat, onRecord, onLine);
     if (last < 0) {
         fmt::print(stderr, "jlog: nothing {} '{}'\n", time ? "was logged around" : "has the text",
                    options.around);

@@ -159,6 +159,29 @@ void appendRecord(std::string& json, const Analysis& log, const Entry& entry, co
     json += "}\n";
 }
 
+void appendLine(std::string& json, const LogcatLine& line, const std::string& label) {
+    json += '{';
+    append(json, "label", label);
+    append(json, "pid", line.pid);
+    appendNull(json, "start");
+    appendTime(json, "time", line.wall);
+    append(json, "tid", line.tid);
+    append(json, "kind", "logcat");
+    if (line.level == '\0') {
+        appendNull(json, "level");
+    } else {
+        append(json, "level", std::string_view(&line.level, 1));
+    }
+    for (const char* const key : {"module", "module_id", "name", "request", "serial"}) {
+        appendNull(json, key);
+    }
+    appendKey(json, "inferred");
+    json += "false";
+    append(json, "tag", line.tag);
+    append(json, "text", line.text);
+    json += "}\n";
+}
+
 void appendScope(std::string& json, const Analysis& log, const Scope& scope,
                  const std::string& label) {
     const ScopeName& name = log.names[scope.name];

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "tools/jlog/analysis/Analysis.h"
+#include "tools/jlog/analysis/Logcat.h"
 
 namespace JCam::Tool {
 
@@ -14,6 +15,9 @@ void appendRecord(std::string& json, const Analysis& log, const Entry& entry, co
                   const std::string& label);
 void appendScope(std::string& json, const Analysis& log, const Scope& scope,
                  const std::string& label);
+
+/// A line of the Android log, in the columns of a record.
+void appendLine(std::string& json, const LogcatLine& line, const std::string& label);
 
 /// `text` in quotation marks; bytes that are no UTF-8 are replaced.
 void appendQuoted(std::string& json, std::string_view text);
