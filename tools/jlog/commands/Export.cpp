@@ -1,8 +1,10 @@
+#include <filesystem>
 #include <memory>
 #include <string>
 
 #include "tools/jlog/commands/Commands.h"
 #include "tools/jlog/export/ChromeTrace.h"
+#include "tools/jlog/export/Html.h"
 #include "tools/jlog/export/Ndjson.h"
 #include "tools/jlog/export/Perfetto.h"
 #include "tools/jlog/export/UtcClock.h"
@@ -16,6 +18,12 @@ std::unique_ptr<Output> openOutput(const Options& options) {
                                      : std::make_unique<Output>(options.outputFile);
 }
 
+/// The last part of the first path; a folder may have a slash behind it.
+std::string titleOf(const Options& options) {
+    const std::filesystem::path path = (options.paths.front() / "").parent_path().filename();
+    return path.empty() || path == "." || path == ".." ? "Camera log" : path.string();
+}
+
 }  // namespace
 
 int exportTo(const Logs& logs, const Selection& selection, const Options& options) {
@@ -26,6 +34,8 @@ int exportTo(const Logs& logs, const Selection& selection, const Options& option
         writePerfetto(logs, selection, trace, *out);
     } else if (options.format == "json") {
         writeChromeTrace(logs, selection, trace, *out);
+    } else if (options.format == "html") {
+        writeHtml(logs, selection, titleOf(options), !options.scopesOnly, *out);
     }
     out->close();
     return EXIT_FINE;
