@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <map>
 #include <optional>
@@ -67,11 +68,10 @@ bool isChanged(const Row& row, double threshold) {
 }
 
 std::string describeChange(int64_t before, int64_t after) {
-    if (std::llabs(after - before) < kMinChangeUs) {
-        return "";
-    }
-    return fmt::format("{:+.0f} %", static_cast<double>(after - before) * 100 /
-                                            static_cast<double>(std::max<int64_t>(before, 1)));
+    const double percent = static_cast<double>(after - before) * 100 /
+                           static_cast<double>(std::max<int64_t>(before, 1));
+    const bool isSeen = std::llabs(after - before) >= kMinChangeUs && std::fabs(percent) >= 0.5;
+    return isSeen ? fmt::format("{:+.0f} %", percent) : "";
 }
 
 /// Kinds of warnings and errors: level, tag, and the text without its numbers.
