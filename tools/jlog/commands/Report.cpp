@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <future>
 #include <map>
-#include <set>
 #include <string>
+#include <string_view>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -224,19 +224,41 @@ void printComplaints(const Analysis& log, const Selection& selection, Page& page
     }
 }
 
-void printThreads(const Analysis& log, Page& page) {
-    std::set<std::pair<uint32_t, uint32_t>> pairs;
-    std::pair<uint32_t, uint32_t> last(kNone, kNone);
+/// The modules whose scopes each thread has entered, the first few.
+std::vector<std::string> listModules(const Analysis& log) {
+    std::map<std::string_view, uint32_t> numbers;
+    std::vector<uint32_t> moduleOf;  // of each name
+    for (const ScopeName& name : log.names) {
+        moduleOf.push_back(numbers.try_emplace(name.module, static_cast<uint32_t>(numbers.size()))
+                                   .first->second);
+    }
+    std::vector<std::string_view> names(numbers.size());
+    for (const auto& [name, number] : numbers) {
+        names[number] = name;
+    }
+    constexpr size_t kMaxModules = 6;
+    std::vector<std::vector<uint32_t>> ofThread(log.threads.size());
     for (const Scope& scope : log.scopes) {
-        if (const std::pair pair(scope.thread, scope.name); pair != last) {
-            pairs.insert(pair);
-            last = pair;
+        std::vector<uint32_t>& found = ofThread[scope.thread];
+        const uint32_t module = moduleOf[scope.name];
+        if (found.size() < kMaxModules &&
+            std::find(found.begin(), found.end(), module) == found.end()) {
+            found.push_back(module);
         }
     }
-    std::vector<std::set<std::string>> modules(log.threads.size());
-    for (const auto& [thread, name] : pairs) {
-        modules[thread].insert(log.names[name].module);
+    std::vector<std::string> texts(log.threads.size());
+    for (size_t i = 0; i < texts.size(); i++) {
+        for (const uint32_t module : ofThread[i]) {
+            texts[i] += (texts[i].empty() ? "" : ", ");
+            texts[i] += names[module];
+        }
+        texts[i] += ofThread[i].size() == kMaxModules ? ", ..." : "";
     }
+    return texts;
+}
+
+void printThreads(const Analysis& log, Page& page) {
+    const std::vector<std::string> modules = listModules(log);
     std::vector<uint32_t> order;
     for (uint32_t i = 0; i < log.threads.size(); i++) {
         order.push_back(i);
@@ -248,16 +270,12 @@ void printThreads(const Analysis& log, Page& page) {
             static_cast<double>(std::max<int64_t>(log.lastTime - log.firstTime, 1)) / 1e6;
     for (size_t i = 0; i < std::min(order.size(), kMaxThreads); i++) {
         const Thread& thread = log.threads[order[i]];
-        std::string names;
-        for (const std::string& module : modules[order[i]]) {
-            names += (names.empty() ? "" : ", ") + module;
-        }
         beginLine(page, i == 0 ? "threads" : "");
         page.add(fmt::format("tid {:<6} {:>11} records {:>9}/s  ", thread.tid,
                              formatCount(thread.records),
                              formatCount(static_cast<uint64_t>(static_cast<double>(thread.records) /
                                                                seconds))))
-                .addLogged(names)
+                .addLogged(modules[order[i]])
                 .endLine();
     }
     if (order.size() > kMaxThreads) {
