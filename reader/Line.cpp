@@ -52,7 +52,7 @@ bool takeTag(std::string_view& text, std::string_view& tag) {
     } else if (text.size() > kTagWidth && text.ends_with(':')) {
         // An empty text whose trailing blank was stripped, as editors do.
         tag = text.substr(0, text.size() - 1);
-        text = {};
+        text.remove_prefix(text.size());
     } else {
         return false;
     }
