@@ -29,8 +29,14 @@ std::optional<CrashCause> parseCrash(std::string_view text) {
 
 /// Takes the origin off a text that begins a record.
 bool takeBegin(OriginReader& origins, std::string_view& text, Origin& origin, int pid) {
-    return origins.take(text, origin) && (pid == 0 || origin.pid == pid) && text.size() > 1 &&
-           text[1] == ' ';
+    std::string_view head = text.substr(0, kMaxBeginChars);
+    const size_t size = head.size();
+    if (!origins.take(head, origin) || (pid != 0 && origin.pid != pid) || head.size() < 2 ||
+        head[1] != ' ') {
+        return false;
+    }
+    text.remove_prefix(size - head.size());
+    return true;
 }
 
 }  // namespace

@@ -9,6 +9,10 @@
 
 namespace JCam::Reader {
 
+/// No more characters than these tell whether a record begins: an origin with more blanks or zeros
+/// in front of its numbers is none.
+constexpr size_t kMaxBeginChars = 128;
+
 /// The first line of a crash file: "SIGSEGV : addr = 0x10".
 struct CrashCause {
     std::string_view signal;
