@@ -21,16 +21,6 @@ namespace JCam::Tool {
 
 namespace {
 
-/// Small enough to stay in a core's cache between the kernel's copy and the parser.
-constexpr uint64_t kBlockBytes = 512 * 1024;
-/// A record that begins in a block may reach so far into the next one. Texts have 1023 characters
-/// at most; bytes that go on for longer without a record are nobody's text.
-constexpr uint64_t kOverhangBytes = 64 * 1024;
-/// Usually it reaches less far.
-constexpr uint64_t kFirstOverhangBytes = 4096;
-/// What it takes to see that a record begins.
-constexpr uint64_t kLookAheadBytes = 128;
-
 constexpr std::string_view kNoRecord = "no record begins here";
 
 struct Task {
@@ -109,7 +99,8 @@ class Numbers {
 /// Takes blocks apart. Each thread has its own.
 class Parser {
   public:
-    Parser(const SeriesFiles& files, size_t number) : mFiles(files), mNumber(number) {}
+    Parser(const SeriesFiles& files, const BlockSizes& sizes, size_t number)
+            : mFiles(files), mSizes(sizes), mNumber(number) {}
     ~Parser() { closeFile(); }
     Parser(const Parser&) = delete;
     Parser& operator=(const Parser&) = delete;
@@ -152,8 +143,8 @@ class Parser {
 
     /// Reads on, so that the block has the bytes of the file from its offset to `end`, unless the
     /// file is shorter now.
-    void readUpTo(uint64_t end, Block& block) {
-        const size_t wanted = static_cast<size_t>(end - block.offset);
+    void readUpTo(uint64_t end, Block& block) const {
+        const auto wanted = static_cast<size_t>(end - block.offset);
         if (block.capacity < wanted) {
             auto larger = std::make_unique_for_overwrite<char[]>(wanted);  // NOLINT(*-c-arrays)
             block.bytes.copy(larger.get(), block.bytes.size());
@@ -176,33 +167,33 @@ class Parser {
         block.bytes = {block.buffer.get(), size};
     }
 
+    /// Blocks meet where the first record begins at or behind the border that was planned. Where
+    /// none does for long, they meet behind the overhang, and the rest is nobody's text.
     void takeApart(const Task& task, Block& block) {
         const int pid = mFiles.files[task.file].pid;
-        const size_t own = static_cast<size_t>(task.end - task.begin);
-        const auto readOverhang = [&](uint64_t bytes) {
-            readUpTo(std::min(task.end + bytes, task.limit), block);
+        // The byte in front tells whether the block begins with a line.
+        const size_t lead = task.isFirst ? 0 : 1;
+        block.offset = task.begin - lead;
+        const auto own = static_cast<size_t>(task.end - block.offset);
+        readUpTo(std::min(task.end + mSizes.firstOverhang, task.limit), block);
+        const auto find = [&](size_t from) {
+            return Reader::findRecord(block.bytes, std::min(from, block.bytes.size()), pid);
         };
-        readOverhang(kFirstOverhangBytes);
-        size_t begin = 0;
-        if (!task.isFirst) {
-            // What is in front of the first record is the end of the block before, up to the
-            // overhang.
-            begin = Reader::findRecord(block.bytes, 0, pid);
-            const size_t foreign = std::min<size_t>(begin, kOverhangBytes);
-            const size_t end = std::min(begin, own);
-            if (foreign < end) {
-                addSkipped(block, foreign, end - foreign);
-            }
+        size_t next = find(own);
+        if (next + Reader::kMaxBeginChars > block.bytes.size()) {
+            readUpTo(std::min(task.end + mSizes.overhang + Reader::kMaxBeginChars, task.limit),
+                     block);
+            next = find(own);
         }
-        if (begin >= own) {
-            return;
+        const size_t first = task.isFirst ? 0 : find(lead);
+        const size_t begin = std::min<size_t>(first, lead + mSizes.overhang);
+        const size_t end = std::min<size_t>(next, own + mSizes.overhang);
+        if (begin < std::min(first, end)) {
+            addSkipped(block, begin, std::min(first, end) - begin);
         }
-        size_t end = Reader::findRecord(block.bytes, own, pid);
-        if (end + kLookAheadBytes > block.bytes.size()) {
-            readOverhang(kOverhangBytes + kLookAheadBytes);
-            end = Reader::findRecord(block.bytes, own, pid);
+        if (first < end) {
+            walk(block, first, end, pid);
         }
-        walk(block, begin, std::min<size_t>(end, own + kOverhangBytes), pid);
     }
 
     static void addSkipped(Block& block, size_t offset, size_t size) {
@@ -219,13 +210,21 @@ class Parser {
         // block.
         const bool isStart = block.offset + begin == 0;
         const bool isEnd = block.offset + end == mFiles.sizes[block.file];
+        bool isFirst = true;
         Reader::Records records(block.bytes.substr(begin, end - begin), pid);
         while (const std::optional<Reader::Record> record = records.next()) {
+            if (std::exchange(isFirst, false) && record->offset > 0) {
+                block.hasMark = isStart;
+                if (!isStart) {
+                    addSkipped(block, begin, record->offset);
+                }
+            }
             RawRecord& raw = block.records.emplace_back();
             raw.offset = static_cast<uint32_t>(begin + record->offset);
             raw.size = static_cast<uint32_t>(record->bytes.size());
-            raw.lines = static_cast<uint32_t>(record->lines);
             raw.isTorn = record->isTorn && isEnd;
+            // A line that goes on in the next block is counted there.
+            raw.lines = static_cast<uint32_t>(record->lines) - (record->isTorn && !isEnd ? 1 : 0);
             if (record->line) {
                 fill(raw, *record, *record->line);
             } else if (record->crash && isStart) {
@@ -233,8 +232,6 @@ class Parser {
             } else {
                 block.reasons.push_back(record->crash ? kNoRecord : record->skipped);
             }
-            block.hasMark =
-                    block.hasMark || (isStart && record->offset > 0 && record->lineNumber == 2);
         }
     }
 
@@ -284,6 +281,7 @@ class Parser {
     }
 
     const SeriesFiles& mFiles;
+    const BlockSizes& mSizes;
     const size_t mNumber;
     int mFd = -1;
     uint32_t mOpened = kNone;
@@ -300,11 +298,11 @@ class Parser {
     }
 };
 
-std::vector<Task> planTasks(const SeriesFiles& files) {
+std::vector<Task> planTasks(const SeriesFiles& files, uint64_t blockBytes) {
     std::vector<Task> tasks;
     for (const Piece& piece : files.pieces) {
         for (uint64_t begin = piece.begin; begin < piece.end;) {
-            const uint64_t end = std::min(begin + kBlockBytes, piece.end);
+            const uint64_t end = std::min(begin + blockBytes, piece.end);
             tasks.push_back({piece.file, begin, end, begin == piece.begin, piece.end});
             begin = end;
         }
@@ -394,11 +392,12 @@ size_t countParsers() {
     return std::clamp<size_t>(std::thread::hardware_concurrency(), 1, kMaxParsers);
 }
 
-void scanRecords(const SeriesFiles& files, const std::function<void(Block&)>& consume) {
-    std::vector<Task> tasks = planTasks(files);
+void scanRecords(const SeriesFiles& files, const std::function<void(Block&)>& consume,
+                 const BlockSizes& sizes) {
+    std::vector<Task> tasks = planTasks(files, sizes.block);
     const size_t parsers = std::min(countParsers(), tasks.size());
     if (parsers <= 1) {
-        Parser parser(files, 0);
+        Parser parser(files, sizes, 0);
         Block block;
         for (const Task& task : tasks) {
             parser.parse(task, block);
@@ -411,8 +410,8 @@ void scanRecords(const SeriesFiles& files, const std::function<void(Block&)>& co
     std::vector<std::jthread> threads;
     try {
         for (size_t number = 0; number < parsers; number++) {
-            threads.emplace_back([&files, &queue, number] {
-                Parser parser(files, number);
+            threads.emplace_back([&files, &sizes, &queue, number] {
+                Parser parser(files, sizes, number);
                 queue.parseAll(parser);
             });
         }

@@ -57,9 +57,21 @@ struct Block {
     size_t capacity = 0;
 };
 
+/// How files are cut, in bytes.
+struct BlockSizes {
+    /// Small enough to stay in a core's cache between the kernel's copy and the parser.
+    uint64_t block = uint64_t{512} * 1024;
+    /// A record that begins in a block may reach so far into the next one. Texts have 1023
+    /// characters at most; bytes that go on for longer without a record are nobody's text.
+    uint64_t overhang = uint64_t{64} * 1024;
+    /// Usually it reaches less far.
+    uint64_t firstOverhang = 4096;
+};
+
 /// Calls `consume` on the caller's thread for each block of `files`, in order. What it throws ends
-/// the scan.
-void scanRecords(const SeriesFiles& files, const std::function<void(Block&)>& consume);
+/// the scan. `sizes`: others let tests have many borders in few bytes.
+void scanRecords(const SeriesFiles& files, const std::function<void(Block&)>& consume,
+                 const BlockSizes& sizes = {});
 
 /// How many threads take blocks apart.
 [[nodiscard]] size_t countParsers();
