@@ -175,6 +175,11 @@ class Complaints {
     std::string mKey;  // here to keep its memory
 };
 
+WallClock makeClock(const Analysis& log) {
+    const bool isWhole = !log.files.files.empty() && log.files.files.front().index <= 1;
+    return {log.start, log.bootTime, isWhole};
+}
+
 /// The pass over all records that fills an analysis.
 class FirstPass {
   public:
@@ -185,12 +190,11 @@ class FirstPass {
               mTranslation(log.threads, log.names, log.tags),
               mPairing(log.scopes, log.names),
               mComplaints(log.complaints),
-              mClock(log.start, log.bootTime) {}
+              mClock(makeClock(log)) {}
 
     void visit(Block& block) {
         if (!block.problem.empty()) {
-            mLog.files.problems.push_back(mLog.files.files[block.file].path.string() + ": " +
-                                          block.problem);
+            addProblem(mLog.files.files[block.file].path.string() + ": " + block.problem);
         }
         const Translation::Tables& tables = mTranslation.of(block);
         mLines.begin(block);
@@ -206,9 +210,9 @@ class FirstPass {
                 mLog.health.skippedBytes += record.size;
             }
             mLog.health.torn += record.isTorn ? 1 : 0;
-            if (record.date != 0) {
+            if (record.thread != kNone) {
                 mThread->lastRecord = {block.file, record.size, block.offset + record.offset};
-                mLog.health.continuations += record.lines - 1;
+                mLog.health.continuations += std::max(record.lines, 1U) - 1;
                 mLog.health.records++;
             }
             if (mVisitor != nullptr) {
@@ -224,6 +228,16 @@ class FirstPass {
 
     void finish() {
         mLog.isMonotonic = mClock.isMonotonic();
+        // Of a crash file that has nothing of its own there is no block.
+        for (uint32_t file = 0; file < mLog.files.files.size(); file++) {
+            if (mLog.files.files[file].isCrash && !hasCrash(file)) {
+                Crash& crash = crashOf(file);
+                crash.ordinal = mLog.events;
+                crash.time = mLog.lastTime;
+            }
+        }
+        std::sort(mLog.crashes.begin(), mLog.crashes.end(),
+                  [](const Crash& a, const Crash& b) { return a.file < b.file; });
         if (mVisitor != nullptr && mVisitor->onScope) {
             for (const Scope& scope : mLog.scopes) {
                 if (scope.isOpen() && scope.enter != kNone) {
@@ -238,7 +252,7 @@ class FirstPass {
               uint32_t scope) {
         if (mVisitor->onRecord) {
             Entry entry = mLines.entryOf(block, record);
-            if (record.date != 0) {
+            if (record.thread != kNone) {
                 entry.thread = tables.threads[record.thread];
                 entry.name = record.kind == Kind::DETAILS ? tables.tags[record.name]
                                                           : tables.scopes[record.name];
@@ -256,41 +270,65 @@ class FirstPass {
         }
     }
 
-    Crash& crashOf(uint32_t file) {
-        if (mLog.crashes.empty() || mLog.crashes.back().file != file) {
-            mLog.crashes.emplace_back().file = file;
+    /// Each block of a file has the same.
+    void addProblem(std::string problem) {
+        if (mLog.files.problems.empty() || mLog.files.problems.back() != problem) {
+            mLog.files.problems.push_back(std::move(problem));
         }
+    }
+
+    [[nodiscard]] bool hasCrash(uint32_t file) const {
+        return std::any_of(mLog.crashes.begin(), mLog.crashes.end(),
+                           [&](const Crash& crash) { return crash.file == file; });
+    }
+
+    /// Parts of crash files may alternate.
+    Crash& crashOf(uint32_t file) {
+        const auto found = std::find_if(mLog.crashes.rbegin(), mLog.crashes.rend(),
+                                        [&](const Crash& crash) { return crash.file == file; });
+        if (found != mLog.crashes.rend()) {
+            return *found;
+        }
+        mLog.crashes.emplace_back().file = file;
         return mLog.crashes.back();
     }
 
-    int64_t timeOf(const RawRecord& record, const Translation::Tables& tables) {
+    /// `isGap`: serials are missing in front of the record.
+    int64_t timeOf(const RawRecord& record, const Translation::Tables& tables, bool isGap) {
         mWall = mClock.wallOf(record.date, record.microseconds);
         mThread = &mLog.threads[tables.threads[record.thread]];
         int64_t time = mWall - mOffset;
-        const bool isFirst = mThread->lastTime == kNoTime;
-        // A signal handler's record may stand in front of the one that it interrupted.
-        constexpr int64_t kTolerance = 10000;
-        if (!isFirst && time < mThread->lastTime - kTolerance) [[unlikely]] {
+        if (mLog.lastTime == kNoTime) [[unlikely]] {
+            mLog.firstTime = mLog.lastTime = time;
+        }
+        if (wentBack(time)) [[unlikely]] {
             time = step();
         } else if (time > mLog.lastTime) {
             // Nothing but a clock that was set, or a device that slept, keeps scopes open for so
-            // long.
+            // long, if no record is missing.
             constexpr int64_t kMaxSilence = 600000000;
-            if (mLog.lastTime != kNoTime && time - mLog.lastTime > kMaxSilence &&
-                mPairing.openCount() > 0) [[unlikely]] {
+            if (time - mLog.lastTime > kMaxSilence && mPairing.openCount() > 0 && !isGap)
+                    [[unlikely]] {
                 time = step();
             }
             mLog.lastTime = time;
         }
-        if (isFirst) [[unlikely]] {
+        if (mThread->lastTime == kNoTime) [[unlikely]] {
             mThread->firstTime = time;
-            if (mLog.firstTime == kNoTime) {
-                mLog.firstTime = time;
-            }
         }
         mThread->lastTime = time;
         mThread->records++;
         return time;
+    }
+
+    [[nodiscard]] bool wentBack(int64_t time) const {
+        // A signal handler's record may stand in front of the one that it interrupted.
+        constexpr int64_t kTolerance = 10000;
+        // A thread may be stopped between its look at the clock and its place in the file.
+        constexpr int64_t kOtherTolerance = 2000000;
+        return time < mLog.lastTime - kTolerance &&
+               (time < mLog.lastTime - kOtherTolerance ||
+                (mThread->lastTime != kNoTime && time < mThread->lastTime - kTolerance));
     }
 
     /// The clock was set: time goes on from the last record.
@@ -300,9 +338,26 @@ class FirstPass {
         return mLog.lastTime;
     }
 
+    /// Records are missing between the last scope event and this one: what was taken since for a
+    /// clock that was set forward was their time.
+    void takeBackSteps() {
+        while (!mLog.steps.empty() && mLog.steps.back().ordinal == mLog.events) {
+            const size_t count = mLog.steps.size();
+            const int64_t before = count > 1 ? mLog.steps[count - 2].offset : 0;
+            if (mLog.steps.back().offset < before) {
+                break;
+            }
+            mOffset = before;
+            mLog.steps.pop_back();
+        }
+    }
+
     uint32_t visitScope(const RawRecord& record, const Translation::Tables& tables) {
-        const int64_t time = timeOf(record, tables);
-        checkSerial(record.serial);
+        const bool isGap = checkSerial(record.serial);
+        if (isGap) [[unlikely]] {
+            takeBackSteps();
+        }
+        const int64_t time = timeOf(record, tables, isGap);
         const Pairing::Event event{tables.threads[record.thread], tables.scopes[record.name],
                                    record.request, mLog.events++, time};
         if (record.kind == Kind::ENTER) {
@@ -314,7 +369,7 @@ class FirstPass {
 
     uint32_t visitDetails(const Block& block, const RawRecord& record,
                           const Translation::Tables& tables) {
-        timeOf(record, tables);
+        timeOf(record, tables, false);
         const uint32_t scope = mPairing.innermost(tables.threads[record.thread]);
         if (scope != kNone) {
             mLog.names[mLog.scopes[scope].name].details++;
@@ -329,30 +384,39 @@ class FirstPass {
         return scope;
     }
 
-    void checkSerial(uint32_t serial) {
+    /// Whether serials are missing in front of this one.
+    bool checkSerial(uint32_t serial) {
         const uint32_t ahead = serial - mExpected;
+        bool isGap = false;
         if (ahead != 0 || mLog.runs.empty()) [[unlikely]] {
-            startRun(serial, ahead);
+            isGap = startRun(serial, ahead);
         }
         mExpected = serial + 1;
+        return isGap;
     }
 
-    void startRun(uint32_t serial, uint32_t ahead) {
+    bool startRun(uint32_t serial, uint32_t ahead) {
         uint32_t lost = 0;
         if (!mLog.runs.empty()) {
             // A line that looks like a scope, but is none, may have any serial.
-            if (serial == mBeforeJump && mLog.runs.back().lost > 0) {
+            const bool isReturn = serial == mBeforeJump;
+            if (isReturn && mLog.runs.back().lost > 0) {
                 mLog.health.lost -= std::exchange(mLog.runs.back().lost, 0);
                 mLog.health.oddSerials++;
+                mLog.lastLoss = mLossBefore;
+                mLog.firstLoss = mLossBefore == 0 ? kNone : mLog.firstLoss;
             } else if (ahead > UINT32_MAX / 2) {
                 mLog.health.oddSerials++;
-            } else {
+            } else if (!isReturn) {
                 lost = ahead;
                 mLog.health.lost += lost;
+                mLossBefore = std::exchange(mLog.lastLoss, mLog.events);
+                mLog.firstLoss = std::min(mLog.firstLoss, mLog.events);
             }
         }
         mBeforeJump = mExpected;
         mLog.runs.push_back({mLog.events, serial, lost});
+        return lost > 0;
     }
 
     Analysis& mLog;
@@ -367,6 +431,7 @@ class FirstPass {
     int64_t mOffset = 0;
     uint32_t mExpected = 0;  // the next serial
     uint32_t mBeforeJump = 0;
+    uint32_t mLossBefore = 0;  // Analysis::lastLoss before the last one
 };
 
 /// The open scopes of each thread, when it is known already what closes what.
@@ -376,7 +441,11 @@ class Stacks {
 
     void enter(uint32_t scope) {
         if (!mLog.names[mLog.scopes[scope].name].crossesThreads) {
-            mStacks[mLog.scopes[scope].thread].push_back(scope);
+            std::vector<uint32_t>& stack = mStacks[mLog.scopes[scope].thread];
+            if (stack.size() == Pairing::kMaxDepth) {
+                stack.erase(stack.begin(), stack.begin() + Pairing::kMaxDepth / 2);
+            }
+            stack.push_back(scope);
         }
     }
     void exit(uint32_t scope) {
@@ -479,20 +548,15 @@ int64_t Analysis::wallOf(int64_t time, uint32_t ordinal) const {
 }
 
 Fate Analysis::fateOf(const Scope& scope) const {
-    const auto isLoss = [](const SerialRun& run) { return run.lost > 0; };
     if (scope.isClosed()) {
         return Fate::CLOSED;
     }
-    if (scope.exit == kNone) {
-        const bool isLost = std::any_of(runs.begin(), runs.end(), [&](const SerialRun& run) {
-            return isLoss(run) && run.ordinal > scope.enter;
-        });
-        return isLost ? Fate::EXIT_LOST : Fate::IN_FLIGHT;
+    if (scope.isOpen()) {
+        return lastLoss > scope.enter ? Fate::EXIT_LOST : Fate::IN_FLIGHT;
     }
-    const bool isLost = std::any_of(runs.begin(), runs.end(), [&](const SerialRun& run) {
-        return isLoss(run) && run.ordinal <= scope.exit;
-    });
-    return isLost ? Fate::ENTER_LOST : runs.front().serial > 1 ? Fate::BEFORE_LOG : Fate::NO_ENTER;
+    return firstLoss <= scope.exit   ? Fate::ENTER_LOST
+           : runs.front().serial > 1 ? Fate::BEFORE_LOG
+                                     : Fate::NO_ENTER;
 }
 
 std::string Analysis::read(const Place& place) const {
@@ -517,7 +581,7 @@ void Analysis::forEachEvent(const std::function<void(uint32_t, bool)>& visit) co
 void Analysis::forEachRecord(const Visit& visit, const Progress& progress) const {
     const std::vector<uint32_t> owners = scopesByOrdinal();
     Stacks stacks(*this);
-    WallClock clock(start, bootTime);
+    WallClock clock = makeClock(*this);
     std::vector<Thread> knownThreads = threads;
     std::vector<ScopeName> knownNames = names;
     std::vector<std::string> knownTags = tags;
@@ -533,7 +597,7 @@ void Analysis::forEachRecord(const Visit& visit, const Progress& progress) const
         for (const RawRecord& raw : block.records) {
             Entry entry = lines.entryOf(block, raw);
             uint32_t scope = kNone;
-            if (raw.date != 0) {
+            if (raw.thread != kNone) {
                 if (step != steps.end() && step->record == records) {
                     offset = step->offset;
                     step++;
@@ -551,9 +615,14 @@ void Analysis::forEachRecord(const Visit& visit, const Progress& progress) const
                 if (isDetails) {
                     scope = stacks.innermost(entry.thread);
                 } else {
+                    const bool isEnter = raw.kind == Kind::ENTER;
                     scope = ordinal < owners.size() ? owners[ordinal] : kNone;
+                    if (scope != kNone && (scopes[scope].name != entry.name ||
+                                           (scopes[scope].enter == ordinal) != isEnter)) {
+                        scope = kNone;  // the same
+                    }
                     if (scope != kNone) {
-                        raw.kind == Kind::ENTER ? stacks.enter(scope) : stacks.exit(scope);
+                        isEnter ? stacks.enter(scope) : stacks.exit(scope);
                     }
                     ordinal++;
                 }

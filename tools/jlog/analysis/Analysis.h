@@ -127,6 +127,8 @@ class Analysis {
     std::vector<std::string> tags;  // in the order they appear
     std::vector<Scope> scopes;      // in the order of their first event
     std::vector<SerialRun> runs;
+    uint32_t firstLoss = kNone;  // the ordinal of the first run that has lost serials
+    uint32_t lastLoss = 0;       // of the last; 0 if there is none
     std::vector<ClockStep> steps;
     Health health;
     int64_t firstTime = kNoTime;

@@ -155,7 +155,8 @@ uint32_t Pairing::close(uint32_t open, const Event& event) {
 }
 
 void Pairing::finish(Scope& scope, const Event& event) {
-    scope.end = event.time;
+    // Two threads may look at the clock in another order than they get their places in the file.
+    scope.end = std::max(event.time, scope.begin);
     scope.exitThread = event.thread;
     scope.exit = event.ordinal;
 }

@@ -18,6 +18,8 @@ namespace JCam::Tool {
 /// is looked at.
 class Pairing {
   public:
+    static constexpr size_t kMaxDepth = 4096;  // of a stack; real ones have some ten scopes
+
     /// Appends to `scopes`, and marks in `names` those that cross threads.
     Pairing(std::vector<Scope>& scopes, std::vector<ScopeName>& names)
             : mScopes(scopes), mNames(names), mLists(kFirstLists) {}
@@ -61,7 +63,6 @@ class Pairing {
     };
 
     static constexpr size_t kFirstLists = 1024;  // a power of two
-    static constexpr size_t kMaxDepth = 4096;    // of a stack; real ones have some ten scopes
     static constexpr int kMaxLook = 256;
 
     [[nodiscard]] uint32_t addScope(const Event& event);

@@ -83,11 +83,11 @@ void formatWall(int64_t wall, char (&text)[27]) {
     put(inDay % kSecond, 6, '\0');
 }
 
-WallClock::WallClock(std::optional<int64_t> start, std::optional<int64_t> bootTime)
-        : mStart(start), mBootTime(bootTime) {}
+WallClock::WallClock(std::optional<int64_t> start, std::optional<int64_t> bootTime, bool isWhole)
+        : mStart(start), mBootTime(bootTime), mIsWhole(isWhole) {}
 
 void WallClock::setDate(uint16_t date, int64_t microseconds) {
-    const bool isFirst = mDate == 0;
+    const bool isFirst = !mHasDay;
     mDate = date;
     if (mIsMonotonic) {
         // Counted from the first of January 1970, local time, which west of Greenwich is in 1969.
@@ -99,11 +99,13 @@ void WallClock::setDate(uint16_t date, int64_t microseconds) {
     if (!best) {
         return;  // there is no such day: that of the record before
     }
+    mHasDay = true;
     mDay = *best;
-    // A series begins within moments of its first record. Devices run for less than three months.
-    constexpr int64_t kMaxDelay = 2 * kDay;
-    if (isFirst && mStart && std::llabs(*best + microseconds - *mStart) > kMaxDelay &&
-        (date / 100 <= 3 || date == 1231)) {
+    // A series begins within moments of its first record; what is left of it may begin weeks later.
+    // Devices run for less than three months.
+    const int64_t maxDelay = (mIsWhole ? 2 : 30) * kDay;
+    const int64_t delay = isFirst && mStart ? *best + microseconds - *mStart : 0;
+    if ((delay > maxDelay || delay < -2 * kDay) && (date / 100 <= 3 || date == 1231)) {
         mIsMonotonic = true;
         const int64_t first = beginOf(date == 1231 ? 1969 : 1970, date).value_or(0) + microseconds;
         mOffset = mBootTime.value_or(*mStart - first);

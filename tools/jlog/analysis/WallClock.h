@@ -22,7 +22,8 @@ class WallClock {
   public:
     /// `start`: when the series began. `bootTime`: when stamps of the monotonic clock, which are
     /// printed as a local time, read 1970-01-01 00:00. If it is not known it is taken from `start`.
-    WallClock(std::optional<int64_t> start, std::optional<int64_t> bootTime);
+    /// `isWhole`: the first record is the first of the series.
+    WallClock(std::optional<int64_t> start, std::optional<int64_t> bootTime, bool isWhole);
 
     /// The stamp of the next record. `date`: month * 100 + day.
     int64_t wallOf(uint16_t date, int64_t microseconds) {
@@ -40,8 +41,10 @@ class WallClock {
 
     const std::optional<int64_t> mStart;
     const std::optional<int64_t> mBootTime;
-    uint16_t mDate = 0;  // no month is 0
-    int64_t mDay = 0;    // the begin of mDate
+    const bool mIsWhole;
+    bool mHasDay = false;         // some stamp had a day that exists
+    uint16_t mDate = UINT16_MAX;  // of no stamp
+    int64_t mDay = 0;             // the begin of mDate
     bool mIsMonotonic = false;
     int64_t mOffset = 0;  // of monotonic stamps
 };
