@@ -5,14 +5,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <system_error>
 #include <tuple>
 #include <utility>
 
-#include "reader/MappedFile.h"
 #include "reader/Records.h"
 #include "tools/jlog/analysis/CrashOverlap.h"
 
@@ -28,17 +29,18 @@ bool isBefore(const LogFile& a, const LogFile& b) {
     return std::tie(a.index, a.path) < std::tie(b.index, b.path);
 }
 
-/// The process and the date of the first record of a file whose name does not tell.
+/// The process of the first record of a file whose name does not tell.
 LogFile describe(const fs::path& path) {
+    constexpr size_t kLookBytes = size_t{1024} * 1024;
+    std::string bytes(kLookBytes, '\0');
+    std::ifstream stream(path, std::ios::binary);
+    stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<size_t>(stream.gcount()));
+
     LogFile file;
     file.path = path;
-    const Reader::MappedFile mapped(path);
-    Reader::Records records(mapped.bytes(), 0);
-    for (int look = 0; look < 100; look++) {
-        const std::optional<Reader::Record> record = records.next();
-        if (!record) {
-            break;
-        }
+    Reader::Records records(bytes, 0);
+    while (const std::optional<Reader::Record> record = records.next()) {
         file.isCrash = file.isCrash || record->crash;
         if (record->line) {
             file.pid = record->line->origin.pid;
@@ -58,7 +60,8 @@ void collect(const fs::path& path, std::vector<LogFile>& files) {
         if (!S_ISREG(status.st_mode)) {
             throw std::runtime_error(path.string() + ": not a file or folder");
         }
-        files.push_back(Reader::parseName(path).value_or(describe(path)));
+        std::optional<LogFile> file = Reader::parseName(path);
+        files.push_back(file ? *std::move(file) : describe(path));
         return;
     }
     fs::directory_iterator i(path, error);
@@ -76,6 +79,16 @@ void collect(const fs::path& path, std::vector<LogFile>& files) {
     if (files.size() == before) {
         throw std::runtime_error(path.string() + ": no log files (cam_jlog_*.txt) in this folder");
     }
+}
+
+/// A file may be named twice, in whatever way: by links, or by itself and by its folder.
+void dropRepeated(std::vector<LogFile>& files) {
+    std::set<std::pair<dev_t, ino_t>> seen;
+    std::erase_if(files, [&](const LogFile& file) {
+        struct stat status = {};
+        return stat(file.path.c_str(), &status) == 0 &&
+               !seen.emplace(status.st_dev, status.st_ino).second;
+    });
 }
 
 /// Log files of one series. With the logger's fallback the later ones are in another folder; but
@@ -139,14 +152,7 @@ std::vector<SeriesFiles> findSeries(const std::vector<fs::path>& paths) {
     for (const fs::path& path : paths) {
         collect(path, files);
     }
-    std::sort(files.begin(), files.end(),
-              [](const LogFile& a, const LogFile& b) { return a.path < b.path; });
-    files.erase(std::unique(files.begin(), files.end(),
-                            [](const LogFile& a, const LogFile& b) {
-                                std::error_code error;
-                                return a.path == b.path || fs::equivalent(a.path, b.path, error);
-                            }),
-                files.end());
+    dropRepeated(files);
 
     std::map<std::pair<int, std::string>, std::vector<LogFile>> groups;
     std::vector<LogFile> crashes;
@@ -165,7 +171,7 @@ std::vector<SeriesFiles> findSeries(const std::vector<fs::path>& paths) {
         }
     }
     std::sort(crashes.begin(), crashes.end(), [](const LogFile& a, const LogFile& b) {
-        return std::tie(a.start, a.index) < std::tie(b.start, b.index);
+        return std::tie(a.start, a.index, a.path) < std::tie(b.start, b.index, b.path);
     });
     for (LogFile& crash : crashes) {
         // The newest series of its process that began before it, of its own folder if there are
