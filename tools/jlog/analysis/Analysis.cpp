@@ -115,7 +115,8 @@ class Lines {
 
     /// `block` is the next one.
     void begin(const Block& block) {
-        mNext[block.file] += block.hasMark ? 1 : 0;
+        uint64_t& next = mNext[block.file];
+        next = (block.line != 0 ? block.line : next) + (block.hasMark ? 1 : 0);
         mReason = block.reasons.begin();
     }
     /// `record` is the next one of the block.

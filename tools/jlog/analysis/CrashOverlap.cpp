@@ -1,15 +1,18 @@
 #include "tools/jlog/analysis/CrashOverlap.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <cstddef>
-#include <functional>
-#include <memory>
+#include <cerrno>
+#include <cstring>
+#include <deque>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "reader/MappedFile.h"
 #include "reader/Records.h"
 
 namespace JCam::Tool {
@@ -19,120 +22,164 @@ namespace {
 /// How far a record is looked for when the two files differ: the records of one instant that
 /// threads were making.
 constexpr size_t kMaxSkip = 64;
-/// Records of the log that are compared when no serial tells where to look.
-constexpr size_t kMaxTail = 1 << 20;
+/// More of the log than the dump has bytes is compared: records that the dump lacks.
+constexpr uint64_t kSlackBytes = uint64_t{256} * 1024;
+/// Dumps have some megabytes. What is behind so many bytes is taken for new.
+constexpr uint64_t kMaxDumpBytes = uint64_t{64} * 1024 * 1024;
 
 struct Item {
     std::string_view bytes;
     size_t piece = 0;     // in SeriesFiles::pieces
     uint64_t offset = 0;  // in its file
+    uint64_t line = 0;    // from the first byte that was read
     bool isScope = false;
     bool isTorn = false;
 };
 
-std::vector<Item> listItems(std::string_view bytes, int pid, size_t piece, uint64_t begin) {
-    std::vector<Item> items;
-    Reader::Records records(bytes.substr(begin), pid);
+/// The bytes from `begin` to `end`, or as many of them as there are. Files are not mapped: one that
+/// is truncated meanwhile would end the program.
+std::string readPart(const std::string& path, uint64_t begin, uint64_t end) {
+    std::string bytes(static_cast<size_t>(end - begin), '\0');
+    size_t size = 0;
+    if (const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC); fd >= 0) {
+        for (ssize_t got = 1; size < bytes.size() && got > 0; size += static_cast<size_t>(got)) {
+            do {
+                got = pread(fd, bytes.data() + size, bytes.size() - size,
+                            static_cast<off_t>(begin + size));
+            } while (got < 0 && errno == EINTR);
+            got = std::max<ssize_t>(got, 0);
+        }
+        close(fd);
+    }
+    bytes.resize(size);
+    return bytes;
+}
+
+/// `offset`: of the first byte in its file.
+void addItems(std::vector<Item>& items, std::string_view bytes, int pid, size_t piece,
+              uint64_t offset) {
+    Reader::Records records(bytes, pid);
     while (const std::optional<Reader::Record> record = records.next()) {
         if (!record->crash) {
-            items.push_back({record->bytes, piece, begin + record->offset,
+            items.push_back({record->bytes, piece, offset + record->offset, record->lineNumber,
                              record->line && record->line->scope, record->isTorn});
         }
     }
-    return items;
 }
 
-/// The log files of a series, mapped when they are needed.
+/// A part of the records that a series has.
 class Log {
   public:
-    explicit Log(const SeriesFiles& series) : mSeries(series), mMapped(series.pieces.size()) {}
+    explicit Log(const SeriesFiles& series) : mSeries(series) {}
 
-    [[nodiscard]] std::string_view bytesOf(size_t piece) {
-        const Piece& wanted = mSeries.pieces[piece];
-        if (!mMapped[piece]) {
-            mMapped[piece] = std::make_unique<Reader::MappedFile>(mSeries.files[wanted.file].path);
-        }
-        return mMapped[piece]->bytes().substr(0, wanted.end);
-    }
-
-    /// Items of the log up to its end: from `context` records in front of the record `anchor` on.
-    /// Empty if it is not there.
-    std::vector<Item> itemsAround(std::string_view anchor, size_t context, size_t& at) {
+    /// Takes the records around the last one that has the bytes of `anchor`: from `before` bytes in
+    /// front of it on, and `after` behind it. False if there is none.
+    bool takeAround(std::string_view anchor, uint64_t before, uint64_t after) {
         for (size_t piece = mSeries.pieces.size(); piece-- > 0;) {
-            if (isCrash(piece)) {
-                continue;
-            }
-            const std::string_view bytes = bytesOf(piece);
-            const size_t found = bytes.rfind(anchor);
-            if (found != std::string_view::npos && (found == 0 || bytes[found - 1] == '\n')) {
-                return itemsFrom(piece, found, context, at);
+            if (const std::optional<uint64_t> found = findLast(piece, anchor)) {
+                take(piece, *found, before, after);
+                const auto item =
+                        std::find_if(mItems.begin(), mItems.end(), [&](const Item& candidate) {
+                            return candidate.piece == piece && candidate.offset == *found;
+                        });
+                mAnchor = static_cast<size_t>(item - mItems.begin());
+                return item != mItems.end();
             }
         }
-        return {};
+        return false;
     }
 
-    /// The last `count` items of the log.
-    std::vector<Item> tail(size_t count) {
-        std::vector<Item> items;
-        for (size_t piece = mSeries.pieces.size(); piece-- > 0 && items.size() < count;) {
-            if (!isCrash(piece)) {
-                const std::string_view bytes = bytesOf(piece);
-                prepend(items, piece, backBy(piece, bytes.size(), count - items.size()));
-            }
+    /// Takes the last records.
+    void takeEnd(uint64_t bytes) {
+        if (!mSeries.pieces.empty()) {
+            take(mSeries.pieces.size() - 1, mSeries.pieces.back().end, bytes, 0);
         }
-        items.erase(items.begin(),
-                    items.end() - static_cast<std::ptrdiff_t>(std::min(count, items.size())));
-        return items;
     }
+
+    [[nodiscard]] const std::vector<Item>& items() const { return mItems; }
+    [[nodiscard]] size_t anchor() const { return mAnchor; }
+    /// The log ends with half a line, the last item.
+    [[nodiscard]] bool isTorn() const { return !mItems.empty() && mItems.back().isTorn; }
 
   private:
-    [[nodiscard]] bool isCrash(size_t piece) const {
-        return mSeries.files[mSeries.pieces[piece].file].isCrash;
+    [[nodiscard]] std::string read(const Piece& piece, uint64_t begin, uint64_t end) const {
+        return readPart(mSeries.files[piece.file].path.string(), begin, end);
     }
 
-    std::vector<Item> itemsFrom(size_t piece, size_t found, size_t context, size_t& at) {
-        const int pid = mSeries.pid;
-        std::vector<Item> items;
-        const size_t begin = backBy(piece, found, context);
-        prepend(items, piece, begin);
-        at = static_cast<size_t>(
-                std::find_if(items.begin(), items.end(),
-                             [&](const Item& item) { return item.offset == found; }) -
-                items.begin());
-        if (at < context && piece > 0 && !isCrash(piece - 1)) {
-            const size_t before = items.size();
-            const std::string_view bytes = bytesOf(piece - 1);
-            prepend(items, piece - 1, backBy(piece - 1, bytes.size(), context - at));
-            at += items.size() - before;
+    /// The offset of the last line of a piece that begins with `anchor`.
+    [[nodiscard]] std::optional<uint64_t> findLast(size_t number, std::string_view anchor) const {
+        const Piece& piece = mSeries.pieces[number];
+        constexpr uint64_t kStep = uint64_t{4} * 1024 * 1024;
+        for (uint64_t end = piece.end; end > piece.begin;) {
+            const uint64_t step = end - std::min(kStep, end - piece.begin);
+            // With the byte in front, which ends the line before, and what an anchor may be longer.
+            const uint64_t begin = step > piece.begin ? step - 1 : step;
+            const std::string bytes = read(piece, begin, std::min(end + anchor.size(), piece.end));
+            for (size_t at = bytes.size(); at > 0;) {
+                const size_t newline = bytes.rfind('\n', at - 1);
+                const bool isFirst = newline == std::string::npos;
+                const size_t line = isFirst ? 0 : newline + 1;
+                if ((!isFirst || begin == piece.begin) &&
+                    std::string_view(bytes).substr(line).starts_with(anchor)) {
+                    return begin + line;
+                }
+                at = isFirst ? 0 : newline;
+            }
+            end = step;
         }
-        for (size_t next = piece + 1; next < mSeries.pieces.size(); next++) {
-            if (!isCrash(next)) {
-                const std::vector<Item> more =
-                        listItems(bytesOf(next), pid, next, mSeries.pieces[next].begin);
-                items.insert(items.end(), more.begin(), more.end());
+        return std::nullopt;
+    }
+
+    void take(size_t piece, uint64_t offset, uint64_t before, uint64_t after) {
+        const std::vector<Piece>& pieces = mSeries.pieces;
+        size_t first = piece;
+        uint64_t begin = offset;
+        for (uint64_t left = before; left > 0;) {
+            const uint64_t step = std::min(left, begin - pieces[first].begin);
+            begin -= step;
+            left -= step;
+            if (left == 0 || first == 0) {
+                break;
+            }
+            begin = pieces[--first].end;
+        }
+        uint64_t left = after + (first == piece ? offset - begin : offset - pieces[piece].begin);
+        for (size_t next = first; next < pieces.size(); next++) {
+            const uint64_t from = next == first ? begin : pieces[next].begin;
+            uint64_t end = pieces[next].end;
+            if (next >= piece) {
+                end = from + std::min(left, end - from);
+                left -= end - from;
+            }
+            addPart(next, from, end);
+            if (end < pieces[next].end) {
+                if (!mItems.empty() && mItems.back().piece == next) {
+                    mItems.pop_back();  // the end of it may be missing
+                }
+                break;
             }
         }
-        return items;
+        for (size_t i = 0; i < mItems.size(); i++) {
+            mItems[i].isTorn = mItems[i].isTorn && i + 1 == mItems.size();
+        }
     }
 
-    void prepend(std::vector<Item>& items, size_t piece, size_t begin) {
-        std::vector<Item> first = listItems(bytesOf(piece), mSeries.pid, piece, begin);
-        first.insert(first.end(), items.begin(), items.end());
-        items = std::move(first);
-    }
-
-    /// The begin of a record that is at least `records` in front of `offset`, or of the piece.
-    size_t backBy(size_t piece, size_t offset, size_t records) {
-        constexpr size_t kMaxRecordBytes = 1300;
-        const uint64_t begin = mSeries.pieces[piece].begin;
-        const uint64_t distance =
-                std::min<uint64_t>(offset - begin, (records + 1) * kMaxRecordBytes);
-        const size_t from = offset - static_cast<size_t>(distance);
-        return from == begin ? from : Reader::findRecord(bytesOf(piece), from, mSeries.pid);
+    void addPart(size_t number, uint64_t begin, uint64_t end) {
+        const Piece& piece = mSeries.pieces[number];
+        // The byte in front tells whether a line begins here.
+        const uint64_t lead = begin > piece.begin ? 1 : 0;
+        const std::string& bytes = mTexts.emplace_back(read(piece, begin - lead, end));
+        const size_t from = lead == 0 ? 0
+                                      : Reader::findRecord(bytes, std::min<size_t>(1, bytes.size()),
+                                                           mSeries.pid);
+        addItems(mItems, std::string_view(bytes).substr(from), mSeries.pid, number,
+                 begin - lead + from);
     }
 
     const SeriesFiles& mSeries;
-    std::vector<std::unique_ptr<Reader::MappedFile>> mMapped;
+    std::deque<std::string> mTexts;  // that the items are views of
+    std::vector<Item> mItems;
+    size_t mAnchor = 0;
 };
 
 /// How many items at the end of `log` are those that `dump` begins with.
@@ -149,6 +196,9 @@ size_t countCommon(const std::vector<Item>& log, const std::vector<Item>& dump) 
     }
     size_t length = 0;
     for (const Item& item : log) {
+        if (item.isTorn) {
+            break;
+        }
         while (length > 0 && (length == dump.size() || !equal(item, dump[length]))) {
             length = border[length - 1];
         }
@@ -169,24 +219,23 @@ class Alignment {
 
     /// From two items that are the same: forward to the end of either, and back.
     void align(size_t log, size_t dump) {
-        for (size_t i = log, j = dump; i-- > 0 && j-- > 0;) {
-            if (mLog[i].bytes != mDump[j].bytes) {
-                break;
-            }
-            setRepeat(j);
-        }
+        alignFront(log, dump);
         while (log < mLog.size() && dump < mDump.size()) {
             if (mLog[log].bytes == mDump[dump].bytes) {
                 setRepeat(dump++);
                 log++;
-            } else if (const size_t skip = find(mLog, log, mDump[dump]); skip > 0) {
+                continue;
+            }
+            const size_t skip = find(mLog, log, mDump[dump]);
+            const size_t missing = find(mDump, dump, mLog[log]);
+            if (skip > 0 && (missing == 0 || skip <= missing)) {
                 log += skip;
-            } else if (const size_t missing = find(mDump, dump, mLog[log]); missing > 0) {
-                for (size_t i = 0; i < missing; i++) {
-                    mPlaces[dump++] = log;
-                }
-            } else {
+                continue;
+            }
+            for (size_t i = 0; i < std::max<size_t>(missing, 1); i++) {
                 mPlaces[dump++] = log;
+            }
+            if (missing == 0) {
                 if (mLog[log].isTorn) {
                     break;
                 }
@@ -204,6 +253,24 @@ class Alignment {
     [[nodiscard]] size_t placeOf(size_t dump) const { return mPlaces[dump]; }
 
   private:
+    /// The items in front of two that are the same.
+    void alignFront(size_t log, size_t dump) {
+        while (dump > 0) {
+            const Item& wanted = mDump[dump - 1];
+            size_t at = log;
+            while (at > 0 && log - at < kMaxSkip && mLog[at - 1].bytes != wanted.bytes) {
+                at--;
+            }
+            dump--;
+            if (at > 0 && mLog[at - 1].bytes == wanted.bytes) {
+                setRepeat(dump);
+                log = at - 1;
+            } else {
+                mPlaces[dump] = log;
+            }
+        }
+    }
+
     /// How far behind `from` the item is; 0 if it is not near.
     static size_t find(const std::vector<Item>& items, size_t from, const Item& item) {
         const size_t end = std::min(items.size(), from + kMaxSkip);
@@ -228,14 +295,19 @@ class Splicer {
     Splicer(SeriesFiles& series, uint32_t crashFile) : mSeries(series), mCrashFile(crashFile) {}
 
     /// In front of an item of the log.
-    void insert(const Item& before, uint64_t begin, uint64_t end) {
-        mInserts.push_back({before.piece, before.offset, {mCrashFile, begin, end}});
+    void insert(const Item& before, uint64_t begin, uint64_t end, uint64_t line) {
+        if (!mInserts.empty() && mInserts.back().piece == before.piece &&
+            mInserts.back().offset == before.offset && mInserts.back().part.end == begin) {
+            mInserts.back().part.end = end;
+        } else {
+            mInserts.push_back({before.piece, before.offset, {mCrashFile, begin, end, line}});
+        }
     }
-    void append(uint64_t begin, uint64_t end) {
+    void append(uint64_t begin, uint64_t end, uint64_t line) {
         if (!mAppended.empty() && mAppended.back().end == begin) {
             mAppended.back().end = end;
         } else if (begin < end) {
-            mAppended.push_back({mCrashFile, begin, end});
+            mAppended.push_back({mCrashFile, begin, end, line});
         }
     }
     void finish() {
@@ -245,8 +317,9 @@ class Splicer {
             Piece rest = mSeries.pieces[i];
             for (; insert != mInserts.end() && insert->piece == i; insert++) {
                 if (insert->offset > rest.begin) {
-                    pieces.push_back({rest.file, rest.begin, insert->offset});
+                    pieces.push_back({rest.file, rest.begin, insert->offset, rest.line});
                     rest.begin = insert->offset;
+                    rest.line = 0;
                 }
                 pieces.push_back(insert->part);
             }
@@ -271,65 +344,83 @@ class Splicer {
     std::vector<Piece> mAppended;
 };
 
+/// Takes the part of the log that a dump of `bytes` can overlap with, and lays it beside the dump.
+Alignment alignWith(Log& log, const std::vector<Item>& dump, uint64_t bytes) {
+    const auto anchor = std::find_if(dump.begin(), dump.end(),
+                                     [](const Item& item) { return item.isScope && !item.isTorn; });
+    if (anchor != dump.end() && log.takeAround(anchor->bytes, anchor->offset + kSlackBytes,
+                                               bytes - anchor->offset + kSlackBytes)) {
+        Alignment alignment(log.items(), dump);
+        alignment.align(log.anchor(), static_cast<size_t>(anchor - dump.begin()));
+        return alignment;
+    }
+    log.takeEnd(bytes + kSlackBytes);
+    Alignment alignment(log.items(), dump);
+    const size_t common = countCommon(log.items(), dump);
+    for (size_t i = 0; i < common; i++) {
+        alignment.setRepeat(i);
+    }
+    return alignment;
+}
+
+/// A log that ends within a line is continued by the whole line in the dump.
+void dropTornLine(SeriesFiles& series, const Log& log, const std::vector<Item>& dump,
+                  const Alignment& alignment) {
+    size_t first = 0;
+    while (first < dump.size() && alignment.isRepeat(first)) {
+        first++;
+    }
+    if (log.isTorn() && first < dump.size() &&
+        dump[first].bytes.starts_with(log.items().back().bytes)) {
+        series.pieces[log.items().back().piece].end = log.items().back().offset;
+    }
+}
+
 }  // namespace
 
 void joinCrashFile(SeriesFiles& series, uint32_t crashFile) {
-    const Reader::MappedFile mapped(series.files[crashFile].path);
-    const std::string_view bytes = mapped.bytes();
-    const std::vector<Item> dump = listItems(bytes, series.pid, 0, 0);
+    const uint64_t fileEnd = series.sizes[crashFile];
+    const std::string path = series.files[crashFile].path.string();
+    const std::string bytes = readPart(path, 0, std::min(fileEnd, kMaxDumpBytes));
+    if (bytes.empty()) {
+        series.problems.push_back(path + ": it cannot be read");
+        return;
+    }
+    std::vector<Item> dump;
+    addItems(dump, bytes, series.pid, 0, 0);
     const uint64_t firstRecord = dump.empty() ? bytes.size() : dump.front().offset;
+    if (fileEnd > kMaxDumpBytes && !dump.empty()) {
+        dump.pop_back();  // the end of it may be missing
+    }
 
     Log log(series);
-    std::vector<Item> items;
-    std::optional<Alignment> alignment;
-    const auto anchor = std::find_if(dump.begin(), dump.end(),
-                                     [](const Item& item) { return item.isScope && !item.isTorn; });
-    size_t at = 0;
-    if (anchor != dump.end()) {
-        const auto context = static_cast<size_t>(anchor - dump.begin());
-        items = log.itemsAround(anchor->bytes, context, at);
-        alignment.emplace(items, dump);
-        if (!items.empty()) {
-            alignment->align(at, context);
-        }
-    }
-    if (items.empty()) {
-        items = log.tail(std::min(dump.size(), kMaxTail));
-        alignment.emplace(items, dump);
-        const size_t common = countCommon(items, dump);
-        for (size_t i = 0; i < common; i++) {
-            alignment->setRepeat(i);
-        }
-    }
-
-    // A log that ends within a line is continued by the whole line in the dump.
-    size_t last = dump.size();
-    for (size_t i = 0; i < dump.size() && last == dump.size(); i++) {
-        last = alignment->isRepeat(i) ? last : i;
-    }
-    if (!items.empty() && items.back().isTorn && last < dump.size() &&
-        dump[last].bytes.starts_with(items.back().bytes)) {
-        series.pieces[items.back().piece].end = items.back().offset;
-    }
+    const Alignment alignment = alignWith(log, dump, bytes.size());
+    dropTornLine(series, log, dump, alignment);
 
     Splicer splicer(series, crashFile);
-    const bool logGoesOn = alignment->logEnd() < items.size() && !items[alignment->logEnd()].isTorn;
+    const std::vector<Item>& items = log.items();
+    const auto isInLog = [&](size_t place) { return place < items.size() && !items[place].isTorn; };
+    const bool logGoesOn = isInLog(alignment.logEnd());
     if (!logGoesOn) {
-        splicer.append(0, firstRecord);
+        splicer.append(0, firstRecord, 1);
     }
+    uint64_t dumpEnd = firstRecord;
     for (size_t i = 0; i < dump.size(); i++) {
         const uint64_t begin = dump[i].offset;
-        const uint64_t end = begin + dump[i].bytes.size();
-        if (alignment->isRepeat(i)) {
+        dumpEnd = begin + dump[i].bytes.size();
+        if (alignment.isRepeat(i)) {
             series.repeats++;
-        } else if (alignment->placeOf(i) < items.size() && !items[alignment->placeOf(i)].isTorn) {
-            splicer.insert(items[alignment->placeOf(i)], begin, end);
+        } else if (isInLog(alignment.placeOf(i))) {
+            splicer.insert(items[alignment.placeOf(i)], begin, dumpEnd, dump[i].line);
         } else {
-            splicer.append(begin, end);
+            splicer.append(begin, dumpEnd, dump[i].line);
         }
     }
     if (logGoesOn && firstRecord > 0) {
-        splicer.insert(items[alignment->logEnd()], 0, firstRecord);
+        splicer.insert(items[alignment.logEnd()], 0, firstRecord, 1);
+    }
+    if (fileEnd > kMaxDumpBytes) {
+        splicer.append(dumpEnd, fileEnd, 0);
     }
     splicer.finish();
 }

@@ -29,6 +29,7 @@ struct Task {
     uint64_t end = 0;
     bool isFirst = false;  // of its piece: a record begins at `begin`
     uint64_t limit = 0;    // the end of its piece: no record reaches beyond
+    uint64_t line = 0;     // as Piece::line
 };
 
 /// Numbers for byte strings. Open addressing: a look-up is one comparison as a rule.
@@ -108,6 +109,7 @@ class Parser {
     void parse(const Task& task, Block& block) {
         block.file = task.file;
         block.offset = task.begin;
+        block.line = task.line;
         block.bytes = {};
         block.records.clear();
         block.reasons.clear();
@@ -303,7 +305,8 @@ std::vector<Task> planTasks(const SeriesFiles& files, uint64_t blockBytes) {
     for (const Piece& piece : files.pieces) {
         for (uint64_t begin = piece.begin; begin < piece.end;) {
             const uint64_t end = std::min(begin + blockBytes, piece.end);
-            tasks.push_back({piece.file, begin, end, begin == piece.begin, piece.end});
+            const bool isFirst = begin == piece.begin;
+            tasks.push_back({piece.file, begin, end, isFirst, piece.end, isFirst ? piece.line : 0});
             begin = end;
         }
     }

@@ -45,6 +45,7 @@ struct RawRecord {
 struct Block {
     uint32_t file = 0;    // index into SeriesFiles::files
     uint64_t offset = 0;  // of the first byte in the file
+    uint64_t line = 0;    // as Piece::line
     std::string_view bytes;
     std::vector<RawRecord> records;
     std::vector<std::string_view> reasons;  // of the skipped records, in order

@@ -135,7 +135,7 @@ void plan(SeriesFiles& series) {
         if (error) {
             series.problems.push_back(series.files[i].path.string() + ": " + error.message());
         } else if (size > 0 && !series.files[i].isCrash) {
-            series.pieces.push_back({i, 0, size});
+            series.pieces.push_back({i, 0, size, 1});
         }
     }
     for (uint32_t i = 0; i < series.files.size(); i++) {

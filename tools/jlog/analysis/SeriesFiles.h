@@ -14,6 +14,8 @@ struct Piece {
     uint32_t file = 0;  // index into SeriesFiles::files
     uint64_t begin = 0;
     uint64_t end = 0;
+    /// The number of its first line; 0 if it follows the piece before it of its file.
+    uint64_t line = 0;
 };
 
 /// What one start of a logger has left behind: the rotations of one series of files, and the crash
