@@ -212,15 +212,16 @@ class Parser {
         // block.
         const bool isStart = block.offset + begin == 0;
         const bool isEnd = block.offset + end == mFiles.sizes[block.file];
-        bool isFirst = true;
         Reader::Records records(block.bytes.substr(begin, end - begin), pid);
-        while (const std::optional<Reader::Record> record = records.next()) {
-            if (std::exchange(isFirst, false) && record->offset > 0) {
-                block.hasMark = isStart;
-                if (!isStart) {
-                    addSkipped(block, begin, record->offset);
-                }
+        std::optional<Reader::Record> record = records.next();
+        const size_t mark = record ? record->offset : end - begin;
+        if (mark > 0) {
+            block.hasMark = isStart;
+            if (!isStart) {
+                addSkipped(block, begin, mark);
             }
+        }
+        for (; record; record = records.next()) {
             RawRecord& raw = block.records.emplace_back();
             raw.offset = static_cast<uint32_t>(begin + record->offset);
             raw.size = static_cast<uint32_t>(record->bytes.size());

@@ -63,7 +63,7 @@ std::optional<int64_t> dayNear(int date, int64_t near) {
 void formatWall(int64_t wall, char (&text)[27]) {
     const int64_t inDay = ((wall % kDay) + kDay) % kDay;
     const std::chrono::year_month_day day{
-            std::chrono::sys_days(std::chrono::days((wall - inDay) / kDay))};
+            std::chrono::sys_days(std::chrono::days(wall / kDay - (wall % kDay < 0 ? 1 : 0)))};
     const int64_t seconds = inDay / kSecond;
     // By hand: an export has millions.
     char* out = text;
@@ -97,7 +97,11 @@ void WallClock::setDate(uint16_t date, int64_t microseconds) {
     // The year in which it is next to the record before, or to the start.
     const std::optional<int64_t> best = dayNear(date, isFirst ? mStart.value_or(0) : mDay);
     if (!best) {
-        return;  // there is no such day: that of the record before
+        // There is no such day: that of the record before, or of the start.
+        if (isFirst && mStart) {
+            mDay = *mStart - (*mStart % kDay + kDay) % kDay;
+        }
+        return;
     }
     mHasDay = true;
     mDay = *best;
