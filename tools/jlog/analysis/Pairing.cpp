@@ -98,7 +98,7 @@ uint32_t Pairing::enter(const Event& event) {
     const uint32_t index = addScope(event);
     mScopes[index].begin = event.time;
     mScopes[index].enter = event.ordinal;
-    uint32_t open = static_cast<uint32_t>(mOpen.size());
+    auto open = static_cast<uint32_t>(mOpen.size());
     if (mFree.empty()) {
         mOpen.emplace_back();
     } else {
