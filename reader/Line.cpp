@@ -87,29 +87,28 @@ bool takeDigits(std::string_view& text, uint32_t& number) {
     return true;
 }
 
-std::optional<Scope> parseScope(std::string_view text) {
-    std::optional<Scope> result(std::in_place);
-    Scope& scope = *result;
+bool parseScope(std::string_view text, Scope& scope) {
     if (!take(text, "R AppRequest:") || !takeDigits<10>(text, scope.requestNo) ||
         !take(text, " M[")) {
-        return std::nullopt;
+        return false;
     }
     scope.module = text.substr(0, text.find(':'));
     text.remove_prefix(scope.module.size());
     if (!take(text, ":") || !takeDigits<16>(text, scope.moduleId) || !take(text, "] ")) {
-        return std::nullopt;
+        return false;
     }
     scope.sign = take(text, "+  :") ? '+' : take(text, "-  :") ? '-' : '\0';
-    const size_t hash = text.rfind(" #");
-    if (scope.sign == '\0' || hash == std::string_view::npos) {
-        return std::nullopt;
+    // The serial is the last thing in the line, whatever is in the name.
+    size_t digits = text.size();
+    while (digits > 0 && text[digits - 1] >= '0' && text[digits - 1] <= '9') {
+        digits--;
     }
-    scope.name = text.substr(0, hash);
-    text.remove_prefix(hash + 2);
-    if (!takeDigits<10>(text, scope.serial) || !text.empty()) {
-        return std::nullopt;
+    std::string_view serial = text.substr(digits);
+    if (scope.sign == '\0' || !text.substr(0, digits).ends_with(" #")) {
+        return false;
     }
-    return result;
+    scope.name = text.substr(0, digits - 2);
+    return takeDigits<10>(serial, scope.serial);
 }
 
 /// As the machine orders bytes: words are compared, not counted with.
@@ -212,8 +211,8 @@ std::string_view parseBehindOrigin(std::string_view text, Line& line) {
         return "no colon behind the tag";
     }
     line.text = text;
-    if (line.tag == "JLog") {
-        line.scope = parseScope(text);
+    if (line.tag == "JLog" && !parseScope(text, line.scope.emplace())) {
+        line.scope.reset();
     }
     return {};
 }

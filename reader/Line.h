@@ -68,8 +68,8 @@ struct Line {
 /// there.
 [[nodiscard]] std::optional<Line> parseLine(std::string_view text, std::string_view& reason);
 
-/// Parses what follows the origin of `line`, a text without NUL, into the rest of `line`. Empty if
-/// it fits, else the reason.
+/// Parses what follows the origin of `line`, a text without NUL, into the rest of `line`, which has
+/// no scope yet. Empty if it fits, else the reason.
 [[nodiscard]] std::string_view parseBehindOrigin(std::string_view text, Line& line);
 
 }  // namespace JCam::Reader

@@ -67,23 +67,29 @@ bool Records::hasNul(size_t end) {
     return mNul < end;
 }
 
-std::optional<Record> Records::next() {
-    std::optional<Record> result;
+const Record* Records::next() {
     const std::string_view rest = mBytes.substr(mBegin);
     if (rest.empty()) {
-        return result;
+        return nullptr;
     }
-    Record& record = result.emplace();
+    // Field by field: a new object would be cleared first, which takes a fifth of the time.
+    Record& record = mRecord;
     record.offset = mBegin;
     record.lineNumber = mLineNumber;
+    record.skipped = {};
     const size_t originChars = mOriginChars;
     const bool isLine = originChars > 0;
     std::string_view line = firstLine(rest);
     if (isLine) {
-        record.line.emplace().origin = mOrigin;
-    } else if (mBegin == 0) {
-        record.crash = parseCrash(line);
+        if (!record.line) {
+            record.line.emplace();
+        }
+        record.line->origin = mOrigin;
+        record.line->scope.reset();
+    } else {
+        record.line.reset();
     }
+    record.crash = !isLine && mBegin == 0 ? parseCrash(line) : std::nullopt;
     size_t size = 0;
     do {
         size += line.size();
@@ -108,7 +114,7 @@ std::optional<Record> Records::next() {
         record.skipped = "no record begins here";
     }
     mBegin += size;
-    return result;
+    return &record;
 }
 
 size_t findRecord(std::string_view bytes, size_t from, int pid) {

@@ -44,8 +44,10 @@ class Records {
     /// whoever's.
     Records(std::string_view bytes, int pid);
 
-    /// The next one; empty at the end.
-    [[nodiscard]] std::optional<Record> next();
+    /// The next one, which holds until the one after it is asked for; nullptr at the end.
+    [[nodiscard]] const Record* next();
+    /// Where that begins.
+    [[nodiscard]] size_t offset() const { return mBegin; }
 
   private:
     [[nodiscard]] bool beginsRecord(std::string_view text);
@@ -60,6 +62,7 @@ class Records {
     Origin mOrigin;
     size_t mOriginChars = 0;  // 0: the next record begins without one
     size_t mNul = 0;          // no byte in front of it is NUL
+    Record mRecord;
 };
 
 /// Where the first line at or behind `from` is that begins a record of `pid` (0: of any process);

@@ -2,23 +2,22 @@
 
 namespace JCam::Reader {
 
-std::optional<Record> Series::next() {
+const Record* Series::next() {
     for (;;) {
         if (mRecords) {
-            if (std::optional<Record> record = mRecords->next()) {
+            if (const Record* const record = mRecords->next()) {
                 return record;
             }
         }
         if (mOpened == mFiles.size()) {
-            return std::nullopt;
+            return nullptr;
         }
         const LogFile& file = mFiles[mOpened++];
         mMapped.emplace(file.path);
         mRecords.emplace(mMapped->bytes(), file.pid);
         if (!mMapped->isOpen()) {
-            Record record;
-            record.skipped = "the file cannot be read";
-            return record;
+            mUnreadable.skipped = "the file cannot be read";
+            return &mUnreadable;
         }
     }
 }

@@ -30,9 +30,9 @@ class Series {
   public:
     explicit Series(std::vector<LogFile> files) : mFiles(std::move(files)) {}
 
-    /// The next one, whose views hold until the one after it is asked for; empty at the end. A file
+    /// The next one, which holds until the one after it is asked for; nullptr at the end. A file
     /// that cannot be read is a record without bytes that was skipped.
-    [[nodiscard]] std::optional<Record> next();
+    [[nodiscard]] const Record* next();
 
     /// The file of the last record.
     [[nodiscard]] const LogFile& file() const { return mFiles[mOpened - 1]; }
@@ -42,6 +42,7 @@ class Series {
     size_t mOpened = 0;
     std::optional<MappedFile> mMapped;
     std::optional<Records> mRecords;
+    Record mUnreadable;
 };
 
 }  // namespace JCam::Reader

@@ -103,7 +103,7 @@ class FileCheck {
     std::unordered_map<int, Thread> mThreads;  // by thread id
     uint64_t mContentSum = 0;
     JCam::Reader::Series mSeries;
-    std::optional<JCam::Reader::Record> mRecord;  // the current one
+    const JCam::Reader::Record* mRecord = nullptr;  // the current one
     Findings mFindings;
 };
 

@@ -59,7 +59,7 @@ std::string readPart(const std::string& path, uint64_t begin, uint64_t end) {
 void addItems(std::vector<Item>& items, std::string_view bytes, int pid, size_t piece,
               uint64_t offset) {
     Reader::Records records(bytes, pid);
-    while (const std::optional<Reader::Record> record = records.next()) {
+    while (const Reader::Record* const record = records.next()) {
         if (!record->crash) {
             items.push_back({record->bytes, piece, offset + record->offset, record->lineNumber,
                              record->line && record->line->scope, record->isTorn});

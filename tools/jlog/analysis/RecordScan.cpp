@@ -213,15 +213,14 @@ class Parser {
         const bool isStart = block.offset + begin == 0;
         const bool isEnd = block.offset + end == mFiles.sizes[block.file];
         Reader::Records records(block.bytes.substr(begin, end - begin), pid);
-        std::optional<Reader::Record> record = records.next();
-        const size_t mark = record ? record->offset : end - begin;
+        const size_t mark = records.offset();
         if (mark > 0) {
             block.hasMark = isStart;
             if (!isStart) {
                 addSkipped(block, begin, mark);
             }
         }
-        for (; record; record = records.next()) {
+        while (const Reader::Record* const record = records.next()) {
             RawRecord& raw = block.records.emplace_back();
             raw.offset = static_cast<uint32_t>(begin + record->offset);
             raw.size = static_cast<uint32_t>(record->bytes.size());

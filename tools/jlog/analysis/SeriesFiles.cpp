@@ -40,7 +40,7 @@ LogFile describe(const fs::path& path) {
     LogFile file;
     file.path = path;
     Reader::Records records(bytes, 0);
-    while (const std::optional<Reader::Record> record = records.next()) {
+    while (const Reader::Record* const record = records.next()) {
         file.isCrash = file.isCrash || record->crash;
         if (record->line) {
             file.pid = record->line->origin.pid;

@@ -136,7 +136,7 @@ class Tail {
             mIsBehindBegin = false;
         }
         Reader::Records records(whole, mFile.pid);
-        while (const std::optional<Reader::Record> record = records.next()) {
+        while (const Reader::Record* const record = records.next()) {
             visit(*record);
         }
         mPending.erase(0, end);
