@@ -229,6 +229,7 @@ class FirstPass {
 
     void finish() {
         mLog.isMonotonic = mClock.isMonotonic();
+        mLog.unclosed = mPairing.listUnclosed();
         // Of a crash file that has nothing of its own there is no block.
         for (uint32_t file = 0; file < mLog.files.files.size(); file++) {
             if (mLog.files.files[file].isCrash && !hasCrash(file)) {
@@ -240,10 +241,8 @@ class FirstPass {
         std::sort(mLog.crashes.begin(), mLog.crashes.end(),
                   [](const Crash& a, const Crash& b) { return a.file < b.file; });
         if (mVisitor != nullptr && mVisitor->onScope) {
-            for (const Scope& scope : mLog.scopes) {
-                if (scope.isOpen() && scope.enter != kNone) {
-                    mVisitor->onScope(mLog, scope);
-                }
+            for (const uint32_t scope : mLog.unclosed) {
+                mVisitor->onScope(mLog, mLog.scopes[scope]);
             }
         }
     }
@@ -532,6 +531,7 @@ void Analysis::pairAgain() {
             pairing.exit({scope.exitThread, scope.name, scope.request, ordinal, scope.end});
         }
     }
+    unclosed = pairing.listUnclosed();
 }
 
 uint32_t Analysis::serialOf(uint32_t ordinal) const {

@@ -122,10 +122,11 @@ class Analysis {
     SeriesFiles files;
     std::optional<int64_t> start;  // Entry::wall, of the name of the files
     std::optional<int64_t> bootTime;
-    std::vector<Thread> threads;    // in the order they appear
-    std::vector<ScopeName> names;   // in the order they appear
-    std::vector<std::string> tags;  // in the order they appear
-    std::vector<Scope> scopes;      // in the order of their first event
+    std::vector<Thread> threads;     // in the order they appear
+    std::vector<ScopeName> names;    // in the order they appear
+    std::vector<std::string> tags;   // in the order they appear
+    std::vector<Scope> scopes;       // in the order of their first event
+    std::vector<uint32_t> unclosed;  // indices of the scopes without enter or without exit
     std::vector<SerialRun> runs;
     uint32_t firstLoss = kNone;  // the ordinal of the first run that has lost serials
     uint32_t lastLoss = 0;       // of the last; 0 if there is none

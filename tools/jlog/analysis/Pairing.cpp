@@ -161,6 +161,24 @@ void Pairing::finish(Scope& scope, const Event& event) {
     scope.exit = event.ordinal;
 }
 
+void Pairing::recycle(uint32_t scope) {
+    mFreeScopes.push_back(scope);
+    if (!mWithoutEnter.empty() && mWithoutEnter.back() == scope) {
+        mWithoutEnter.pop_back();
+    }
+}
+
+std::vector<uint32_t> Pairing::listUnclosed() const {
+    std::vector<uint32_t> unclosed = mWithoutEnter;
+    for (const List& list : mLists) {
+        for (uint32_t open = list.oldest; open != kNone; open = mOpen[open].newer) {
+            unclosed.push_back(mOpen[open].scope);
+        }
+    }
+    std::sort(unclosed.begin(), unclosed.end());
+    return unclosed;
+}
+
 uint32_t Pairing::exit(const Event& event) {
     const uint64_t key = keyOf(event);
     if (event.thread < mStacks.size() && !mStacks[event.thread].empty()) {
@@ -174,6 +192,7 @@ uint32_t Pairing::exit(const Event& event) {
     if (list.oldest == kNone) {
         const uint32_t index = addScope(event);
         finish(mScopes[index], event);
+        mWithoutEnter.push_back(index);
         return index;
     }
     const uint32_t own = takeFromOwnStack(event, list.newest);

@@ -43,8 +43,10 @@ class Pairing {
                        : kNone;
     }
     [[nodiscard]] size_t openCount() const { return mOpen.size() - mFree.size(); }
+    /// The scopes that have no enter or no exit so far, by their index.
+    [[nodiscard]] std::vector<uint32_t> listUnclosed() const;
     /// The place of a scope that is not wanted any more may be given to another one.
-    void recycle(uint32_t scope) { mFreeScopes.push_back(scope); }
+    void recycle(uint32_t scope);
 
   private:
     /// A scope that is open. Those with the same request and name are in a list, by age.
@@ -82,8 +84,9 @@ class Pairing {
 
     std::vector<Scope>& mScopes;
     std::vector<ScopeName>& mNames;
-    std::vector<uint32_t> mFreeScopes;  // recycled
-    std::vector<Open> mOpen;            // slots, those in mFree unused
+    std::vector<uint32_t> mFreeScopes;    // recycled
+    std::vector<uint32_t> mWithoutEnter;  // scopes
+    std::vector<Open> mOpen;              // slots, those in mFree unused
     std::vector<uint32_t> mFree;
     std::vector<std::vector<uint32_t>> mStacks;  // of each thread: slots of mOpen
     std::vector<List> mLists;                    // open addressing, without gaps in a chain

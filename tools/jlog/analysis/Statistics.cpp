@@ -212,12 +212,19 @@ std::vector<Cadence> findGaps(const Analysis& log, const Selection& selection) {
 
 std::vector<InFlight> findInFlight(const Analysis& log, uint32_t ordinal) {
     std::map<uint32_t, InFlight> byThread;
-    for (uint32_t i = 0; i < log.scopes.size(); i++) {
-        const Scope& scope = log.scopes[i];
+    const auto add = [&](uint32_t index) {
+        const Scope& scope = log.scopes[index];
         if (scope.enter < ordinal && (scope.exit == kNone || scope.exit >= ordinal)) {
             InFlight& thread = byThread[scope.thread];
             thread.thread = scope.thread;
-            thread.scopes.push_back(i);
+            thread.scopes.push_back(index);
+        }
+    };
+    if (ordinal >= log.events) {
+        std::for_each(log.unclosed.begin(), log.unclosed.end(), add);
+    } else {
+        for (uint32_t i = 0; i < log.scopes.size(); i++) {
+            add(i);
         }
     }
     std::vector<InFlight> result;

@@ -58,10 +58,8 @@ std::string describeStep(const Analysis& log, size_t index) {
 
 std::map<Fate, size_t> countFates(const Analysis& log) {
     std::map<Fate, size_t> fates;
-    for (const Scope& scope : log.scopes) {
-        if (!scope.isClosed()) {
-            fates[log.fateOf(scope)]++;
-        }
+    for (const uint32_t scope : log.unclosed) {
+        fates[log.fateOf(log.scopes[scope])]++;
     }
     return fates;
 }
