@@ -171,7 +171,6 @@ class Analysis {
 
   private:
     Analysis(SeriesFiles seriesFiles, std::optional<int64_t> bootTime);
-    void readAll(const Stream* visitor, const Progress& progress);
     [[nodiscard]] std::vector<uint32_t> scopesByOrdinal() const;
     void pairAgain();
 };
