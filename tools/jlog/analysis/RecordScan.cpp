@@ -102,12 +102,12 @@ class BlockQueue {
     std::condition_variable mFilled;
 };
 
-}  // namespace
-
 size_t countParsers() {
     constexpr size_t kMaxParsers = 8;  // beyond that the consumer is what takes the time
     return std::clamp<size_t>(std::thread::hardware_concurrency(), 1, kMaxParsers);
 }
+
+}  // namespace
 
 void scanRecords(const SeriesFiles& files, const std::function<void(Block&)>& consume,
                  const BlockSizes& sizes) {

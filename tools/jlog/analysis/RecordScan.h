@@ -18,7 +18,4 @@ namespace JCam::Tool {
 void scanRecords(const SeriesFiles& files, const std::function<void(Block&)>& consume,
                  const BlockSizes& sizes = {});
 
-/// How many threads take blocks apart.
-[[nodiscard]] size_t countParsers();
-
 }  // namespace JCam::Tool

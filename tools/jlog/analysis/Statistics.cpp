@@ -4,6 +4,7 @@
 #include <array>
 #include <limits>
 #include <map>
+#include <span>
 #include <unordered_map>
 #include <utility>
 
@@ -26,8 +27,8 @@ int64_t percentile(std::vector<int64_t>& values, size_t percent) {
 class RecentRequests {
   public:
     bool insert(uint32_t request) {
-        const auto end = mRequests.begin() + static_cast<std::ptrdiff_t>(mCount);
-        if (std::find(mRequests.begin(), end, request) != end) {
+        const std::span known = std::span(mRequests).first(mCount);
+        if (std::find(known.begin(), known.end(), request) != known.end()) {
             return false;
         }
         mRequests[mNext] = request;
@@ -228,6 +229,7 @@ std::vector<InFlight> findInFlight(const Analysis& log, uint32_t ordinal) {
         }
     }
     std::vector<InFlight> result;
+    result.reserve(byThread.size());
     for (auto& [thread, inFlight] : byThread) {
         result.push_back(std::move(inFlight));
     }
