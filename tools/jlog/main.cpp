@@ -91,6 +91,16 @@ uint64_t countBytes(const std::vector<SeriesFiles>& series) {
     return total;
 }
 
+uint64_t countBytes(const Logs& logs) {
+    uint64_t total = 0;
+    for (const auto& log : logs) {
+        for (const uint64_t size : log->files.sizes) {
+            total += size;
+        }
+    }
+    return total;
+}
+
 /// Files that cannot be read are told, and the others go on without them.
 void tellProblems(const Logs& logs) {
     size_t unreadable = 0;
@@ -184,9 +194,15 @@ int run(const Options& options) {
         case Command::MERGE:
             status = merge(logs, logcat.get(), selection, options, out);
             break;
-        case Command::EXPORT:
+        case Command::EXPORT: {
+            // The files are read once more.
+            ProgressBar progress(countBytes(logs));
+            for (const auto& log : logs) {
+                log->onRead = [&](uint64_t bytes) { progress.add(bytes); };
+            }
             status = exportTo(logs, selection, options);
             break;
+        }
         default:
             status = report(logs, logcat.get(), selection, options, out);
             break;

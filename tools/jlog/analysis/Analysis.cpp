@@ -149,7 +149,7 @@ void Analysis::forEachEvent(const std::function<void(uint32_t, bool)>& visit) co
     }
 }
 
-void Analysis::forEachRecord(const Visit& visit, const Progress& progress) const {
+void Analysis::forEachRecord(const Visit& visit) const {
     const std::vector<uint32_t> owners = scopesByOrdinal();
     Stacks stacks(*this);
     WallClock clock = makeClock(*this);
@@ -200,8 +200,8 @@ void Analysis::forEachRecord(const Visit& visit, const Progress& progress) const
             }
             visit(entry, scope);
         }
-        if (progress) {
-            progress(block.bytes.size());
+        if (onRead) {
+            onRead(block.bytes.size());
         }
     });
 }

@@ -154,7 +154,8 @@ class Analysis {
     /// closes, for DETAILS the innermost open scope of its thread, which is inferred: kNone if
     /// there is none. Index into `scopes`.
     using Visit = std::function<void(const Entry& entry, uint32_t scope)>;
-    void forEachRecord(const Visit& visit, const Progress& progress = {}) const;
+    void forEachRecord(const Visit& visit) const;
+    Progress onRead;  // is told while forEachRecord() reads
 
     /// What stream() calls. `log` has the tables so far, and of the scopes those that are open.
     struct Stream {
