@@ -100,10 +100,12 @@ class Tail {
 
     [[nodiscard]] const Reader::LogFile& file() const { return mFile; }
 
-    /// Goes on with the next file, whose begin is new.
+    /// Goes on with the next file, whose begin is new. What the last one has no end of is lost.
     void rotate(Reader::LogFile next) {
         mFile = std::move(next);
         mOffset = 0;
+        mIsBehindBegin = false;
+        mPending.clear();
     }
 
     /// Calls `visit` for what has been written since the last call.
