@@ -75,10 +75,13 @@ std::string describeChange(int64_t before, int64_t after) {
 }
 
 /// Kinds of warnings and errors: level, tag, and the text without its numbers.
-std::map<std::string, uint64_t> countComplaints(const Logs& logs) {
+std::map<std::string, uint64_t> countComplaints(const Logs& logs, const Selection& selection) {
     std::map<std::string, uint64_t> counts;
     for (const auto& log : logs) {
         for (const Complaint& complaint : log->complaints) {
+            if (!isAsImportant(complaint.level, selection.level)) {
+                continue;
+            }
             std::string kind = fmt::format("{} {}: ", complaint.level, log->tags[complaint.tag]);
             for (const char c : complaint.text) {
                 if (c < '0' || c > '9') {
@@ -153,8 +156,8 @@ int diff(const Logs& before, const Logs& after, const Selection& selection, cons
         };
         return rank(a) > rank(b);
     });
-    const std::map<std::string, uint64_t> oldKinds = countComplaints(before);
-    const std::map<std::string, uint64_t> newKinds = countComplaints(after);
+    const std::map<std::string, uint64_t> oldKinds = countComplaints(before, selection);
+    const std::map<std::string, uint64_t> newKinds = countComplaints(after, selection);
     const auto onlyIn = [](const auto& kinds, const auto& others) {
         std::map<std::string, uint64_t> only;
         std::copy_if(kinds.begin(), kinds.end(), std::inserter(only, only.end()),
