@@ -309,7 +309,8 @@ TEST_F(LogcatTest, ShowsWhatWasInFlight) {
     logs.push_back(std::make_unique<Analysis>(std::move(findSeries({path}).front())));
     const auto print = [&](const Logcat& logcat) {
         Output out(mFolder.path("out"));
-        printExceptions(logcat, logs, out);
+        Page page(out);
+        printExceptions(logcat, logs, page);
         out.close();
         return readFile(mFolder.path("out"));
     };

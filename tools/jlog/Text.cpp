@@ -53,11 +53,30 @@ bool isControl(std::string_view character) {
            (first == 0xc2 && static_cast<unsigned char>(character[1]) < 0xa0);
 }
 
+/// Whether a byte is the first of a character of UTF-8.
+bool isFirst(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xc0) != 0x80;
+}
+
 /// Columns on a terminal, if each character takes one.
 size_t widthOf(std::string_view text) {
-    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0xc0) != 0x80;
-    }));
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), isFirst));
+}
+
+/// Control characters but those of `kept`, and what is no UTF-8, as \xNN.
+std::string escape(std::string_view bytes, std::string_view kept) {
+    std::string text;
+    while (!bytes.empty()) {
+        size_t size = characterSize(bytes);
+        if (size > 0 && (!isControl(bytes) || kept.find(bytes[0]) != std::string_view::npos)) {
+            text.append(bytes.substr(0, size));
+        } else {
+            size = 1;
+            text.append(fmt::format("\\x{:02x}", static_cast<unsigned char>(bytes[0])));
+        }
+        bytes.remove_prefix(size);
+    }
+    return text;
 }
 
 std::string_view codeOf(Colour colour) {
@@ -72,7 +91,7 @@ std::string formatDuration(int64_t microseconds) {
     if (microseconds < kMillisecond) {
         return fmt::format("{} us", microseconds);
     }
-    if (microseconds < kSecond) {
+    if (microseconds < kSecond - kMillisecond / 2) {
         return threeDigits(static_cast<double>(microseconds) / kMillisecond) + " ms";
     }
     if (microseconds < kMinute) {
@@ -95,6 +114,17 @@ std::string formatCount(uint64_t count) {
 
 std::string formatCount(uint64_t count, std::string_view noun) {
     return fmt::format("{} {}{}", formatCount(count), noun, count == 1 ? "" : "s");
+}
+
+std::string shorten(std::string_view text, size_t columns) {
+    if (widthOf(text) <= columns) {
+        return std::string(text);
+    }
+    size_t end = 0;
+    for (size_t left = columns - 3; left > 0 || !isFirst(text[end]); end++) {
+        left -= isFirst(text[end]) ? 1U : 0U;
+    }
+    return std::string(text.substr(0, end)) + "...";
 }
 
 std::string formatDateTime(int64_t wall) {
@@ -131,26 +161,17 @@ Page& Page::add(std::string_view text, Colour colour) {
 }
 
 Page& Page::addLogged(std::string_view bytes, Colour colour) {
-    if (!isTerminal()) {
-        return add(bytes, colour);
-    }
-    std::string text;
-    while (!bytes.empty()) {
-        const size_t size = characterSize(bytes);
-        if (size > 0 && (bytes[0] == '\n' || bytes[0] == '\t' || !isControl(bytes))) {
-            text.append(bytes.substr(0, size));
-        } else {
-            text.append(fmt::format("\\x{:02x}", static_cast<unsigned char>(bytes[0])));
-        }
-        bytes.remove_prefix(std::max<size_t>(size > 0 && !isControl(bytes) ? size : 1, 1));
-    }
-    return add(text, colour);
+    return isTerminal() ? add(escape(bytes, "\n\t"), colour) : add(bytes, colour);
 }
 
-void Table::print(Page& page, bool hasHeader) const {
+void Table::print(Page& page, bool hasHeader) {
+    constexpr size_t kMaxWidth = 50;
     std::vector<size_t> widths(mColumns.size(), 0);
-    for (const std::vector<std::string>& row : mRows) {
+    for (std::vector<std::string>& row : mRows) {
         for (size_t i = 0; i < row.size(); i++) {
+            if (page.isTerminal()) {
+                row[i] = shorten(escape(row[i], ""), kMaxWidth);
+            }
             widths[i] = std::max(widths[i], widthOf(row[i]));
         }
     }
@@ -163,7 +184,7 @@ void Table::print(Page& page, bool hasHeader) const {
             line += mColumns[i] == Align::RIGHT ? blanks + row[i] : row[i] + blanks;
         }
         line.erase(line.find_last_not_of(' ') + 1);
-        page.addLogged(line, hasHeader && r == 0 ? Colour::DIM : Colour::PLAIN).endLine();
+        page.add(line, hasHeader && r == 0 ? Colour::DIM : Colour::PLAIN).endLine();
     }
 }
 

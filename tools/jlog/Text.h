@@ -15,6 +15,8 @@ namespace JCam::Tool {
 [[nodiscard]] std::string formatCount(uint64_t count);
 /// "1 file", "2 files".
 [[nodiscard]] std::string formatCount(uint64_t count, std::string_view noun);
+/// At most `columns` characters of a text: of a longer one the first, and "...".
+[[nodiscard]] std::string shorten(std::string_view text, size_t columns);
 /// Entry::wall as "hh:mm:ss.uuu".
 [[nodiscard]] std::string formatTime(int64_t wall);
 /// Entry::wall as "YYYY-MM-DD hh:mm:ss.uuuuuu".
@@ -45,7 +47,8 @@ class Page {
     bool mHasColours;
 };
 
-/// Columns that are as wide as what they hold. A cell's text is a log's.
+/// Columns that are as wide as what they hold, though not wider than a terminal can bear. A cell's
+/// text is a log's.
 class Table {
   public:
     enum class Align : uint8_t { LEFT, RIGHT };
@@ -54,7 +57,7 @@ class Table {
 
     void addRow(std::vector<std::string> cells) { mRows.push_back(std::move(cells)); }
     /// The first row, if it is a header, is dimmed. No blanks at the end of a line.
-    void print(Page& page, bool hasHeader) const;
+    void print(Page& page, bool hasHeader);
 
   private:
     std::vector<Align> mColumns;

@@ -56,7 +56,7 @@ int showCrash(const Logs& logs, const Logcat* logcat, const Options& options, Ou
     }
     if (logcat != nullptr) {
         page.endLine();
-        printExceptions(*logcat, logs, out);
+        printExceptions(*logcat, logs, page);
     }
     return EXIT_FINE;
 }

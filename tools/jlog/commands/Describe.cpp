@@ -55,10 +55,9 @@ void printSeries(const Analysis& log, Page& page) {
                          "{} {}", log.files.pid,
                          log.start ? formatDateTime(*log.start).substr(0, 19) : "of unknown begin"),
                  Colour::BOLD)
-            .add(fmt::format("   {}   {}   {}", files, formatCount(log.health.records, "record"),
-                             formatCount(log.threads.size(), "thread")));
+            .add(fmt::format("  {}  {}", files, formatCount(log.health.records, "record")));
     if (log.firstTime != kNoTime) {
-        page.add(fmt::format("   {} to {}", formatTime(log.wallOf(log.firstTime, 0)),
+        page.add(fmt::format("  {} to {}", formatTime(log.wallOf(log.firstTime, 0)),
                              formatTime(log.wallOf(log.lastTime, log.events))));
     }
     page.endLine();

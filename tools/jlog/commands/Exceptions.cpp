@@ -181,32 +181,24 @@ std::string tally(const std::vector<CameraException>& exceptions, const std::vec
 }
 
 /// Texts of a log hold any bytes, but one line of the table is one line of the terminal.
-void writeLine(Output& out, std::string line) {
+void writeLine(Page& page, std::string line) {
     std::replace_if(
             line.begin(), line.end(), [](char c) { return (c >= '\0' && c < ' ') || c == '\x7f'; },
             ' ');
-    if (line.size() > kColumns) {
-        size_t end = kColumns - 3;
-        while (end > 0 && (line[end] & '\xc0') == '\x80') {
-            end--;  // not within a character of UTF-8
-        }
-        line.resize(end);
-        line += "...";
-    }
+    line = shorten(line, kColumns);
     line.resize(line.find_last_not_of(' ') + 1);
-    out.write(line);
-    out.write("\n");
+    page.addLogged(line).endLine();
 }
 
 void printGroup(const std::vector<CameraException>& exceptions, const std::vector<size_t>& group,
-                Output& out) {
+                Page& page) {
     const CameraException& first = exceptions[group.front()];
     const ExceptionName name = nameOf(first);
-    writeLine(out, fmt::format("{:10}  {:27}  {:14}  {:>3}  {:>6}  {:>5}  {}", codeOf(first),
-                               orDash(name.name), orDash(name.category),
-                               first.camera ? fmt::format("{}", *first.camera) : "-",
-                               first.mode ? fmt::format("0x{:x}", *first.mode) : "-", group.size(),
-                               showTime(first.wall)));
+    writeLine(page, fmt::format("{:10}  {:27}  {:14}  {:>3}  {:>6}  {:>5}  {}", codeOf(first),
+                                orDash(name.name), orDash(name.category),
+                                first.camera ? fmt::format("{}", *first.camera) : "-",
+                                first.mode ? fmt::format("0x{:x}", *first.mode) : "-", group.size(),
+                                showTime(first.wall)));
     std::string process = fmt::format("    {}, pid {}", kindOf(first.kind), first.pid);
     if (const std::string packages = tally(exceptions, group, &CameraException::package);
         !packages.empty()) {
@@ -215,7 +207,7 @@ void printGroup(const std::vector<CameraException>& exceptions, const std::vecto
     if (group.size() > 1) {
         process += ", last " + showTime(exceptions[group.back()].wall);
     }
-    writeLine(out, process);
+    writeLine(page, process);
     const std::pair<std::string_view, std::string CameraException::*> kAnswers[] = {
             {"collector", &CameraException::collector},
             {"node", &CameraException::node},
@@ -224,12 +216,12 @@ void printGroup(const std::vector<CameraException>& exceptions, const std::vecto
     };
     for (const auto& [what, member] : kAnswers) {
         if (const std::string text = tally(exceptions, group, member); !text.empty()) {
-            writeLine(out, fmt::format("    {:10} {}", what, text));
+            writeLine(page, fmt::format("    {:10} {}", what, text));
         }
     }
 }
 
-void printInFlight(const InFlight& inFlight, Output& out) {
+void printInFlight(const InFlight& inFlight, Page& page) {
     std::string_view heading = "in flight";
     for (const auto& [log, scope, openFor, isOwn] : inFlight.scopes) {
         const ScopeName& name = log->names[scope->name];
@@ -237,13 +229,13 @@ void printInFlight(const InFlight& inFlight, Output& out) {
                 openFor == kNoTime
                         ? "from the start"
                         : fmt::format("for {:.3f} ms", static_cast<double>(openFor) / 1e3);
-        writeLine(out, fmt::format("    {:10} request {:<8} {:36} thread {:<7} {}",
-                                   std::exchange(heading, ""), scope->request,
-                                   fmt::format("{}/{}", name.module, name.name),
-                                   log->threads[scope->thread].tid, since));
+        writeLine(page, fmt::format("    {:10} request {:<8} {:36} thread {:<7} {}",
+                                    std::exchange(heading, ""), scope->request,
+                                    fmt::format("{}/{}", name.module, name.name),
+                                    log->threads[scope->thread].tid, since));
     }
     if (inFlight.count > inFlight.scopes.size()) {
-        writeLine(out,
+        writeLine(page,
                   fmt::format("{:15}and {} more", "", inFlight.count - inFlight.scopes.size()));
     }
 }
@@ -293,21 +285,21 @@ ordered_json scopesToJson(const InFlight& inFlight) {
 }  // namespace
 
 void printExceptions(const Logcat& logcat, const std::vector<std::unique_ptr<Analysis>>& logs,
-                     Output& out) {
+                     Page& page) {
     const std::vector<CameraException>& exceptions = logcat.exceptions();
     if (exceptions.empty()) {
-        writeLine(out, "no camera exceptions in the Android log");
+        writeLine(page, "no camera exceptions in the Android log");
     } else {
-        writeLine(out, fmt::format("{:10}  {:27}  {:14}  {:>3}  {:>6}  {:>5}  {}", "code", "name",
-                                   "class", "cam", "mode", "count", "first seen"));
+        writeLine(page, fmt::format("{:10}  {:27}  {:14}  {:>3}  {:>6}  {:>5}  {}", "code", "name",
+                                    "class", "cam", "mode", "count", "first seen"));
     }
     for (const Group& group : collectGroups(logcat, logs)) {
-        printGroup(exceptions, group.events, out);
-        printInFlight(group.inFlight, out);
+        printGroup(exceptions, group.events, page);
+        printInFlight(group.inFlight, page);
     }
     if (logcat.refusedCalls() > 0) {
-        writeLine(out, fmt::format("{} calls refused: no such class, number or module",
-                                   logcat.refusedCalls()));
+        writeLine(page, fmt::format("{} calls refused: no such class, number or module",
+                                    logcat.refusedCalls()));
     }
 }
 

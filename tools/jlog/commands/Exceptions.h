@@ -7,7 +7,7 @@
 
 #include "tools/jlog/analysis/Analysis.h"
 #include "tools/jlog/analysis/Logcat.h"
-#include "tools/jlog/Output.h"
+#include "tools/jlog/Text.h"
 
 namespace JCam::Tool {
 
@@ -15,7 +15,7 @@ namespace JCam::Tool {
 /// and under it what was in flight in the log files of that process when the first of them
 /// happened: at most 16 scopes of the thread that reports it, and 16 of the others. 100 columns.
 void printExceptions(const Logcat& logcat, const std::vector<std::unique_ptr<Analysis>>& logs,
-                     Output& out);
+                     Page& page);
 
 /// The same with each single exception. What is not known is left out.
 [[nodiscard]] nlohmann::ordered_json exceptionsToJson(

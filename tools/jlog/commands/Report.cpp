@@ -21,7 +21,7 @@ constexpr size_t kMaxRows = 20;  // of a table: a report is read at a glance
 constexpr size_t kMaxComplaints = 8;
 constexpr size_t kMaxThreads = 12;
 constexpr size_t kMaxRanges = 6;
-constexpr size_t kMaxText = 64;  // characters of an error
+constexpr size_t kMaxText = 61;  // characters of an error: 100 columns
 
 using Json = nlohmann::ordered_json;
 using Align = Table::Align;
@@ -152,38 +152,37 @@ void printScopes(const Analysis& log, const Selection& selection, Page& page) {
 }
 
 void printGaps(const Analysis& log, const std::vector<Cadence>& cadences, Page& page) {
-    std::string_view section = "gaps";
+    Table table({Align::LEFT, Align::RIGHT, Align::RIGHT, Align::RIGHT, Align::RIGHT, Align::RIGHT,
+                 Align::LEFT});
+    table.addRow({"module", "requests", "median", "gaps", "above", "longest", "before"});
+    std::string absent;
     for (const Cadence& cadence : cadences) {
-        if (cadence.module.empty() && cadence.absent.empty()) {
+        const bool isModule = !cadence.module.empty();
+        if (!cadence.absent.empty()) {
+            absent += fmt::format("requests {} absent{}{}\n", describeRanges(cadence.absent),
+                                  isModule ? " from " : "", cadence.module);
+        }
+        if (!isModule) {
             continue;
         }
-        beginLine(page, section);
-        section = "";
-        if (cadence.module.empty()) {
-            page.add("requests " + describeRanges(cadence.absent) + " absent", Colour::YELLOW)
-                    .endLine();
-            continue;
-        }
-        page.addLogged(cadence.module)
-                .add(fmt::format(": {}, median {}", formatCount(cadence.requests, "request"),
-                                 formatDuration(cadence.median)));
+        std::vector<std::string> row{cadence.module, formatCount(cadence.requests),
+                                     cadence.requests > 1 ? formatDuration(cadence.median) : ""};
         if (!cadence.gaps.empty()) {
-            const auto longest = std::max_element(
+            const Gap& longest = *std::max_element(
                     cadence.gaps.begin(), cadence.gaps.end(),
                     [](const Gap& a, const Gap& b) { return a.interval < b.interval; });
-            const Scope& behind = log.scopes[longest->scope];
-            page.add("; ").add(fmt::format("{} above {}", formatCount(cadence.gaps.size(), "gap"),
-                                           formatDuration(cadence.limit)),
-                               Colour::YELLOW);
-            page.add(fmt::format(", longest {} before request {} at {}",
-                                 formatDuration(longest->interval), behind.request,
-                                 formatTime(log.wallOf(behind.begin, behind.enter))));
+            const Scope& behind = log.scopes[longest.scope];
+            row.insert(row.end(),
+                       {formatCount(cadence.gaps.size()), formatDuration(cadence.limit),
+                        formatDuration(longest.interval),
+                        fmt::format("request {} at {}", behind.request,
+                                    formatTime(log.wallOf(behind.begin, behind.enter)))});
         }
-        if (!cadence.absent.empty()) {
-            page.add("; ").add("requests " + describeRanges(cadence.absent) + " absent",
-                               Colour::YELLOW);
-        }
-        page.endLine();
+        table.addRow(std::move(row));
+    }
+    if (!cadences.empty()) {
+        table.print(page, true);
+        page.addLogged(absent, Colour::YELLOW);
     }
 }
 
@@ -205,14 +204,11 @@ void printComplaints(const Analysis& log, const Selection& selection, Page& page
     for (size_t i = 0; i < std::min(complaints.size(), kMaxComplaints); i++) {
         const Complaint& complaint = complaints[i];
         beginLine(page, i == 0 ? "errors" : "");
-        std::string text = fmt::format("{} {}: {}", complaint.level, log.tags[complaint.tag],
-                                       complaint.text.substr(0, complaint.text.find('\n')));
-        if (text.size() > kMaxText) {
-            text.replace(kMaxText - 3, std::string::npos, "...");
-        }
+        const std::string text = fmt::format("{} {}: {}", complaint.level, log.tags[complaint.tag],
+                                             complaint.text.substr(0, complaint.text.find('\n')));
         page.add(fmt::format("{:>7} x  from {}  ", formatCount(complaint.count),
                              formatTime(complaint.firstWall)))
-                .addLogged(text, colourOf(complaint.level))
+                .addLogged(shorten(text, kMaxText), colourOf(complaint.level))
                 .endLine();
     }
     if (complaints.size() > kMaxComplaints) {
@@ -353,7 +349,10 @@ Json toJson(const Analysis& log, const Selection& selection) {
             {"skipped_bytes", health.skippedBytes},
             {"repeats", log.files.repeats},
             {"clock_steps", log.steps.size()},
-            {"problems", log.files.problems}};
+            {"problems", Json::array()}};
+    for (const std::string& problem : log.files.problems) {
+        series["health"]["problems"].push_back(toUtf8(problem));
+    }
     series["scopes"] = Json::array();
     for (const ScopeStatistics& row : summariseScopes(log, selection)) {
         const Scope& slowest = log.scopes[row.slowest];
@@ -431,7 +430,7 @@ int report(const Logs& logs, const Logcat* logcat, const Selection& selection,
         }
         if (logcat != nullptr) {
             page.endLine();
-            printExceptions(*logcat, logs, out);
+            printExceptions(*logcat, logs, page);
         }
     }
     const bool isFound =
