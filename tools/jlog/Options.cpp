@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
+#include <stdexcept>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -44,8 +44,15 @@ void addSelection(CLI::App& command, Options& options) {
 void addLogcat(CLI::App& command, Options& options) {
     command.add_option("--logcat", options.logcat,
                        "The Android log of the same time: adb logcat -d -v threadtime -v usec")
-            ->check(CLI::ExistingFile.description(""))
             ->type_name("FILE");
+}
+
+void addSeconds(CLI::App& command, const char* name, double& seconds, const char* what) {
+    constexpr double kMax = 1e6;
+    command.add_option(name, seconds, what)
+            ->check(CLI::Range(kMax).description(""))
+            ->type_name("S")
+            ->capture_default_str();
 }
 
 void addJson(CLI::App& command, Options& options, const char* what) {
@@ -69,7 +76,7 @@ void addCommands(CLI::App& app, Options& options) {
     addSelection(report, options);
     addLogcat(report, options);
     report.add_flag("--strict", options.strict,
-                    "Exit with status 1 if records are lost, torn or no records, or if it crashed");
+                    "Exit with status 1 if records are lost or damaged, or if it crashed");
     report.add_flag("--all", options.all,
                     "Every series in full; otherwise, of more than four, the newest");
     addJson(report, options, "One JSON document");
@@ -90,21 +97,12 @@ void addCommands(CLI::App& app, Options& options) {
                        "  jlog show cam_ulog --around 'statistics are damaged' --before 0.05");
     addPaths(show, options);
     addSelection(show, options);
-    CLI::Option* const request =
-            show.add_option("--request", options.request, "The request with this number")
-                    ->type_name("N");
+    show.add_option("--request", options.request, "The request with this number")->type_name("N");
     show.add_option("--around", options.around,
                     "Lines around this time, or around lines with this text")
-            ->type_name("TIME|TEXT")
-            ->excludes(request);
-    show.add_option("--before", options.before, "Seconds in front of it")
-            ->check(CLI::NonNegativeNumber.description(""))
-            ->type_name("S")
-            ->capture_default_str();
-    show.add_option("--after", options.after, "Seconds behind it")
-            ->check(CLI::NonNegativeNumber.description(""))
-            ->type_name("S")
-            ->capture_default_str();
+            ->type_name("TIME|TEXT");
+    addSeconds(show, "--before", options.before, "Seconds in front of it");
+    addSeconds(show, "--after", options.after, "Seconds behind it");
     addLogcat(show, options);
     addJson(show, options, "One JSON object a line");
 
@@ -127,8 +125,10 @@ void addCommands(CLI::App& app, Options& options) {
     CLI::App& diff = addCommand(app, options, Command::DIFF, "diff",
                                 "Scopes and errors of two builds: counts, p50, p99, new and gone",
                                 "jlog diff old/cam_ulog new/cam_ulog");
-    diff.add_option("OLD_NEW", options.paths, "Two files or folders")
-            ->expected(2)
+    diff.add_option("OLD", options.oldPath, "A file or folder of the build before")
+            ->required()
+            ->type_name("");
+    diff.add_option("NEW", options.newPath, "One of the build that is compared with it")
             ->required()
             ->type_name("");
     addSelection(diff, options);
@@ -160,17 +160,14 @@ void addCommands(CLI::App& app, Options& options) {
             ->required()
             ->type_name("FILE");
     addSelection(exported, options);
-    CLI::Option* const scopes =
-            exported.add_flag("--scopes", options.scopesOnly, "Scopes alone, without details");
+    exported.add_flag("--scopes", options.scopesOnly, "Scopes alone, without details");
     exported.add_flag("--records", options.recordsOnly,
-                      "ndjson: an object for each record, not scope")
-            ->excludes(scopes);
+                      "ndjson: an object for each record, not scope");
     exported.add_option("--label", options.label,
                         "ndjson: a text for the column label, for example the build")
             ->type_name("TEXT");
     exported.add_option("--tz", options.timeZone,
-                        "The time zone of the device, for example Asia/Taipei; the machine's if "
-                        "not given")
+                        "The time zone of the device, like Asia/Taipei; else the machine's")
             ->type_name("ZONE");
 }
 
@@ -185,14 +182,14 @@ bool isCommand(const CLI::App& app, const std::string& name) {
 
 std::optional<int> parseOptions(int argc, char** argv, Options& options) {
     CLI::App app(
-            "Reads the log files of the camera logger: what was in flight at a crash, which "
-            "requests "
-            "were slow, what is missing.");
+            "Reads the log files of the camera logger: what was in flight at a crash, which\n"
+            "requests were slow, what is missing.");
     app.name("jlog");
     app.footer(
             "'jlog COMMAND --help' has the options of a command. 'jlog PATH...' is 'jlog report "
-            "PATH...'.\nExit status: 0; 1 found something (diff, report --strict), or nothing "
-            "(show, crash); 2 usage; 3 unreadable.");
+            "PATH...'.\nExit status: 0; 1 found something (diff, report --strict) or nothing "
+            "(show, crash);\n"
+            "2 usage; 3 unreadable.");
     app.require_subcommand(1);
     addCommands(app, options);
 
@@ -206,11 +203,16 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
     try {
         app.parse(std::move(reversed));
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EXIT_FINE : EXIT_USAGE;
+        if (error.get_exit_code() == 0) {
+            return app.exit(error);  // help
+        }
+        throw std::invalid_argument(error.what());
     }
-    if (options.command == Command::SHOW && !options.request && options.around.empty()) {
-        fmt::print(stderr, "show: --request N or --around TIME|TEXT is missing\n");
-        return EXIT_USAGE;
+    if (options.command == Command::SHOW && options.request.has_value() != options.around.empty()) {
+        throw std::invalid_argument("show takes either --request N or --around TIME|TEXT");
+    }
+    if (options.scopesOnly && options.recordsOnly) {
+        throw std::invalid_argument("--scopes and --records exclude each other");
     }
     return std::nullopt;
 }
@@ -243,10 +245,11 @@ std::optional<int64_t> parseTime(const std::string& text, int64_t near) {
     const int hours = number(2);
     rest.remove_prefix(1);
     const int minutes = number(2);
-    int64_t micros = (hours * 60 + minutes) * int64_t{60000000};
+    int seconds = 0;
+    int64_t micros = 0;
     if (Reader::hasShape(rest, ":00")) {
         rest.remove_prefix(1);
-        micros += number(2) * int64_t{1000000};
+        seconds = number(2);
         if (Reader::take(rest, ".")) {
             for (int64_t unit = 100000; !rest.empty() && rest[0] >= '0' && rest[0] <= '9';
                  unit /= 10) {
@@ -255,10 +258,12 @@ std::optional<int64_t> parseTime(const std::string& text, int64_t near) {
             }
         }
     }
-    if (!rest.empty() || hours > 23 || minutes > 59) {
+    if (!rest.empty() || hours > 23 || minutes > 59 || seconds > 59) {
         return std::nullopt;
     }
-    return duration_cast<microseconds>(sys_days(date).time_since_epoch()).count() + micros;
+    const sys_seconds time = sys_days(date) + std::chrono::hours(hours) +
+                             std::chrono::minutes(minutes) + std::chrono::seconds(seconds);
+    return microseconds(time.time_since_epoch()).count() + micros;
 }
 
 }  // namespace JCam::Tool

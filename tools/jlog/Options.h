@@ -12,8 +12,7 @@ namespace JCam::Tool {
 
 enum ExitStatus : int {
     EXIT_FINE = 0,
-    EXIT_FOUND =
-            1,  // what was asked about is there: a difference, damage; or what was wanted is not
+    EXIT_FOUND = 1,  // a difference or damage, if asked for; or nothing of what was wanted
     EXIT_USAGE = 2,
     EXIT_UNREADABLE = 3,
 };
@@ -24,6 +23,8 @@ enum class Command : uint8_t { REPORT, REQUESTS, SHOW, CRASH, MERGE, DIFF, FOLLO
 struct Options {
     Command command = Command::REPORT;
     std::vector<std::filesystem::path> paths;
+    std::filesystem::path oldPath;  // diff
+    std::filesystem::path newPath;
     std::optional<std::filesystem::path> logcat;
     bool json = false;
 
@@ -37,7 +38,7 @@ struct Options {
 
     bool strict = false;              // report
     bool all = false;                 // report
-    std::optional<size_t> slow;       // requests
+    std::optional<uint32_t> slow;     // requests
     std::optional<uint32_t> request;  // show
     std::string around;
     double before = 0.1;  // seconds
@@ -51,8 +52,8 @@ struct Options {
     std::string label;  // ndjson
 };
 
-/// Fills `options`. A value is the exit status to end with: help was asked for, or the command line
-/// is wrong, and the user has been told.
+/// Fills `options`. A value is the exit status to end with: help was asked for. What is wrong with
+/// the command line throws std::invalid_argument with a message for the user.
 [[nodiscard]] std::optional<int> parseOptions(int argc, char** argv, Options& options);
 
 /// A time that a user has typed: "hh:mm[:ss[.ffffff]]" of the day of `near`, with "MM-DD " or

@@ -5,17 +5,20 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
-#include <functional>
-#include <iterator>
+#include <filesystem>
 #include <memory>
+#include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "tools/jlog/analysis/WallClock.h"
 #include "tools/jlog/commands/Commands.h"
@@ -25,10 +28,6 @@
 namespace JCam::Tool {
 
 namespace {
-
-class UsageError : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 /// Shows on a terminal how much has been read, once that takes long.
 class ProgressBar {
@@ -134,6 +133,21 @@ Logs analyse(const std::vector<std::filesystem::path>& paths, const Options& opt
     return logs;
 }
 
+/// A module that nobody has logged is a mistake: without a word of it, output would be empty.
+void checkModule(const Logs& logs, const Selection& selection) {
+    std::set<std::string> modules;
+    for (const auto& log : logs) {
+        for (const ScopeName& name : log->names) {
+            if (selection.takesName(name)) {
+                return;
+            }
+            modules.insert(name.module);
+        }
+    }
+    throw std::runtime_error(fmt::format("no scope of module '{}', but of: {}", *selection.module,
+                                         fmt::join(modules, ", ")));
+}
+
 /// `near`: a time of the logs, for times without a day.
 Selection select(const Options& options, int64_t near) {
     Selection selection;
@@ -147,13 +161,16 @@ Selection select(const Options& options, int64_t near) {
         }
         const std::optional<int64_t> parsed = parseTime(text, near);
         if (!parsed) {
-            throw UsageError(fmt::format("{}: '{}' is not [[YYYY-]MM-DD ]hh:mm[:ss[.ffffff]]",
-                                         option, text));
+            throw std::invalid_argument(fmt::format(
+                    "{}: '{}' is not [[YYYY-]MM-DD ]hh:mm[:ss[.ffffff]]", option, text));
         }
         result = *parsed;
     };
     time(options.since, "--since", selection.since);
     time(options.until, "--until", selection.until);
+    if (selection.since > selection.until) {
+        throw std::invalid_argument("--since is later than --until");
+    }
     return selection;
 }
 
@@ -165,8 +182,8 @@ int run(const Options& options) {
     int status = EXIT_FINE;
     std::unique_ptr<Logcat> logcat;
     if (options.command == Command::DIFF) {
-        const Logs before = analyse({options.paths[0]}, options, logcat);
-        const Logs after = analyse({options.paths[1]}, options, logcat);
+        const Logs before = analyse({options.oldPath}, options, logcat);
+        const Logs after = analyse({options.newPath}, options, logcat);
         status = diff(before, after, select(options, firstTimeOf(after)), options, out);
         out.close();
         return status;
@@ -180,6 +197,9 @@ int run(const Options& options) {
     }
     const Logs logs = analyse(options.paths, options, logcat);
     const Selection selection = select(options, firstTimeOf(logs));
+    if (selection.module) {
+        checkModule(logs, selection);
+    }
     switch (options.command) {
         case Command::REQUESTS:
             status = listRequests(logs, selection, options, out);
@@ -231,8 +251,8 @@ int main(int argc, char** argv) {
         Options options;
         const std::optional<int> status = parseOptions(argc, argv, options);
         return status ? *status : run(options);
-    } catch (const UsageError& error) {
-        fmt::print(stderr, "jlog: {}\n", error.what());
+    } catch (const std::invalid_argument& error) {
+        fmt::print(stderr, "jlog: {} (see jlog --help)\n", error.what());
         return EXIT_USAGE;
     } catch (const std::exception& error) {
         fmt::print(stderr, "jlog: {}\n", error.what());

@@ -3,20 +3,16 @@
 #include <algorithm>
 #include <string_view>
 
+#include "reader/Text.h"
+
 namespace JCam::Tool {
 
 namespace {
 
-bool isModule(const ScopeName& name, const std::string& wanted) {
-    if (name.module == wanted) {
-        return true;
-    }
-    try {
-        size_t used = 0;
-        return std::stoul(wanted, &used, 16) == name.moduleId && used == wanted.size();
-    } catch (const std::exception&) {
-        return false;  // it is not a number
-    }
+bool isHexadecimal(std::string_view digits, uint32_t wanted) {
+    static_cast<void>(Reader::take(digits, "0x"));
+    uint32_t number = 0;
+    return Reader::takeNumber(digits, number, 16) && digits.empty() && number == wanted;
 }
 
 }  // namespace
@@ -30,6 +26,10 @@ bool Selection::takesSeries(const Analysis& log) const {
     return !pid || *pid == log.files.pid;
 }
 
+bool Selection::takesName(const ScopeName& name) const {
+    return !module || name.module == *module || isHexadecimal(*module, name.moduleId);
+}
+
 bool Selection::takesScope(const Analysis& log, const Scope& scope) const {
     if (takesAllScopes()) {
         return true;
@@ -38,7 +38,7 @@ bool Selection::takesScope(const Analysis& log, const Scope& scope) const {
         return thread != kNone && log.threads[thread].tid == *tid;
     };
     if ((tid && !isTid(scope.thread) && !isTid(scope.exitThread)) ||
-        (module && !isModule(log.names[scope.name], *module))) {
+        !takesName(log.names[scope.name])) {
         return false;
     }
     return (scope.enter == kNone || log.wallOf(scope.begin, scope.enter) <= until) &&
@@ -58,7 +58,7 @@ bool Selection::takes(const Analysis& log, const Entry& entry, const Scope* scop
     }
     const uint32_t name =
             entry.kind == Kind::DETAILS ? (scope == nullptr ? kNone : scope->name) : entry.name;
-    return name != kNone && isModule(log.names[name], *module);
+    return name != kNone && takesName(log.names[name]);
 }
 
 }  // namespace JCam::Tool

@@ -19,6 +19,7 @@ struct Selection {
     char level = 'V';                   // the least important level of details
 
     [[nodiscard]] bool takesSeries(const Analysis& log) const;
+    [[nodiscard]] bool takesName(const ScopeName& name) const;
     /// A scope is taken if any of it lies between the times.
     [[nodiscard]] bool takesScope(const Analysis& log, const Scope& scope) const;
     /// An enter or exit, details (whose module is that of `scope`), or what is no record.

@@ -1,7 +1,9 @@
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
+#include "reader/LogFile.h"
 #include "tools/jlog/commands/Commands.h"
 #include "tools/jlog/export/ChromeTrace.h"
 #include "tools/jlog/export/Html.h"
@@ -13,7 +15,12 @@ namespace JCam::Tool {
 
 namespace {
 
+/// A pattern of the shell behind -o may have become the first of the logs. They are not replaced.
 std::unique_ptr<Output> openOutput(const Options& options) {
+    if (Reader::parseName(options.outputFile)) {
+        throw std::invalid_argument("--output: " + options.outputFile.string() +
+                                    " has the name of a log file");
+    }
     return options.outputFile == "-" ? std::make_unique<Output>()
                                      : std::make_unique<Output>(options.outputFile);
 }

@@ -73,12 +73,10 @@ int listRequests(const Logs& logs, const Selection& selection, const Options& op
     for (size_t i = 0; i < logs.size(); i++) {
         std::vector<Request> requests = listRequests(*logs[i], selection);
         if (options.slow) {
-            const auto end = requests.begin() +
-                             static_cast<std::ptrdiff_t>(std::min(*options.slow, requests.size()));
-            std::partial_sort(
-                    requests.begin(), end, requests.end(),
+            std::stable_sort(
+                    requests.begin(), requests.end(),
                     [](const Request& a, const Request& b) { return a.duration() > b.duration(); });
-            requests.erase(end, requests.end());
+            requests.resize(std::min<size_t>(*options.slow, requests.size()));
         }
         if (options.json) {
             for (const Request& request : requests) {

@@ -43,7 +43,7 @@ void setTimeZone(const std::string& name) {
         return;
     }
     if (!isKnown(name)) {
-        throw std::runtime_error("'" + name + "' is not a time zone");
+        throw std::invalid_argument("--tz: '" + name + "' is not a time zone");
     }
     setenv("TZ", name.c_str(), 1);
     tzset();
