@@ -1,8 +1,8 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <map>
@@ -11,7 +11,6 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -27,9 +26,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::milliseconds kInterval(100);
+constexpr int kIntervalMs = 100;
 
 volatile std::sig_atomic_t gIsStopped = 0;
+
+/// Waits until it is time to look again. False once nobody reads the output any more.
+bool wait() {
+    pollfd output{STDOUT_FILENO, 0, 0};
+    return poll(&output, 1, kIntervalMs) <= 0;
+}
 
 /// Gives records what a selection asks for, as they come: the scope that a thread is in.
 class LiveScopes {
@@ -115,7 +120,7 @@ class Tail {
         if (fd < 0) {
             return;  // deleted; another one follows
         }
-        constexpr size_t kReadBytes = 1 << 20;
+        constexpr size_t kReadBytes = 1 << 16;
         for (ssize_t got = 1; got > 0 && gIsStopped == 0;) {
             const size_t before = mPending.size();
             mPending.resize(before + kReadBytes);
@@ -153,31 +158,32 @@ class Tail {
 class Follower {
   public:
     Follower(const Options& options, const Selection& selection, Output& out)
-            : mFolder(options.paths.front()), mSelection(selection), mOut(out), mPage(out) {
-        look(false);
-    }
+            : mFolder(options.paths.front()), mSelection(selection), mOut(out), mPage(out) {}
 
     void run() {
-        while (gIsStopped == 0) {
-            for (auto& [key, followed] : mSeries) {
-                read(followed);
+        do {
+            look();
+            mIsRunning = true;
+            for (const auto& [key, followed] : mSeries) {
+                if (followed) {
+                    read(*followed);
+                }
             }
             mOut.flush();
-            std::this_thread::sleep_for(kInterval);
-            look(true);
-        }
+        } while (wait() && gIsStopped == 0);
     }
 
   private:
     using Key = std::pair<int, std::string>;
     struct Followed {
-        Followed(const Reader::LogFile& file, bool fromBegin) : tail(file, fromBegin) {}
+        Followed(Reader::LogFile file, bool fromBegin) : tail(std::move(file), fromBegin) {}
         Tail tail;
         LiveScopes scopes;
     };
 
-    /// Finds new files. When it starts, the newest series of each process is followed.
-    void look(bool isRunning) {
+    /// Finds new files. The first time, the newest series of each process is followed; later each
+    /// that appears.
+    void look() {
         std::vector<Reader::LogFile> files = Reader::listLogFiles(mFolder);
         for (size_t i = 0; i < files.size(); i++) {
             Reader::LogFile& file = files[i];
@@ -185,37 +191,32 @@ class Follower {
                 continue;
             }
             if (file.isCrash) {
-                tellCrash(file, isRunning);
+                tellCrash(file);
                 continue;
             }
-            const Key key(file.pid, file.start);
-            const auto found = mSeries.find(key);
-            if (found != mSeries.end()) {
-                if (file.index > found->second->tail.file().index) {
-                    read(found->second);  // the last of it
-                    found->second->tail.rotate(std::move(file));
-                }
-                continue;
-            }
+            const auto [found, isNew] = mSeries.try_emplace({file.pid, file.start});
+            std::unique_ptr<Followed>& followed = found->second;
             const bool isNewest =
                     i + 1 == files.size() || files[i + 1].pid != file.pid || files[i + 1].isCrash;
-            if (isRunning || isNewest) {
-                // One of a process that has been followed is a new start.
-                mSeries.emplace(key, std::make_unique<Followed>(file, isRunning));
+            if (mIsRunning ? isNew : isNewest) {
+                followed = std::make_unique<Followed>(std::move(file), mIsRunning);
+            } else if (followed && file.index > followed->tail.file().index) {
+                read(*followed);  // the last of it
+                followed->tail.rotate(std::move(file));
             }
         }
     }
 
-    void tellCrash(const Reader::LogFile& file, bool isRunning) {
-        if (mCrashes.insert(file.path).second && isRunning) {
+    void tellCrash(const Reader::LogFile& file) {
+        if (mCrashes.insert(file.path).second && mIsRunning) {
             mPage.add("crash file ", Colour::RED).addLogged(file.path.string()).endLine();
         }
     }
 
-    void read(const std::unique_ptr<Followed>& followed) {
-        followed->tail.read([&](const Reader::Record& record) {
+    void read(Followed& followed) {
+        followed.tail.read([&](const Reader::Record& record) {
             const char level = record.line ? record.line->level : '\0';
-            if (record.line ? followed->scopes.takes(*record.line, mSelection)
+            if (record.line ? followed.scopes.takes(*record.line, mSelection)
                             : !mSelection.tid && !mSelection.module) {
                 mPage.addLogged(record.bytes, colourOf(level));
             }
@@ -226,8 +227,9 @@ class Follower {
     const Selection& mSelection;
     Output& mOut;
     Page mPage;
-    std::map<Key, std::unique_ptr<Followed>> mSeries;
-    std::set<fs::path> mCrashes;  // that have been told of
+    std::map<Key, std::unique_ptr<Followed>> mSeries;  // null: older than those that are followed
+    std::set<fs::path> mCrashes;                       // that have been told of
+    bool mIsRunning = false;
 };
 
 }  // namespace
