@@ -12,7 +12,7 @@ namespace JCam::Tool {
 
 namespace {
 
-constexpr size_t kBufferBytes = 256 * 1024;
+constexpr size_t kBufferBytes = size_t{256} * 1024;
 
 }  // namespace
 

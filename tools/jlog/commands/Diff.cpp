@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -131,21 +130,17 @@ Json toJson(const std::optional<Side>& side) {
 
 int diff(const Logs& before, const Logs& after, const Selection& selection, const Options& options,
          Output& out) {
-    const Sides old = collect(before, selection);
-    const Sides now = collect(after, selection);
-    std::vector<Row> rows;
-    const auto find = [](const Sides& sides, const std::string& name) -> std::optional<Side> {
-        const auto found = sides.find(name);
-        return found == sides.end() ? std::nullopt : std::optional(found->second);
-    };
-    std::set<std::string> names;
-    for (const Sides* sides : {&old, &now}) {
-        for (const auto& [name, side] : *sides) {
-            names.insert(name);
-        }
+    std::map<std::string, Row> byName;
+    for (const auto& [name, side] : collect(before, selection)) {
+        byName[name].before = side;
     }
-    for (const std::string& name : names) {
-        rows.push_back({name, find(old, name), find(now, name)});
+    for (const auto& [name, side] : collect(after, selection)) {
+        byName[name].after = side;
+    }
+    std::vector<Row> rows;
+    rows.reserve(byName.size());
+    for (const auto& [name, row] : byName) {
+        rows.push_back({name, row.before, row.after});
     }
     // What has changed first, the largest p99 in front.
     std::stable_sort(rows.begin(), rows.end(), [&](const Row& a, const Row& b) {

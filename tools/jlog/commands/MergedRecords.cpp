@@ -50,7 +50,7 @@ struct Kept {
 class Puller {
   public:
     explicit Puller(const Analysis& log) : mLog(log) {
-        constexpr uint64_t kFewBytes = 256 * 1024;
+        constexpr uint64_t kFewBytes = uint64_t{256} * 1024;
         uint64_t bytes = 0;
         for (const Piece& piece : log.files.pieces) {
             bytes += piece.end - piece.begin;
@@ -89,7 +89,7 @@ class Puller {
         mBatches.pop_front();
         mSpace.notify_one();
         mNext = 1;
-        return &mBatch[0];
+        return mBatch.data();
     }
 
   private:
