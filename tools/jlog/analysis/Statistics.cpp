@@ -202,7 +202,8 @@ std::vector<Cadence> findGaps(const Analysis& log, const Selection& selection) {
     for (size_t i = 0; i < cadences.size(); i++) {
         std::vector<NumberRange> absent = findAbsent(modules[i].numbers);
         cadences[i].requests = modules[i].numbers.size();
-        if (i == 0 || isDense(modules[i].numbers)) {
+        // What others have worked on is not absent from the series.
+        if (i == 0 ? !selection.tid && !selection.module : isDense(modules[i].numbers)) {
             cadences[i].absent = std::move(absent);
         }
         findGapsOf(cadences[i], modules[i].intervals);

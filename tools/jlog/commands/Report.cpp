@@ -159,8 +159,8 @@ void printGaps(const Analysis& log, const std::vector<Cadence>& cadences, Page& 
     for (const Cadence& cadence : cadences) {
         const bool isModule = !cadence.module.empty();
         if (!cadence.absent.empty()) {
-            absent += fmt::format("requests {} absent{}{}\n", describeRanges(cadence.absent),
-                                  isModule ? " from " : "", cadence.module);
+            absent += fmt::format("requests absent{}{}: {}\n", isModule ? " from " : "",
+                                  cadence.module, describeRanges(cadence.absent));
         }
         if (!isModule) {
             continue;
@@ -262,19 +262,19 @@ void printThreads(const Analysis& log, Page& page) {
     });
     const double seconds =
             static_cast<double>(std::max<int64_t>(log.lastTime - log.firstTime, 1)) / 1e6;
+    Table table({Align::LEFT, Align::RIGHT, Align::RIGHT, Align::LEFT});
+    table.addRow({"thread", "records", "a second", "modules"});
     for (size_t i = 0; i < std::min(order.size(), kMaxThreads); i++) {
         const Thread& thread = log.threads[order[i]];
-        beginLine(page, i == 0 ? "threads" : "");
-        page.add(fmt::format("tid {:<6} {:>11} records {:>9}/s  ", thread.tid,
-                             formatCount(thread.records),
-                             formatCount(static_cast<uint64_t>(static_cast<double>(thread.records) /
-                                                               seconds))))
-                .addLogged(modules[order[i]])
-                .endLine();
+        const double rate = static_cast<double>(thread.records) / seconds;
+        table.addRow({std::to_string(thread.tid), formatCount(thread.records),
+                      formatCount(static_cast<uint64_t>(rate)), modules[order[i]]});
+    }
+    if (!order.empty()) {
+        table.print(page, true);
     }
     if (order.size() > kMaxThreads) {
-        beginLine(page, "");
-        page.add(fmt::format("and {} more", order.size() - kMaxThreads), Colour::DIM).endLine();
+        page.add(fmt::format("and {} more threads\n", order.size() - kMaxThreads), Colour::DIM);
     }
 }
 

@@ -39,9 +39,11 @@ void printJson(const Analysis& log, const Request& request, Output& out) {
     std::string name;
     appendQuoted(name, nameOf(log, slowest.name));
     out.write(fmt::format(
-            "{{\"pid\":{},\"request\":{},\"begin\":\"{}\",\"duration_us\":{},\"open\":{},"
+            "{{\"pid\":{},\"start\":{},\"request\":{},\"begin\":\"{}\",\"duration_us\":{},"
+            "\"open\":{},"
             "\"scopes\":{},\"threads\":{},\"modules\":{}],\"slowest\":{},\"slowest_us\":{}}}\n",
-            log.files.pid, request.number, formatDateTime(wallOf(log, request)), request.duration(),
+            log.files.pid, log.start ? '"' + formatDateTime(*log.start) + '"' : "null",
+            request.number, formatDateTime(wallOf(log, request)), request.duration(),
             request.isOpen, request.scopes, request.threads.size(), modules, name,
             slowest.isClosed() ? std::to_string(slowest.end - slowest.begin) : "null"));
 }
