@@ -9,8 +9,8 @@ usage: scripts/test_package.sh
 Installs the release build, moves the tree elsewhere, and builds and runs examples/consumer
 against it, by find_package and by pkg-config; then the same with what the Debian packages
 contain. The consumer and the headers are compiled as C++17 and as C++20, by g++ and
-by clang++, without a warning. Runs jlog, and looks whether its manual page and completion know all
-its options. Looks for the documents that README names. Everything stays under
+by clang++, without a warning. Runs jlog, looks whether its manual page and completion know all its
+options, and lets lnav read a log with its format. Looks for the documents that README names. Everything stays under
 build/package, the packages too.
 TEXT
     exit 0
@@ -77,10 +77,15 @@ test_tree() {
 test_tool() {
     local prefix=$1 command option words
     local jlog=$prefix/bin/jlog page=$prefix/share/man/man1/jlog.1
-    printf '03-15 14:25:30.123456  4321  4350 I Stream  : configure done\n' \
-        >"$package/cam_jlog_4321_2024_0315_142530_01.txt"
-    "$jlog" "$package/cam_jlog_4321_2024_0315_142530_01.txt" | grep -q '^series   4321 2024-03-15 14:25:30' ||
-        die "$jlog does not report"
+    local log=$package/lnav/cam_jlog_4321_2024_0315_142530_01.txt
+    mkdir -p "$package/lnav"
+    cat >"$log" <<'LOG'
+-- CONTINUED --
+03-15 14:25:30.123456  4321  4350 D JLog    : R AppRequest:42 M[Preview:4] +  :process Frame #17
+03-15 14:25:30.123460  4321  4351 W Stream  : configure: done #1
+03-15 14:25:30.123471  4321  4350 D JLog    : R AppRequest:42 M[Preview:4] -  :process Frame #18
+LOG
+    "$jlog" "$log" | grep -q '^series   4321 2024-03-15 14:25:30' || die "$jlog does not report"
     for command in $("$jlog" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p'); do
         grep -q "^.B $command\$" "$page" || die "jlog.1 does not describe $command"
         words=$(PATH=$prefix/bin:$PATH bash -c 'source "$0"; COMP_WORDS=(jlog "$1" --) COMP_CWORD=2; _jlog
@@ -90,10 +95,18 @@ test_tool() {
             [[ $words = *" $option "* ]] || die "the completion of $command lacks $option"
         done < <("$jlog" "$command" --help | grep -oE -- '--[a-z]+' | sort -u)
     done
-    echo "ran $jlog"
+    # lnav takes an enter, an exit and details for one format, with all their fields.
+    local formats=$package/lnav/formats/jcam_jlog
+    mkdir -p "$formats"
+    cp "$prefix/share/jcam-jlog-tools/jcam_jlog.lnav.json" "$formats/"
+    words=$(lnav -n -I "$package/lnav" -c ';SELECT count(tag), count(DISTINCT tid), count(scope),
+        max(request), max(edge || module || scope || serial), max(log_level), max(tag) FROM jcam_jlog' \
+        -c ':write-csv-to -' "$package"/lnav/cam_jlog_*.txt | tail -1)
+    [ "$words" = '3,2,2,42,-Previewprocess Frame18,warning,Stream' ] || die "lnav reads: $words"
+    echo "ran $jlog, and lnav with its format"
 }
 
-need_packages clang dpkg-dev file pkg-config
+need_packages clang dpkg-dev file lnav pkg-config
 build_preset release --target jcam_jlog jcam_platform jcam_liblog jlc_vnd jlog
 unset ANDROID_LOG_TAGS
 package=$PWD/build/package
