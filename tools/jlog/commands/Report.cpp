@@ -118,15 +118,15 @@ void printHealth(const Analysis& log, Page& page) {
         warn(problem);
     }
     const std::map<Fate, size_t> fates = countFates(log);
-    const auto tell = [&](Fate fate, std::string_view what) {
+    const auto tell = [&](Fate fate, std::string_view noun, std::string_view what) {
         if (const auto found = fates.find(fate); found != fates.end()) {
-            warn(formatCount(found->second, what));
+            warn(fmt::format("{} {}", formatCount(found->second, noun), what));
         }
     };
-    tell(Fate::BEFORE_LOG, "scope opened before this log: exit alone,");
-    tell(Fate::NO_ENTER, "exit without enter,");
-    tell(Fate::ENTER_LOST, "exit whose enter is lost,");
-    tell(Fate::EXIT_LOST, "enter whose exit is lost or still to come,");
+    tell(Fate::BEFORE_LOG, "scope", "opened before this log");
+    tell(Fate::NO_ENTER, "exit", "without enter");
+    tell(Fate::ENTER_LOST, "exit", "whose enter is lost");
+    tell(Fate::EXIT_LOST, "enter", "whose exit is lost or still to come");
 }
 
 void printScopes(const Analysis& log, const Selection& selection, Page& page) {
