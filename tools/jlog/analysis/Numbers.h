@@ -13,6 +13,16 @@
 
 namespace JCam::Tool {
 
+/// The number of `key` in a map of numbers that count from 0. `add` is called if it is new.
+template <typename Map, typename Key, typename Add>
+uint32_t numberOf(Map& map, Key key, const Add& add) {
+    const auto [found, isNew] = map.try_emplace(std::move(key), static_cast<uint32_t>(map.size()));
+    if (isNew) {
+        add();
+    }
+    return found->second;
+}
+
 /// Numbers for byte strings. Open addressing: a look-up is one comparison as a rule.
 class Numbers {
   public:

@@ -9,6 +9,7 @@
 
 #include "tools/jlog/analysis/Analysis.h"
 #include "tools/jlog/analysis/Block.h"
+#include "tools/jlog/analysis/Numbers.h"
 
 namespace JCam::Tool {
 
@@ -59,16 +60,6 @@ class Translation {
     }
 
   private:
-    template <typename Map, typename Key, typename Add>
-    static uint32_t numberOf(Map& map, Key key, const Add& add) {
-        const auto [found, isNew] =
-                map.try_emplace(std::move(key), static_cast<uint32_t>(map.size()));
-        if (isNew) {
-            add();
-        }
-        return found->second;
-    }
-
     /// "Preview:4] +  :IspNode", which a parser has seen to be of that form.
     static ScopeName parse(std::string_view scope) {
         constexpr size_t kBehindId = sizeof("] +  :") - 1;

@@ -16,6 +16,7 @@
 
 #include "reader/LogFile.h"
 #include "reader/Records.h"
+#include "tools/jlog/analysis/Numbers.h"
 #include "tools/jlog/analysis/Pairing.h"
 #include "tools/jlog/commands/Commands.h"
 #include "tools/jlog/Text.h"
@@ -74,16 +75,6 @@ class LiveScopes {
     }
 
   private:
-    template <typename Map, typename Key, typename Add>
-    static uint32_t numberOf(Map& map, Key key, const Add& add) {
-        const auto [found, isNew] =
-                map.try_emplace(std::move(key), static_cast<uint32_t>(map.size()));
-        if (isNew) {
-            add();
-        }
-        return found->second;
-    }
-
     Analysis mLog{SeriesFiles{}};  // its tables
     Pairing mPairing;
     std::map<int, uint32_t> mThreads;
