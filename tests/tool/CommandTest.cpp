@@ -218,7 +218,7 @@ second line
 $ jlog show logs --around '03-15 10:00:00.0246' --before 0 --after 0 --level D --tid 101
   2024-03-15 10:00:00.024600   100   101 D JLog    : R AppRequest:6 M[Preview:4] +  :IspNode #14
 [0]
-$ jlog crash logs
+$ jlog crash logs/cam_jlog_100_NE_2024_0315_100001_01.txt
 series   100 2024-03-15 10:00:00  2 files + 1 crash file  15 records  10:00:00.001 to 10:00:00.024
 crash    SIGSEGV : addr = 0x10   last record 2024-03-15 10:00:00.024650
 file     logs/cam_jlog_100_NE_2024_0315_100001_01.txt

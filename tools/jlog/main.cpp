@@ -20,6 +20,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "reader/LogFile.h"
 #include "tools/jlog/analysis/WallClock.h"
 #include "tools/jlog/commands/Commands.h"
 #include "tools/jlog/Options.h"
@@ -66,6 +67,23 @@ class ProgressBar {
     uint64_t mDone = 0;
     bool mIsShown = false;
 };
+
+/// With a crash file that is named by itself, the log files of its process that lie beside it.
+std::vector<std::filesystem::path> addBeside(std::vector<std::filesystem::path> paths) {
+    const std::vector<std::filesystem::path> named = paths;
+    for (const std::filesystem::path& path : named) {
+        const std::optional<Reader::LogFile> crash = Reader::parseName(path);
+        if (crash && crash->isCrash) {
+            for (const Reader::LogFile& file :
+                 Reader::listLogFiles((path.parent_path() / "."), crash->pid)) {
+                if (!file.isCrash) {
+                    paths.push_back(file.path);
+                }
+            }
+        }
+    }
+    return paths;
+}
 
 /// The series of the process that the user wants.
 std::vector<SeriesFiles> find(const std::vector<std::filesystem::path>& paths,
@@ -195,7 +213,8 @@ int run(const Options& options) {
         return exportNdjson(std::move(series), selection, options,
                             [&](uint64_t bytes) { progress.add(bytes); });
     }
-    const Logs logs = analyse(options.paths, options, logcat);
+    const bool isCrash = options.command == Command::CRASH;
+    const Logs logs = analyse(isCrash ? addBeside(options.paths) : options.paths, options, logcat);
     const Selection selection = select(options, firstTimeOf(logs));
     if (selection.module) {
         checkModule(logs, selection);
