@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <system_error>
 #include <utility>
 
@@ -58,8 +57,6 @@ void Output::writeAll(std::string_view bytes) {
         if (written >= 0) {
             mWritten += static_cast<size_t>(written);
             bytes.remove_prefix(static_cast<size_t>(written));
-        } else if (errno == EPIPE && mFd == STDOUT_FILENO) {
-            _exit(EXIT_SUCCESS);
         } else if (errno != EINTR) {
             const int error = errno;
             mBuffer.clear();

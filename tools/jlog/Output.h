@@ -8,8 +8,7 @@
 namespace JCam::Tool {
 
 /// Collects text or bytes and writes them to a file or to standard output. What cannot be written
-/// throws std::system_error. A reader of standard output that has gone away ends the program with
-/// status 0: it has seen what it wanted.
+/// throws std::system_error; its code is std::errc::broken_pipe if the reader has gone away.
 class Output {
   public:
     /// Standard output.

@@ -265,7 +265,7 @@ int64_t firstTimeOf(const Logs& logs) {
 
 int main(int argc, char** argv) {
     using namespace JCam::Tool;
-    std::signal(SIGPIPE, SIG_IGN);  // Output finds out by itself
+    std::signal(SIGPIPE, SIG_IGN);  // so that Output finds out
     try {
         Options options;
         const std::optional<int> status = parseOptions(argc, argv, options);
@@ -273,6 +273,12 @@ int main(int argc, char** argv) {
     } catch (const std::invalid_argument& error) {
         fmt::print(stderr, "jlog: {} (see jlog --help)\n", error.what());
         return EXIT_USAGE;
+    } catch (const std::system_error& error) {
+        if (error.code() == std::errc::broken_pipe) {
+            return EXIT_FINE;  // the reader has seen what it wanted
+        }
+        fmt::print(stderr, "jlog: {}\n", error.what());
+        return EXIT_UNREADABLE;
     } catch (const std::exception& error) {
         fmt::print(stderr, "jlog: {}\n", error.what());
         return EXIT_UNREADABLE;
