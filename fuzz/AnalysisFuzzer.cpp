@@ -63,7 +63,7 @@ std::vector<std::string> checkRecords(std::string_view file, int pid) {
     std::vector<std::string> found;
     size_t offset = file.starts_with(kMark) ? kMark.size() : 0;
     Reader::Records records(file, pid);
-    while (const auto record = records.next()) {
+    while (const auto* const record = records.next()) {
         check(record->offset == offset && !record->bytes.empty() &&
                       record->bytes.data() == file.data() + offset,
               "a record begins where the one before it ends");

@@ -211,7 +211,9 @@ std::string_view parseBehindOrigin(std::string_view text, Line& line) {
         return "no colon behind the tag";
     }
     line.text = text;
-    if (line.tag == "JLog" && !parseScope(text, line.scope.emplace())) {
+    // A name may hold newlines; what is behind the serial of a scope is not its.
+    if (line.tag == "JLog" && !parseScope(text, line.scope.emplace()) &&
+        !parseScope(text.substr(0, text.find('\n')), *line.scope)) {
         line.scope.reset();
     }
     return {};

@@ -18,12 +18,15 @@ std::string_view firstLine(std::string_view text) {
 }
 
 std::optional<CrashCause> parseCrash(std::string_view text) {
-    constexpr std::string_view kBehindSignal = " : addr = 0x";
+    constexpr std::string_view kBehindSignal = " : addr = ";
     CrashCause crash;
     crash.signal = text.substr(0, text.find(kBehindSignal));
     text.remove_prefix(crash.signal.size());
-    const bool fits = take(text, kBehindSignal) && takeNumber(text, crash.address, 16) &&
-                      (text.empty() || text == "\n");
+    // Libraries of C differ in how they print a null pointer.
+    const bool fits =
+            take(text, kBehindSignal) &&
+            (take(text, "(nil)") || (take(text, "0x") && takeNumber(text, crash.address, 16))) &&
+            (text.empty() || text == "\n");
     return fits ? std::optional(crash) : std::nullopt;
 }
 
@@ -37,6 +40,14 @@ bool takeBegin(OriginReader& origins, std::string_view& text, Origin& origin, in
     }
     text.remove_prefix(size - head.size());
     return true;
+}
+
+/// Whether `line`, the last one of a file, is the begin of a record that ends within its origin.
+bool isTornBegin(std::string_view line) {
+    constexpr std::string_view kShape = "00-00 00:00:00.000000";
+    const std::string_view stamp = line.substr(0, kShape.size());
+    return !line.ends_with('\n') && hasShape(stamp, kShape.substr(0, stamp.size())) &&
+           line.find_first_not_of("0123456789 VDIWEF", stamp.size()) == std::string_view::npos;
 }
 
 }  // namespace
@@ -97,7 +108,8 @@ const Record* Records::next() {
         line = rest.substr(size);
     } while (!line.empty() && !beginsRecord(line) && !record.crash &&
              // No text has a NUL: what is behind one is not this record's.
-             (line = firstLine(line), !isLine || !hasNul(mBegin + size + line.size())));
+             (line = firstLine(line), !isLine || !hasNul(mBegin + size + line.size())) &&
+             !(isLine && isTornBegin(line)));
 
     record.lines = mLineNumber - record.lineNumber;
     record.bytes = rest.substr(0, size);

@@ -43,6 +43,11 @@ TEST(Reader, TakesFilesApart) {
             {"-- CONTINUED --\n" + at + "I Tag     : \n", {"2:51930123456|I|Tag||"}},
             {at + "D JLog    : R AppRequest:42 M[(null):ff] -  :a #1\n#b #17\n",
              {"1:42|(null)|255|-|a #1\n#b|17|"}},
+            // What is behind a scope is not its; a stamp that ends early is the begin of a record.
+            {at + "D JLog    : R AppRequest:1 M[A:4] +  :b #2\nx\n03-15 14:25:30.12",
+             {"1:1|A|4|+|b|2|", "3:no record begins here|*"}},
+            {"SIGSEGV : addr = (nil)\n" + at + "I Tag     : \n",
+             {"1:SIGSEGV|0|", "2:51930123456|I|Tag||"}},
             {at + "D JLog    : R AppRequest:42 M[A:4] *  :\n",
              {"1:51930123456|D|JLog|R AppRequest:42 M[A:4] *  :|"}},
             {at + "E A: long: tag: x: y\n-- CONTINUED --\n\n" + at + "V ABCDEFGH:: #1",
@@ -62,7 +67,7 @@ TEST(Reader, TakesFilesApart) {
     for (const auto& row : rows) {
         std::vector<std::string> records;
         Records walk(row.bytes, 4321);
-        while (const auto record = walk.next()) {
+        while (const auto* const record = walk.next()) {
             records.push_back(describe(*record));
         }
         EXPECT_EQ(records, row.records) << row.bytes;
@@ -80,7 +85,7 @@ TEST(Reader, GoesThroughFilesInTheirOrder) {
     std::filesystem::create_directory(folder.path("cam_jlog_11_2026_0101_000000_01.txt"));
     std::vector<std::string> found;
     Series series(listLogFiles(folder.path()));
-    while (const auto record = series.next()) {
+    while (const auto* const record = series.next()) {
         found.emplace_back(record->bytes.empty() ? record->skipped : record->bytes);
     }
     std::vector<std::string> expected = names;

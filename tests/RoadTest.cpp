@@ -74,7 +74,7 @@ TEST(Road, EveryEventOfFourThreadsIsInTheFilesOnceAndInOrder) {
     std::array<unsigned int, kThreads> events{};
     uint32_t serial = 0;
     Reader::Series series(Reader::listLogFiles(folder.path()));
-    while (const auto record = series.next()) {
+    while (const auto* const record = series.next()) {
         ASSERT_TRUE(record->line && !record->isTorn) << record->bytes;
         const Reader::Line& line = *record->line;
         const std::string_view name = line.scope ? line.scope->name : line.tag;

@@ -200,6 +200,9 @@ TEST_F(AnalysisTest, GivesStampsTheirYearAndFindsWhereTheClockWasSet) {
             {"01-02@03:00:00 1+a 1-a", "2026-11-26 14:51:00.001000", 1000},
             {"12-31@23:59:59 1+a 01-01@00:00:01 1-a", "2026-11-26 14:51:02.000000", 2000000},
             {"01-20@12:00:00 1+a", "2027-01-20 12:00:00.000000", 0, 0, "2027_0105_120000_04"},
+            {"01-01@00:05:00 1+a", "2027-01-02 14:25:30.000000", 0, 0, "2027_0102_142530_01"},
+            {"04-20@12:00:00 1+a", "2027-10-15 12:00:00.000000", 0, 0, "2027_1015_120000_01"},
+            {"01-25@12:00:00 1+a", "2028-01-25 12:00:00.000000", 0, 0, "2027_1220_120000_05"},
     };
     for (const auto& row : rows) {
         writeAlone(logOf(row.words), "cam_jlog_7_" + row.series + ".txt");
@@ -363,7 +366,7 @@ TEST_F(AnalysisTest, AccountsForEachByteOnceWhereverBlocksMeet) {
     const std::string text = damagedLog();
     std::vector<std::string> expected;
     Reader::Records whole(text, 7);
-    while (const auto record = whole.next()) {
+    while (const auto* const record = whole.next()) {
         expected.push_back(fmt::format("{}+{} {}", record->offset, record->bytes.size(),
                                        record->line ? "line" : record->skipped));
     }

@@ -155,6 +155,7 @@ Trace readChromeTrace(const Support::TempFolder& folder, const TraceOptions& opt
     Trace trace;
     std::map<int, size_t> processes;
     std::map<std::string, std::string> lanes;
+    std::map<std::string, std::vector<json>> open;  // arguments of begins, by track
     const json file = json::parse(Support::readFile(folder.path("trace.json")));
     trace.start = file["otherData"]["start_ns"];
     for (const json& event : file["traceEvents"]) {
@@ -180,7 +181,19 @@ Trace readChromeTrace(const Support::TempFolder& folder, const TraceOptions& opt
         }
         if (phase != "i") {
             read.phase = phase == "B" || phase == "b" ? "B" : "E";
-            for (const auto& [key, value] : event["args"].items()) {
+            json args = event["args"];
+            std::vector<json>& begins = open[read.track];
+            if (read.phase == "B") {
+                begins.push_back(args);
+            } else if (!begins.empty()) {
+                // What an end says of its scope, the begin has said.
+                for (const char* const key : {"request", "module_id"}) {
+                    EXPECT_EQ(args[key], begins.back()[key]) << read.name;
+                    args.erase(key);
+                }
+                begins.pop_back();
+            }
+            for (const auto& [key, value] : args.items()) {
                 read.what += fmt::format(" {}={}", key, value.get<uint64_t>());
             }
         } else if (event["s"] == "p") {

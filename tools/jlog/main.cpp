@@ -125,7 +125,13 @@ void tellProblems(const Logs& logs) {
         for (const std::string& problem : log->files.problems) {
             fmt::print(stderr, "jlog: {}\n", problem);
         }
-        unreadable += log->health.records == 0 && !log->files.problems.empty() ? 1U : 0U;
+        if (log->health.records == 0 && log->health.skippedBytes > 0) {
+            fmt::print(stderr, "jlog: {}: no record in it\n",
+                       log->files.files.front().path.string());
+            unreadable++;
+        } else if (log->health.records == 0 && !log->files.problems.empty()) {
+            unreadable++;
+        }
     }
     if (unreadable == logs.size()) {
         throw std::runtime_error("nothing could be read");

@@ -4,6 +4,8 @@
 #include <fstream>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include "tools/jlog/analysis/EntryMaker.h"
 #include "tools/jlog/analysis/FirstPass.h"
 #include "tools/jlog/analysis/Pairing.h"
@@ -49,6 +51,10 @@ class Stacks {
 };
 
 }  // namespace
+
+std::string moduleOf(const ScopeName& name) {
+    return name.module == "(null)" ? fmt::format("(null):{:x}", name.moduleId) : name.module;
+}
 
 Analysis::Analysis(SeriesFiles seriesFiles, std::optional<int64_t> knownBootTime)
         : files(std::move(seriesFiles)), start(parseStart(files.start)), bootTime(knownBootTime) {}

@@ -22,6 +22,9 @@ struct ScopeName {
     bool crossesThreads = false;
 };
 
+/// "Preview", or "(null):6" for a module that the logger has no name for.
+[[nodiscard]] std::string moduleOf(const ScopeName& name);
+
 /// Where a record is.
 struct Place {
     uint32_t file = kNone;  // index into SeriesFiles::files
@@ -135,6 +138,7 @@ class Analysis {
     int64_t firstTime = kNoTime;
     int64_t lastTime = kNoTime;
     uint32_t events = 0;                // enters and exits
+    std::vector<ClockStep> silences;    // long ones: `offset` is their length
     bool isMonotonic = false;           // stamps are of that clock; Entry::wall is computed
     std::vector<Complaint> complaints;  // in the order they appear
     std::vector<Crash> crashes;         // by crash file, the oldest first

@@ -142,9 +142,8 @@ class FirstPass {
             // Nothing but a clock that was set, or a device that slept, keeps scopes open for so
             // long, if no record is missing.
             constexpr int64_t kMaxSilence = 600000000;
-            if (time - mLog.lastTime > kMaxSilence && mPairing.openCount() > 0 && !isGap)
-                    [[unlikely]] {
-                time = step();
+            if (time - mLog.lastTime > kMaxSilence && !isGap) [[unlikely]] {
+                time = mPairing.openCount() > 0 ? step() : noteSilence(time);
             }
             mLog.lastTime = time;
         }
@@ -171,6 +170,15 @@ class FirstPass {
         mOffset = mWall - mLog.lastTime;
         mLog.steps.push_back({mLog.health.records, mLog.events, mLog.lastTime, mOffset});
         return mLog.lastTime;
+    }
+
+    /// Nobody had anything to log, or the clock was set forward: nothing tells the two apart.
+    int64_t noteSilence(int64_t time) {
+        constexpr size_t kMaxSilences = 1000;
+        if (mLog.silences.size() < kMaxSilences) {
+            mLog.silences.push_back({mLog.health.records, mLog.events, time, time - mLog.lastTime});
+        }
+        return time;
     }
 
     /// Records are missing between the last scope event and this one: what was taken since for a

@@ -83,6 +83,11 @@ void collect(const fs::path& path, std::vector<LogFile>& files) {
 
 /// A file may be named twice, in whatever way: by links, or by itself and by its folder.
 void dropRepeated(std::vector<LogFile>& files) {
+    // A file has its own name, and a link may have any.
+    std::stable_partition(files.begin(), files.end(), [](const LogFile& file) {
+        std::error_code error;
+        return !fs::is_symlink(file.path, error);
+    });
     std::set<std::pair<dev_t, ino_t>> seen;
     std::erase_if(files, [&](const LogFile& file) {
         struct stat status = {};

@@ -159,7 +159,8 @@ std::vector<Request> listRequests(const Analysis& log, const Selection& selectio
             request.slowest = i;
         }
         if (std::none_of(request.names.begin(), request.names.end(), [&](uint32_t name) {
-                return log.names[name].module == log.names[scope.name].module;
+                return log.names[name].moduleId == log.names[scope.name].moduleId &&
+                       log.names[name].module == log.names[scope.name].module;
             })) {
             request.names.push_back(scope.name);
         }
@@ -176,18 +177,18 @@ std::vector<Cadence> findGaps(const Analysis& log, const Selection& selection) {
     };
     std::map<std::string, size_t> numbers;
     std::vector<Cadence> cadences(1);
-    std::vector<size_t> moduleOf;  // of each name
+    std::vector<size_t> moduleOfName;
     for (const ScopeName& name : log.names) {
-        const auto [found, isNew] = numbers.try_emplace(name.module, cadences.size());
+        const auto [found, isNew] = numbers.try_emplace(moduleOf(name), cadences.size());
         if (isNew) {
-            cadences.emplace_back().module = name.module;
+            cadences.emplace_back().module = found->first;
         }
-        moduleOf.push_back(found->second);
+        moduleOfName.push_back(found->second);
     }
     std::vector<Module> modules(cadences.size());
     for (uint32_t i = 0; i < log.scopes.size(); i++) {
         const Scope& scope = log.scopes[i];
-        Module& module = modules[moduleOf[scope.name]];
+        Module& module = modules[moduleOfName[scope.name]];
         if (scope.begin == kNoTime || !selection.takesScope(log, scope) ||
             !module.recent.insert(scope.request)) {
             continue;

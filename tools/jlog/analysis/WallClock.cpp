@@ -105,16 +105,20 @@ void WallClock::setDate(uint16_t date, int64_t microseconds) {
     }
     mHasDay = true;
     mDay = *best;
-    // A series begins within moments of its first record; what is left of it may begin weeks later.
-    // Devices run for less than three months.
-    const int64_t maxDelay = (mIsWhole ? 2 : 30) * kDay;
-    const int64_t delay = isFirst && mStart ? *best + microseconds - *mStart : 0;
-    if ((delay > maxDelay || delay < -2 * kDay) && (date / 100 <= 3 || date == 1231)) {
+    if (isFirst && mStart && (mBootTime || isMonotonicStart(*best + microseconds - *mStart))) {
         mIsMonotonic = true;
         const int64_t first = beginOf(date == 1231 ? 1969 : 1970, date).value_or(0) + microseconds;
         mOffset = mBootTime.value_or(*mStart - first);
         mDay = first - microseconds + mOffset;
     }
+}
+
+/// Judges by the time from the start of the series to its first record, in the year that makes it
+/// least. Nobody logs long before the start. A HAL may idle for days before it logs, and what is
+/// left of a series may begin weeks after its start; but a device does not run for months.
+bool WallClock::isMonotonicStart(int64_t delay) const {
+    constexpr int64_t kMinute = 60 * kSecond;
+    return delay < -10 * kMinute || delay > (mIsWhole ? 30 : 90) * kDay;
 }
 
 }  // namespace JCam::Tool

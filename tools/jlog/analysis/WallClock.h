@@ -38,6 +38,7 @@ class WallClock {
 
   private:
     void setDate(uint16_t date, int64_t microseconds);
+    [[nodiscard]] bool isMonotonicStart(int64_t delay) const;
 
     const std::optional<int64_t> mStart;
     const std::optional<int64_t> mBootTime;

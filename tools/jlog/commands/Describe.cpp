@@ -27,7 +27,7 @@ std::string describeStack(const Analysis& log, const std::vector<uint32_t>& scop
             text += " > ";
         }
         if (name.module != module && name.module != name.name) {
-            text += name.module + "/";
+            text += moduleOf(name) + "/";
         }
         module = name.module;
         text += name.name;
@@ -38,7 +38,7 @@ std::string describeStack(const Analysis& log, const std::vector<uint32_t>& scop
 }  // namespace
 
 std::string nameOf(const Analysis& log, uint32_t name) {
-    return log.names[name].module + "/" + log.names[name].name;
+    return moduleOf(log.names[name]) + "/" + log.names[name].name;
 }
 
 void printSeries(const Analysis& log, Page& page) {

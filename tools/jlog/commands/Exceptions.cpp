@@ -231,7 +231,7 @@ void printInFlight(const InFlight& inFlight, Page& page) {
                         : fmt::format("for {:.3f} ms", static_cast<double>(openFor) / 1e3);
         writeLine(page, fmt::format("    {:10} request {:<8} {:36} thread {:<7} {}",
                                     std::exchange(heading, ""), scope->request,
-                                    fmt::format("{}/{}", name.module, name.name),
+                                    fmt::format("{}/{}", moduleOf(name), name.name),
                                     log->threads[scope->thread].tid, since));
     }
     if (inFlight.count > inFlight.scopes.size()) {

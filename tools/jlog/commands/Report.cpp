@@ -90,7 +90,9 @@ void printHealth(const Analysis& log, Page& page) {
     size_t shown = 0;
     for (const SerialRun& run : log.runs) {
         if (run.lost > 0 && ++shown <= kMaxRanges) {
-            warn(fmt::format("serials {}..{} are missing", run.serial - run.lost, run.serial - 1));
+            warn(run.lost == 1 ? fmt::format("serial {} is missing", run.serial - 1)
+                               : fmt::format("serials {}..{} are missing", run.serial - run.lost,
+                                             run.serial - 1));
         }
     }
     if (shown > kMaxRanges) {
@@ -108,6 +110,12 @@ void printHealth(const Analysis& log, Page& page) {
     }
     for (size_t i = 0; i < std::min(log.steps.size(), kMaxRanges); i++) {
         warn(describeStep(log, i));
+    }
+    for (size_t i = 0; i < std::min(log.silences.size(), kMaxRanges); i++) {
+        const ClockStep& silence = log.silences[i];
+        warn(fmt::format("nothing was logged for {} until {}, or the clock was set forward",
+                         formatDuration(silence.offset),
+                         formatTime(log.wallOf(silence.time, silence.ordinal))));
     }
     if (log.isMonotonic) {
         warn(log.bootTime ? "stamps of the monotonic clock, set right by the lines in logcat"
@@ -220,11 +228,11 @@ void printComplaints(const Analysis& log, const Selection& selection, Page& page
 
 /// The modules whose scopes each thread has entered, the first few.
 std::vector<std::string> listModules(const Analysis& log) {
-    std::map<std::string_view, uint32_t> numbers;
-    std::vector<uint32_t> moduleOf;  // of each name
+    std::map<std::string, uint32_t> numbers;
+    std::vector<uint32_t> modules;  // of each name
     for (const ScopeName& name : log.names) {
-        moduleOf.push_back(numbers.try_emplace(name.module, static_cast<uint32_t>(numbers.size()))
-                                   .first->second);
+        const auto next = static_cast<uint32_t>(numbers.size());
+        modules.push_back(numbers.try_emplace(moduleOf(name), next).first->second);
     }
     std::vector<std::string_view> names(numbers.size());
     for (const auto& [name, number] : numbers) {
@@ -234,7 +242,7 @@ std::vector<std::string> listModules(const Analysis& log) {
     std::vector<std::vector<uint32_t>> ofThread(log.threads.size());
     for (const Scope& scope : log.scopes) {
         std::vector<uint32_t>& found = ofThread[scope.thread];
-        const uint32_t module = moduleOf[scope.name];
+        const uint32_t module = modules[scope.name];
         if (found.size() < kMaxModules &&
             std::find(found.begin(), found.end(), module) == found.end()) {
             found.push_back(module);
@@ -357,6 +365,7 @@ Json toJson(const Analysis& log, const Selection& selection) {
     for (const ScopeStatistics& row : summariseScopes(log, selection)) {
         const Scope& slowest = log.scopes[row.slowest];
         series["scopes"].push_back({{"module", toUtf8(log.names[row.name].module)},
+                                    {"module_id", log.names[row.name].moduleId},
                                     {"name", toUtf8(log.names[row.name].name)},
                                     {"count", row.count},
                                     {"p50_us", row.p50},

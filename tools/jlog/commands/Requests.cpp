@@ -19,7 +19,7 @@ using Align = Table::Align;
 std::string modulesOf(const Analysis& log, const Request& request) {
     std::string text;
     for (const uint32_t name : request.names) {
-        text += (text.empty() ? "" : ", ") + log.names[name].module;
+        text += (text.empty() ? "" : ", ") + moduleOf(log.names[name]);
     }
     return text;
 }
@@ -61,7 +61,7 @@ void printTable(const Analysis& log, const std::vector<Request>& requests, Page&
                  formatCount(request.scopes), std::to_string(request.threads.size()),
                  nameOf(log, slowest.name) +
                          (slowest.isClosed() ? " " + formatDuration(slowest.end - slowest.begin)
-                                             : " still open"),
+                                             : ", " + std::string(nameOf(log.fateOf(slowest)))),
                  modulesOf(log, request)});
     }
     table.print(page, true);

@@ -27,7 +27,7 @@ class RequestPrinter {
     void printHeader() {
         std::string modules;
         for (const uint32_t name : mRequest.names) {
-            modules += (modules.empty() ? "" : ", ") + mLog.names[name].module;
+            modules += (modules.empty() ? "" : ", ") + moduleOf(mLog.names[name]);
         }
         const Scope& first = mLog.scopes[mRequest.first];
         mPage.add(fmt::format("request {}", mRequest.number), Colour::BOLD)
@@ -172,6 +172,15 @@ int showAround(const Logs& logs, const Logcat* logcat, const Selection& selectio
     const auto hasText = [&](std::string_view bytes) {
         return !time && bytes.find(options.around) != std::string_view::npos;
     };
+    // As the file has it, or as jlog prints it: without the blanks behind a short tag.
+    std::string shown;
+    const auto recordHasText = [&](const Analysis& log, const Entry& entry) {
+        if (time || entry.kind != Kind::DETAILS || hasText(entry.bytes)) {
+            return hasText(entry.bytes);
+        }
+        shown.assign(1, entry.level).append(" ").append(log.tags[entry.name]).append(": ");
+        return hasText(shown.append(entry.text));
+    };
     Windows windows;
     const auto addHit = [&](int64_t wall) { windows.add(wall - before, wall + after); };
     if (time) {
@@ -179,7 +188,7 @@ int showAround(const Logs& logs, const Logcat* logcat, const Selection& selectio
     } else {
         for (const auto& log : logs) {
             log->forEachRecord([&](const Entry& entry, uint32_t scope) {
-                if (entry.wall != kNoTime && hasText(entry.bytes) &&
+                if (entry.wall != kNoTime && recordHasText(*log, entry) &&
                     selection.takes(*log, entry, scope)) {
                     addHit(entry.wall);
                 }
@@ -198,21 +207,22 @@ int showAround(const Logs& logs, const Logcat* logcat, const Selection& selectio
     std::string json;
     std::ptrdiff_t last = -1;
     /// Whether something of that time is shown. Then what separates it from the line before is.
-    const auto begin = [&](int64_t wall, std::string_view bytes) {
+    const auto begin = [&](int64_t wall, const auto& isHit) {
         const std::ptrdiff_t window = wall == kNoTime ? -1 : windows.find(wall);
         if (window < 0) {
             return false;
         }
         if (!options.json) {
             page.add(last >= 0 && window != last ? "--\n" : "", Colour::DIM);
-            page.add(hasText(bytes) ? "> " : "  ", Colour::BOLD);
+            page.add(isHit() ? "> " : "  ", Colour::BOLD);
         }
         json.clear();
         last = window;
         return true;
     };
     const auto onRecord = [&](const Analysis& log, const Entry& entry, const Scope* scope) {
-        if (!selection.takes(log, entry, scope) || !begin(entry.wall, entry.bytes)) {
+        if (!selection.takes(log, entry, scope) ||
+            !begin(entry.wall, [&] { return recordHasText(log, entry); })) {
             return;
         }
         if (options.json) {
@@ -223,7 +233,7 @@ int showAround(const Logs& logs, const Logcat* logcat, const Selection& selectio
         }
     };
     const auto onLine = [&](const LogcatLine& line) {
-        if (!takesLine(selection, line) || !begin(line.wall, line.bytes)) {
+        if (!takesLine(selection, line) || !begin(line.wall, [&] { return hasText(line.bytes); })) {
             return;
         }
         if (options.json) {

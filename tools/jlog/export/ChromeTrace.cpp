@@ -88,9 +88,10 @@ class SeriesWriter : public Timeline::Writer {
     void end(uint32_t i, int64_t time) override {
         const Scope& scope = mLog.scopes[i];
         startEvent(mEnds[mTimeline.trackOf(i)], time, mNames[scope.name]);
-        mEvent += R"(,"args":{)";
+        addArgument(R"(,"args":{"request":)", scope.request);
+        addArgument(R"(,"module_id":)", mLog.names[scope.name].moduleId);
         if (scope.isClosed()) {
-            addArgument(R"("exit_serial":)", mLog.serialOf(scope.exit));
+            addArgument(R"(,"exit_serial":)", mLog.serialOf(scope.exit));
             if (mTimeline.isInLane(i)) {
                 addArgument(R"(,"exit_tid":)", mLog.threads[scope.exitThread].tid);
             }
