@@ -415,6 +415,7 @@ TEST_F(CommandTest, FollowsRotationsAndRestarts) {
     write(first, scope(1000, 500, 501, "1 Preview:4 + Preview", 1));
     write("out", "");
     const pid_t child = start("follow live --level D --module Preview >out");
+    const pid_t jsonChild = start("follow live --level D --module Preview --json >json");
     std::string expected = scope(1000, 500, 501, "1 Preview:4 + Preview", 1);
     bool isAsExpected = true;
     const auto expectAlso = [&](const std::string& text) {
@@ -444,12 +445,23 @@ TEST_F(CommandTest, FollowsRotationsAndRestarts) {
     append("live/cam_jlog_600_2024_0315_100002_01.txt",
            scope(2000, 600, 601, "1 Preview:4 + Preview", 1));
     expectAlso(scope(2000, 600, 601, "1 Preview:4 + Preview", 1));
-    kill(child, SIGINT);
-    int status = -1;
-    if (!Support::await([&] { return waitpid(child, &status, WNOHANG) == child; })) {
-        kill(child, SIGKILL);
+    const auto objects = [&] { return readFile(mFolder.path("json")); };
+    EXPECT_TRUE(Support::await([&] { return objects().find("\"pid\":600") != std::string::npos; }));
+    const std::string all = objects();
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 5) << all;
+    EXPECT_THAT(all, HasSubstr(R"("pid":500,"start":"2024-03-15 10:00:00.000000",)"
+                               R"("time":"2024-03-15 10:00:00.001200","tid":501,"kind":"details",)"
+                               R"("level":"D","module":"Preview","module_id":4,"name":"Preview",)"
+                               R"("request":1,"serial":null,"inferred":true,"tag":"Tag",)"
+                               R"("text":"in Preview"})"));
+    for (const pid_t follower : {child, jsonChild}) {
+        kill(follower, SIGINT);
+        int status = -1;
+        if (!Support::await([&] { return waitpid(follower, &status, WNOHANG) == follower; })) {
+            kill(follower, SIGKILL);
+        }
+        EXPECT_EQ(status, 0);
     }
-    EXPECT_EQ(status, 0);
 }
 
 }  // namespace

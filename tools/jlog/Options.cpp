@@ -146,6 +146,7 @@ void addCommands(CLI::App& app, Options& options) {
             ->required()
             ->type_name("");
     addFilters(follow, options);
+    addJson(follow, options, "One JSON object a line");
 
     CLI::App& exported = addCommand(app, options, Command::EXPORT, "export",
                                     "A file for a trace viewer, a browser or a database",

@@ -9,6 +9,8 @@
 #include <memory>
 #include <string_view>
 
+#include "tools/jlog/analysis/WallClock.h"
+
 namespace JCam::Tool {
 
 namespace {
@@ -158,8 +160,7 @@ void BlockParser::walk(Block& block, size_t begin, size_t end, int pid) {
 void BlockParser::fill(RawRecord& raw, const Reader::Record& record, const Reader::Line& line) {
     const Reader::Origin& origin = line.origin;
     raw.microseconds = origin.microseconds;
-    const auto digit = [&](size_t i) { return static_cast<uint16_t>(origin.date[i] - '0'); };
-    raw.date = static_cast<uint16_t>(digit(0) * 1000 + digit(1) * 100 + digit(3) * 10 + digit(4));
+    raw.date = dateOf(origin);
     raw.level = line.level;
     raw.thread = numberOf(origin.tid);
     raw.textOffset = static_cast<uint32_t>(line.text.data() - record.bytes.data());

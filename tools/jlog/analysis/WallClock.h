@@ -1,8 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
+
+#include "reader/Line.h"
 
 namespace JCam::Tool {
 
@@ -16,6 +19,12 @@ namespace JCam::Tool {
 
 /// A time of Entry::wall as "YYYY-MM-DD hh:mm:ss.uuuuuu", in 27 characters with the NUL.
 void formatWall(int64_t wall, char (&text)[27]);
+
+/// The date of a line, as WallClock takes it: month * 100 + day.
+[[nodiscard]] inline uint16_t dateOf(const Reader::Origin& origin) {
+    const auto digit = [&](size_t i) { return origin.date[i] - '0'; };
+    return static_cast<uint16_t>(digit(0) * 1000 + digit(1) * 100 + digit(3) * 10 + digit(4));
+}
 
 /// Gives the stamps of a series their year, and finds where the clock was set.
 class WallClock {

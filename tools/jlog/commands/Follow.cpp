@@ -14,11 +14,15 @@
 #include <utility>
 #include <vector>
 
+#include <fmt/format.h>
+
 #include "reader/LogFile.h"
 #include "reader/Records.h"
 #include "tools/jlog/analysis/Numbers.h"
 #include "tools/jlog/analysis/Pairing.h"
+#include "tools/jlog/analysis/WallClock.h"
 #include "tools/jlog/commands/Commands.h"
+#include "tools/jlog/export/Json.h"
 #include "tools/jlog/Text.h"
 
 namespace JCam::Tool {
@@ -37,47 +41,73 @@ bool wait() {
     return poll(&output, 1, kIntervalMs) <= 0;
 }
 
-/// Gives records what a selection asks for, as they come: the scope that a thread is in.
-class LiveScopes {
+/// Makes entries of records as they come, with the scope that their thread is in.
+class LiveEntries {
   public:
-    LiveScopes() : mPairing(mLog.scopes, mLog.names) {}
-    LiveScopes(const LiveScopes&) = delete;
-    LiveScopes& operator=(const LiveScopes&) = delete;
+    explicit LiveEntries(const Reader::LogFile& file)
+            : mLog(seriesOf(file)),
+              mPairing(mLog.scopes, mLog.names),
+              mClock(mLog.start, std::nullopt, false) {}
+    LiveEntries(const LiveEntries&) = delete;
+    LiveEntries& operator=(const LiveEntries&) = delete;
 
-    /// Whether the record is wanted.
-    bool takes(const Reader::Line& line, const Selection& selection) {
+    /// Calls `visit` with the tables, the entry and the scope, nullptr if there is none.
+    template <typename Visit>
+    void read(const Reader::Record& record, const Visit& visit) {
         Entry entry;
-        entry.thread = numberOf(mThreads, line.origin.tid,
-                                [&] { mLog.threads.emplace_back().tid = line.origin.tid; });
-        entry.level = line.level;
-        uint32_t index = kNone;
-        if (line.scope) {
-            entry.kind = line.scope->sign == '+' ? Kind::ENTER : Kind::EXIT;
-            entry.name = numberOf(
-                    mNames, std::pair(line.scope->moduleId, std::string(line.scope->name)), [&] {
-                        ScopeName& name = mLog.names.emplace_back();
-                        name.module = line.scope->module;
-                        name.moduleId = line.scope->moduleId;
-                        name.name = line.scope->name;
-                    });
-            const Pairing::Event event{entry.thread, entry.name, line.scope->requestNo, mOrdinal++,
-                                       0};
-            index = entry.kind == Kind::ENTER ? mPairing.enter(event) : mPairing.exit(event);
+        entry.bytes = record.bytes;
+        uint32_t scope = kNone;
+        if (record.line) {
+            scope = fill(entry, *record.line);
         } else {
-            entry.kind = Kind::DETAILS;
-            index = mPairing.innermost(entry.thread);
+            entry.wall = entry.time = kNoTime;
+            entry.text = record.skipped;
         }
-        const bool isTaken = selection.takes(mLog, entry, index);
+        visit(mLog, entry, scope == kNone ? nullptr : &mLog.scopes[scope]);
         if (entry.kind == Kind::EXIT) {
-            mPairing.recycle(index);
+            mPairing.recycle(scope);
         }
-        return isTaken;
     }
 
   private:
-    Analysis mLog{SeriesFiles{}};  // its tables
+    static SeriesFiles seriesOf(const Reader::LogFile& file) {
+        SeriesFiles series;
+        series.pid = file.pid;
+        series.start = file.start;
+        return series;
+    }
+
+    uint32_t fill(Entry& entry, const Reader::Line& line) {
+        entry.thread = numberOf(mThreads, line.origin.tid,
+                                [&] { mLog.threads.emplace_back().tid = line.origin.tid; });
+        entry.level = line.level;
+        entry.text = line.text;
+        entry.wall = entry.time = mClock.wallOf(dateOf(line.origin), line.origin.microseconds);
+        if (!line.scope) {
+            entry.kind = Kind::DETAILS;
+            entry.name = numberOf(mTags, std::string(line.tag),
+                                  [&] { mLog.tags.emplace_back(line.tag); });
+            return mPairing.innermost(entry.thread);
+        }
+        entry.kind = line.scope->sign == '+' ? Kind::ENTER : Kind::EXIT;
+        entry.request = line.scope->requestNo;
+        entry.serial = line.scope->serial;
+        entry.name = numberOf(mNames,
+                              std::pair(line.scope->moduleId, std::string(line.scope->name)), [&] {
+                                  ScopeName& name = mLog.names.emplace_back();
+                                  name.module = line.scope->module;
+                                  name.moduleId = line.scope->moduleId;
+                                  name.name = line.scope->name;
+                              });
+        const Pairing::Event event{entry.thread, entry.name, entry.request, mOrdinal++, entry.time};
+        return entry.kind == Kind::ENTER ? mPairing.enter(event) : mPairing.exit(event);
+    }
+
+    Analysis mLog;  // its tables, and the scopes that are open
     Pairing mPairing;
+    WallClock mClock;
     std::map<int, uint32_t> mThreads;
+    std::map<std::string, uint32_t> mTags;
     std::map<std::pair<uint32_t, std::string>, uint32_t> mNames;
     uint32_t mOrdinal = 0;
 };
@@ -149,7 +179,11 @@ class Tail {
 class Follower {
   public:
     Follower(const Options& options, const Selection& selection, Output& out)
-            : mFolder(options.paths.front()), mSelection(selection), mOut(out), mPage(out) {}
+            : mFolder(options.paths.front()),
+              mIsJson(options.json),
+              mSelection(selection),
+              mOut(out),
+              mPage(out) {}
 
     void run() {
         do {
@@ -167,9 +201,10 @@ class Follower {
   private:
     using Key = std::pair<int, std::string>;
     struct Followed {
-        Followed(Reader::LogFile file, bool fromBegin) : tail(std::move(file), fromBegin) {}
+        Followed(const Reader::LogFile& file, bool fromBegin)
+                : tail(file, fromBegin), entries(file) {}
         Tail tail;
-        LiveScopes scopes;
+        LiveEntries entries;
     };
 
     /// Finds new files. The first time, the newest series of each process is followed; later each
@@ -190,7 +225,7 @@ class Follower {
             const bool isNewest =
                     i + 1 == files.size() || files[i + 1].pid != file.pid || files[i + 1].isCrash;
             if (mIsRunning ? isNew : isNewest) {
-                followed = std::make_unique<Followed>(std::move(file), mIsRunning);
+                followed = std::make_unique<Followed>(file, mIsRunning);
             } else if (followed && file.index > followed->tail.file().index) {
                 read(*followed);  // the last of it
                 followed->tail.rotate(std::move(file));
@@ -199,25 +234,39 @@ class Follower {
     }
 
     void tellCrash(const Reader::LogFile& file) {
-        if (mCrashes.insert(file.path).second && mIsRunning) {
+        if (!mCrashes.insert(file.path).second || !mIsRunning) {
+            return;
+        }
+        if (mIsJson) {
+            fmt::print(stderr, "jlog: crash file {}\n", file.path.string());
+        } else {
             mPage.add("crash file ", Colour::RED).addLogged(file.path.string()).endLine();
         }
     }
 
     void read(Followed& followed) {
-        followed.tail.read([&](const Reader::Record& record) {
-            const char level = record.line ? record.line->level : '\0';
-            if (record.line ? followed.scopes.takes(*record.line, mSelection)
-                            : !mSelection.tid && !mSelection.module) {
-                mPage.addLogged(record.bytes, colourOf(level));
+        const auto print = [&](const Analysis& log, const Entry& entry, const Scope* scope) {
+            if (!mSelection.takes(log, entry, scope)) {
+                return;
             }
-        });
+            if (mIsJson) {
+                mJson.clear();
+                appendRecord(mJson, log, entry, scope, "");
+                mOut.write(mJson);
+            } else {
+                mPage.addLogged(entry.bytes, colourOf(entry.level));
+            }
+        };
+        followed.tail.read(
+                [&](const Reader::Record& record) { followed.entries.read(record, print); });
     }
 
     const fs::path mFolder;
+    const bool mIsJson;
     const Selection& mSelection;
     Output& mOut;
     Page mPage;
+    std::string mJson;
     std::map<Key, std::unique_ptr<Followed>> mSeries;  // null: older than those that are followed
     std::set<fs::path> mCrashes;                       // that have been told of
     bool mIsRunning = false;
