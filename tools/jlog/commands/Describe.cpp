@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "reader/Line.h"
 

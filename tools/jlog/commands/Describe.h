@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "tools/jlog/analysis/Analysis.h"
 #include "tools/jlog/analysis/Statistics.h"
