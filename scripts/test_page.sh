@@ -14,7 +14,7 @@ TEXT
     exit 0
 fi
 
-need_packages chromium libjs-d3
+need_packages chromium python3
 build_preset release --target camera_host jlog
 jlog=build/release/tools/jlog/jlog
 out=build/page
@@ -171,9 +171,9 @@ export_page "$out/logs" demo
 export_page "$out/crash-logs" crash
 export_page "$out/odd-logs" odd
 
-python3 scripts/expect_page.py 5 "$out"/logs/*.txt >"$out/demo.expected"
+/usr/bin/python3 scripts/expect_page.py 5 "$out"/logs/*.txt >"$out/demo.expected"
 check_page demo request=5 "$out/demo.expected"
-python3 scripts/expect_page.py 5 "$out"/crash-logs/cam_jlog_*.txt >"$out/crash.expected"
+/usr/bin/python3 scripts/expect_page.py 5 "$out"/crash-logs/cam_jlog_*.txt >"$out/crash.expected"
 check_page crash request=5 "$out/crash.expected"
 cat >"$out/odd.expected" <<'TEXT'
 health serials complete
