@@ -10,10 +10,12 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -99,23 +101,14 @@ std::vector<SeriesFiles> find(const std::vector<std::filesystem::path>& paths,
 }
 
 uint64_t countBytes(const std::vector<SeriesFiles>& series) {
-    uint64_t total = 0;
-    for (const SeriesFiles& files : series) {
-        for (const uint64_t size : files.sizes) {
-            total += size;
-        }
-    }
-    return total;
+    return std::accumulate(
+            series.begin(), series.end(), uint64_t{0},
+            [](uint64_t sum, const SeriesFiles& files) { return sum + files.bytes(); });
 }
 
 uint64_t countBytes(const Logs& logs) {
-    uint64_t total = 0;
-    for (const auto& log : logs) {
-        for (const uint64_t size : log->files.sizes) {
-            total += size;
-        }
-    }
-    return total;
+    return std::accumulate(logs.begin(), logs.end(), uint64_t{0},
+                           [](uint64_t sum, const auto& log) { return sum + log->files.bytes(); });
 }
 
 /// Files that cannot be read are told, and the others go on without them.
@@ -279,13 +272,11 @@ int main(int argc, char** argv) {
     } catch (const std::invalid_argument& error) {
         fmt::print(stderr, "jlog: {} (see jlog --help)\n", error.what());
         return EXIT_USAGE;
-    } catch (const std::system_error& error) {
-        if (error.code() == std::errc::broken_pipe) {
+    } catch (const std::exception& error) {
+        const auto* const system = dynamic_cast<const std::system_error*>(&error);
+        if (system != nullptr && system->code() == std::errc::broken_pipe) {
             return EXIT_FINE;  // the reader has seen what it wanted
         }
-        fmt::print(stderr, "jlog: {}\n", error.what());
-        return EXIT_UNREADABLE;
-    } catch (const std::exception& error) {
         fmt::print(stderr, "jlog: {}\n", error.what());
         return EXIT_UNREADABLE;
     }

@@ -62,13 +62,9 @@ Analysis::Analysis(SeriesFiles seriesFiles, std::optional<int64_t> knownBootTime
 Analysis::Analysis(SeriesFiles seriesFiles, const Progress& progress,
                    std::optional<int64_t> knownBootTime)
         : Analysis(std::move(seriesFiles), knownBootTime) {
-    uint64_t bytes = 0;
-    for (const Piece& piece : files.pieces) {
-        bytes += piece.end - piece.begin;
-    }
     // At full load. What is not used costs address space alone.
     constexpr uint64_t kBytesPerScope = 400;
-    scopes.reserve(bytes / kBytesPerScope);
+    scopes.reserve(files.bytes() / kBytesPerScope);
     readRecords(*this, nullptr, progress);
     if (std::any_of(names.begin(), names.end(),
                     [](const ScopeName& name) { return name.crossesThreads; })) {

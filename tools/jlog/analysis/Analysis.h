@@ -16,7 +16,6 @@ struct ScopeName {
     std::string module;
     uint32_t moduleId = 0;
     std::string name;
-    uint64_t details = 0;  // records that threads logged with such a scope innermost: inferred
     /// Entered on one thread and left on another at least once: scopes of this name do not nest
     /// into those of their thread.
     bool crossesThreads = false;
@@ -35,8 +34,6 @@ struct Place {
 struct Thread {
     int tid = 0;
     uint64_t records = 0;
-    uint64_t scopes = 0;  // that it entered
-    int64_t firstTime = kNoTime;
     int64_t lastTime = kNoTime;
     Place lastRecord;
 };
@@ -100,6 +97,12 @@ struct Health {
     uint64_t oddSerials = 0;    // that are not above the one before
 };
 
+/// Nobody had anything to log, or the clock was set forward: nothing tells the two apart.
+struct Silence {
+    int64_t end = 0;  // Entry::wall of the record behind it
+    int64_t duration = 0;
+};
+
 /// What became of a scope.
 enum class Fate : uint8_t {
     CLOSED,
@@ -137,8 +140,8 @@ class Analysis {
     Health health;
     int64_t firstTime = kNoTime;
     int64_t lastTime = kNoTime;
-    uint32_t events = 0;                // enters and exits
-    std::vector<ClockStep> silences;    // long ones: `offset` is their length
+    uint32_t events = 0;  // enters and exits
+    std::vector<Silence> silences;
     bool isMonotonic = false;           // stamps are of that clock; Entry::wall is computed
     std::vector<Complaint> complaints;  // in the order they appear
     std::vector<Crash> crashes;         // by crash file, the oldest first

@@ -160,7 +160,7 @@ void BlockParser::walk(Block& block, size_t begin, size_t end, int pid) {
 void BlockParser::fill(RawRecord& raw, const Reader::Record& record, const Reader::Line& line) {
     const Reader::Origin& origin = line.origin;
     raw.microseconds = origin.microseconds;
-    raw.date = dateOf(origin);
+    raw.date = dateOf(origin.date);
     raw.level = line.level;
     raw.thread = numberOf(origin.tid);
     raw.textOffset = static_cast<uint32_t>(line.text.data() - record.bytes.data());

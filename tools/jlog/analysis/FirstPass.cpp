@@ -147,9 +147,6 @@ class FirstPass {
             }
             mLog.lastTime = time;
         }
-        if (mThread->lastTime == kNoTime) [[unlikely]] {
-            mThread->firstTime = time;
-        }
         mThread->lastTime = time;
         mThread->records++;
         return time;
@@ -172,11 +169,10 @@ class FirstPass {
         return mLog.lastTime;
     }
 
-    /// Nobody had anything to log, or the clock was set forward: nothing tells the two apart.
     int64_t noteSilence(int64_t time) {
         constexpr size_t kMaxSilences = 1000;
         if (mLog.silences.size() < kMaxSilences) {
-            mLog.silences.push_back({mLog.health.records, mLog.events, time, time - mLog.lastTime});
+            mLog.silences.push_back({mWall, time - mLog.lastTime});
         }
         return time;
     }
@@ -203,20 +199,12 @@ class FirstPass {
         const int64_t time = timeOf(record, tables, isGap);
         const Pairing::Event event{tables.threads[record.thread], tables.scopes[record.name],
                                    record.request, mLog.events++, time};
-        if (record.kind == Kind::ENTER) {
-            mThread->scopes++;
-            return mPairing.enter(event);
-        }
-        return mPairing.exit(event);
+        return record.kind == Kind::ENTER ? mPairing.enter(event) : mPairing.exit(event);
     }
 
     uint32_t visitDetails(const Block& block, const RawRecord& record,
                           const Translation::Tables& tables) {
         timeOf(record, tables, false);
-        const uint32_t scope = mPairing.innermost(tables.threads[record.thread]);
-        if (scope != kNone) {
-            mLog.names[mLog.scopes[scope].name].details++;
-        }
         constexpr uint32_t kMaxText = 1023;  // characters that the logger keeps of a text
         if (record.size - record.textOffset > kMaxText) {
             mLog.health.cutTexts++;
@@ -224,7 +212,7 @@ class FirstPass {
         if (record.level == 'W' || record.level == 'E' || record.level == 'F') {
             mComplaints.add(record.level, tables.tags[record.name], block.textOf(record), mWall);
         }
-        return scope;
+        return mVisitor != nullptr ? mPairing.innermost(tables.threads[record.thread]) : kNone;
     }
 
     /// Whether serials are missing in front of this one.

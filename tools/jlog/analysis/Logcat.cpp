@@ -19,11 +19,6 @@ namespace {
 
 constexpr size_t kYearChars = 5;  // "2026-"
 
-/// The number of a date "MM-DD" that has been seen to be one.
-int dateOf(std::string_view date) {
-    return (date[0] - '0') * 1000 + (date[1] - '0') * 100 + (date[3] - '0') * 10 + date[4] - '0';
-}
-
 /// Gives lines their day. Most have that of the line before.
 class Days {
   public:

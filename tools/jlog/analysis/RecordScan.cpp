@@ -46,6 +46,9 @@ class BlockQueue {
                     return;
                 }
                 index = mNext++;
+                if (mNext == mTasks.size()) {
+                    mSpace.notify_all();  // nobody needs to wait for more
+                }
             }
             Slot& slot = mSlots[index % mSlots.size()];
             std::exception_ptr error;

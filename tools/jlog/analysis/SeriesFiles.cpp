@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -151,6 +152,12 @@ void plan(SeriesFiles& series) {
 }
 
 }  // namespace
+
+uint64_t SeriesFiles::bytes() const {
+    return std::accumulate(
+            pieces.begin(), pieces.end(), uint64_t{0},
+            [](uint64_t sum, const Piece& piece) { return sum + (piece.end - piece.begin); });
+}
 
 std::vector<SeriesFiles> findSeries(const std::vector<fs::path>& paths) {
     std::vector<LogFile> files;

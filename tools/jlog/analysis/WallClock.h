@@ -5,8 +5,6 @@
 #include <optional>
 #include <string_view>
 
-#include "reader/Line.h"
-
 namespace JCam::Tool {
 
 /// Microseconds since 1970 of a stamp "YYYY_MMDD_hhmmss", taken for local time; empty if it is
@@ -20,9 +18,9 @@ namespace JCam::Tool {
 /// A time of Entry::wall as "YYYY-MM-DD hh:mm:ss.uuuuuu", in 27 characters with the NUL.
 void formatWall(int64_t wall, char (&text)[27]);
 
-/// The date of a line, as WallClock takes it: month * 100 + day.
-[[nodiscard]] inline uint16_t dateOf(const Reader::Origin& origin) {
-    const auto digit = [&](size_t i) { return origin.date[i] - '0'; };
+/// The number of a date "MM-DD", of a Reader::Origin: month * 100 + day.
+[[nodiscard]] inline uint16_t dateOf(std::string_view date) {
+    const auto digit = [&](size_t i) { return date[i] - '0'; };
     return static_cast<uint16_t>(digit(0) * 1000 + digit(1) * 100 + digit(3) * 10 + digit(4));
 }
 

@@ -82,7 +82,7 @@ class LiveEntries {
                                 [&] { mLog.threads.emplace_back().tid = line.origin.tid; });
         entry.level = line.level;
         entry.text = line.text;
-        entry.wall = entry.time = mClock.wallOf(dateOf(line.origin), line.origin.microseconds);
+        entry.wall = entry.time = mClock.wallOf(dateOf(line.origin.date), line.origin.microseconds);
         if (!line.scope) {
             entry.kind = Kind::DETAILS;
             entry.name = numberOf(mTags, std::string(line.tag),

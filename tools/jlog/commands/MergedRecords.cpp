@@ -51,11 +51,7 @@ class Puller {
   public:
     explicit Puller(const Analysis& log) : mLog(log) {
         constexpr uint64_t kFewBytes = uint64_t{256} * 1024;
-        uint64_t bytes = 0;
-        for (const Piece& piece : log.files.pieces) {
-            bytes += piece.end - piece.begin;
-        }
-        if (bytes > kFewBytes) {
+        if (log.files.bytes() > kFewBytes) {
             mThread = std::jthread([this](const std::stop_token& stop) { read(stop); });
         } else {
             mLog.forEachRecord(
@@ -63,10 +59,7 @@ class Puller {
             mIsDone = true;
         }
     }
-    ~Puller() {
-        mThread.request_stop();
-        mSpace.notify_all();
-    }
+    ~Puller() = default;  // the thread is asked to stop, and joined
     Puller(const Puller&) = delete;
     Puller& operator=(const Puller&) = delete;
 
@@ -105,10 +98,7 @@ class Puller {
         std::vector<Kept> batch;
         const auto hand = [&](bool isDone) {
             std::unique_lock lock(mMutex);
-            mSpace.wait(lock, [&] {
-                return mBatches.size() < kMaxBatches || isDone || stop.stop_requested();
-            });
-            if (stop.stop_requested()) {
+            if (!mSpace.wait(lock, stop, [&] { return mBatches.size() < kMaxBatches || isDone; })) {
                 throw Stopped();
             }
             if (!batch.empty()) {
@@ -142,7 +132,7 @@ class Puller {
     std::deque<std::vector<Kept>> mBatches;
     bool mIsDone = false;
     std::exception_ptr mError;
-    std::condition_variable mSpace;
+    std::condition_variable_any mSpace;
     std::condition_variable mFilled;
     std::jthread mThread;  // last: it uses all of the others
 };

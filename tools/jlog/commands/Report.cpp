@@ -112,10 +112,9 @@ void printHealth(const Analysis& log, Page& page) {
         warn(describeStep(log, i));
     }
     for (size_t i = 0; i < std::min(log.silences.size(), kMaxRanges); i++) {
-        const ClockStep& silence = log.silences[i];
+        const Silence& silence = log.silences[i];
         warn(fmt::format("nothing was logged for {} until {}, or the clock was set forward",
-                         formatDuration(silence.offset),
-                         formatTime(log.wallOf(silence.time, silence.ordinal))));
+                         formatDuration(silence.duration), formatTime(silence.end)));
     }
     if (log.isMonotonic) {
         warn(log.bootTime ? "stamps of the monotonic clock, set right by the lines in logcat"
