@@ -34,4 +34,11 @@ void prepareLogFolder(char* path) {
     makeLogFolder(path);
 }
 
+bool isSameFolder(const char* a, const char* b) {
+    struct stat statusA = {};
+    struct stat statusB = {};
+    return stat(a, &statusA) == 0 && stat(b, &statusB) == 0 && statusA.st_dev == statusB.st_dev &&
+           statusA.st_ino == statusB.st_ino;
+}
+
 }  // namespace JCam::Utils::JLog::File

@@ -13,4 +13,8 @@ void makeLogFolder(const char* path);
 /// it likewise.
 void prepareLogFolder(char* path);
 
+/// Compares identities: one folder may have many names. False if one cannot be looked at.
+/// Signal-safe.
+bool isSameFolder(const char* a, const char* b);
+
 }  // namespace JCam::Utils::JLog::File

@@ -18,6 +18,7 @@
 
 #include "jlog/file/CrashGate.h"
 #include "jlog/file/FileLogTag.h"
+#include "jlog/file/LogFolder.h"
 #include "jlog/file/SignalSafeFormat.h"
 
 namespace JCam::Utils::JLog::File {
@@ -73,14 +74,6 @@ bool isLogFileName(std::string_view name) {
     constexpr std::string_view kSuffix = ".txt";
     return name.size() >= kStem.size() + kSuffix.size() && name.starts_with(kStem) &&
            name.ends_with(kSuffix);
-}
-
-/// Compares identities: one folder may have many names.
-bool isSameFolder(const char* a, const char* b) {
-    struct stat statusA = {};
-    struct stat statusB = {};
-    return stat(a, &statusA) == 0 && stat(b, &statusB) == 0 && statusA.st_dev == statusB.st_dev &&
-           statusA.st_ino == statusB.st_ino;
 }
 
 }  // namespace
