@@ -26,8 +26,8 @@ constexpr char kContinuedMark[] = "-- CONTINUED --\n";
 // The writer orders: it decides when text is written and when the next file is due. The parts know
 // nothing of each other, but for the renderer, which fills the text buffer.
 struct FileJLogWriter::Parts {
-    explicit Parts(FileJLogWriter& writer)
-            : files(writer.mFd, writer.mFolder, writer.mFilePath), renderer(getpid()) {}
+    Parts(FileJLogWriter& writer, int32_t pid)
+            : files(writer.mFd, writer.mFolder, writer.mFilePath, pid), renderer(pid) {}
 
     FileSeries files;
     LineRenderer renderer;
@@ -37,9 +37,11 @@ struct FileJLogWriter::Parts {
     bool isSignalSafe{false};
 };
 
-FileJLogWriter::FileJLogWriter() {
+FileJLogWriter::FileJLogWriter() : FileJLogWriter(getpid()) {}
+
+FileJLogWriter::FileJLogWriter(int32_t pid) {
     static_assert(sizeof(Parts) <= sizeof(mParts) && alignof(Parts) <= 64);
-    new (mParts) Parts(*this);
+    new (mParts) Parts(*this, pid);
     setLimit();
 }
 
@@ -101,6 +103,10 @@ void FileJLogWriter::flush(bool sync) {
     parts().fileBytes += text.bytes();
     text.clear();
     setLimit();
+}
+
+bool FileJLogWriter::hasLostText() const {
+    return mFd < 0 || parts().files.hasLostText();
 }
 
 void FileJLogWriter::rescue() const {

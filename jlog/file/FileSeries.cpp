@@ -29,11 +29,11 @@ constexpr mode_t kFileMode = 0644;
 
 }  // namespace
 
-FileSeries::FileSeries(int32_t& fd, PathText& folder, PathText& path)
+FileSeries::FileSeries(int32_t& fd, PathText& folder, PathText& path, pid_t pid)
         : mFd(fd),
           mFolder(folder),
           mPath(path),
-          mPid(getpid()),
+          mPid(pid),
           mCleaner(new (std::nothrow) StorageCleaner) {}
 
 FileSeries::~FileSeries() {
@@ -66,6 +66,7 @@ void FileSeries::begin(const char* namePrefix, bool silent) {
     formatText(mTimeStamp, sizeof(mTimeStamp), "%d_%02d%02d_%02d%02d%02d", local.tm_year + 1900,
                local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
     mIndex = 1;
+    mHasLostText = false;
     setIdentity(-1);
     if (namePrefix != nullptr) {
         formatText(mNamePrefix, sizeof(mNamePrefix), "%s", namePrefix);
@@ -190,7 +191,11 @@ void FileSeries::spareFileOf(const FileSeries* other) {
 }
 
 void FileSeries::write(std::string_view text) {
-    if (tryWrite(text) || mSilent) {
+    if (tryWrite(text)) {
+        return;
+    }
+    mHasLostText = true;
+    if (mSilent) {
         return;
     }
     // Not every loss: on a full disk each write would have a line. A part that is still taken at

@@ -24,9 +24,9 @@ class StorageCleaner;
 class FileSeries {
   public:
     /// Works on the descriptor (-1 for none), the folder and the path that the writer shows to its
-    /// owner. All three must outlive the object. Allocates the memory of the clean-up, without
-    /// which no space is ever freed.
-    FileSeries(int32_t& fd, PathText& folder, PathText& path);
+    /// owner. All three must outlive the object. `pid` is in the names. Allocates the memory of the
+    /// clean-up, without which no space is ever freed.
+    FileSeries(int32_t& fd, PathText& folder, PathText& path, pid_t pid);
     ~FileSeries();
     FileSeries(const FileSeries&) = delete;
     FileSeries& operator=(const FileSeries&) = delete;
@@ -58,6 +58,8 @@ class FileSeries {
     void write(std::string_view text);
     /// The same without a message.
     void writeQuietly(std::string_view text) const;
+    /// Whether a file has not taken all text since the series began.
+    [[nodiscard]] bool hasLostText() const { return mHasLostText; }
     /// Waits until the disk has what was written.
     void sync() const;
 
@@ -86,6 +88,7 @@ class FileSeries {
     uint32_t mIndex{1};
     bool mSilent{false};
     bool mSignalSafe{false};
+    bool mHasLostText{false};
     /// A line has told that the open file was deleted.
     bool mDeletionTold{false};
     /// Open, for its number alone, while a signal-safe series has no file; otherwise -1.

@@ -43,6 +43,8 @@ class JLOG_EXPORT FileJLogWriter {
     /// Makes a writer without a file, for this process. Allocates the memory of the clean-up;
     /// without that memory no space is ever freed.
     FileJLogWriter();
+    /// The same for records of the process `pid`, whose number is in the lines and the names.
+    explicit FileJLogWriter(int32_t pid);
     /// Writes the buffered text and closes the file, if one is open.
     ~FileJLogWriter();
     FileJLogWriter(const FileJLogWriter&) = delete;
@@ -96,6 +98,9 @@ class JLOG_EXPORT FileJLogWriter {
     /// %u, %x and %p, with a width; any other conversion ends its formatting. What goes beyond the
     /// room left in the buffer, at least 1124 characters, is cut.
     void writeString(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    /// Whether there is no file, or a file of the series has not taken all text of a write.
+    /// Signal-safe.
+    [[nodiscard]] bool hasLostText() const;
     /// Writes the buffered text and changes nothing else: for a signal handler that has interrupted
     /// this writer. If the writer goes on, it writes that text again.
     void rescue() const;
