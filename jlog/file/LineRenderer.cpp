@@ -242,6 +242,25 @@ void RecordWalk::skipZeros() {
     place = end;
 }
 
+const LogHeader* RecordWalk::next() {
+    while (bytesLeft >= sizeof(LogHeader)) {
+        const auto& header = *reinterpret_cast<const LogHeader*>(place);
+        const size_t size = header.size();
+        if (size == 0 && header.type() == RECORD_INCOMPLETE) {
+            skipZeros();
+            continue;
+        }
+        if (size < sizeof(LogHeader) || size > bytesLeft || size % kRecordAlignment != 0) {
+            break;
+        }
+        place += size;
+        bytesLeft -= size;
+        ++records;
+        return &header;
+    }
+    return nullptr;
+}
+
 bool LineRenderer::renderRecord(const LogHeader& header, RecordType type, TextBuffer& text) {
     return render(header, type, header.size(), text) == Line::AT_LIMIT;
 }

@@ -18,6 +18,9 @@ struct RecordWalk {
             : place(begin),
               bytesLeft(std::less<>()(begin, end) ? static_cast<size_t>(end - begin) : 0) {}
 
+    /// The next record whose size is written, complete or not; null at the end, and at a record of
+    /// an impossible size.
+    const LogHeader* next();
     /// Goes on to the next record whose size is written. A writer that has reserved space, and has
     /// not got to the size yet, leaves zeros there.
     void skipZeros();
