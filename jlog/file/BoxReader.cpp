@@ -69,9 +69,11 @@ BoxReader::BoxReader(int fd) : mFd(fd) {
 void BoxReader::checkHead() {
     const size_t count = readAt(0, reinterpret_cast<char*>(&mHead), sizeof(mHead));
     const uint64_t magic = mHead.magic.load(std::memory_order_relaxed);
-    mIsUnborn =
-            magic == 0 && std::none_of(std::begin(mHead.slots), std::end(mHead.slots), isOpened);
-    if (magic != kBoxMagic) {
+    mIsUnborn = mProblem == nullptr && magic == 0 &&
+                std::none_of(std::begin(mHead.slots), std::end(mHead.slots), isOpened);
+    if (mProblem != nullptr) {
+        // No part of what there is may be taken for all of it.
+    } else if (magic != kBoxMagic) {
         mProblem = mIsUnborn ? "without a head" : "not a black box";
     } else if (mHead.version != kBoxVersion || mHead.headBytes != kBoxHeadBytes ||
                mHead.slotBytes != kBufferBytes || mHead.slotCount != kBoxSlots ||
@@ -100,14 +102,20 @@ void BoxReader::findBlocks() {
     });
 }
 
-size_t BoxReader::readAt(size_t offset, char* out, size_t count) const {
+size_t BoxReader::readAt(size_t offset, char* out, size_t count) {
     size_t done = 0;
     while (done < count) {
         const ssize_t got = pread(mFd, out + done, count - done, static_cast<off_t>(offset + done));
-        if (got <= 0 && !(got < 0 && errno == EINTR)) {
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            mProblem = "it cannot be read";
+        }
+        if (got <= 0) {
             break;
         }
-        done += static_cast<size_t>(std::max<ssize_t>(got, 0));
+        done += static_cast<size_t>(got);
     }
     return done;
 }
@@ -115,35 +123,37 @@ size_t BoxReader::readAt(size_t offset, char* out, size_t count) const {
 uint32_t BoxReader::readBlock(size_t index, char* block) {
     const size_t number = mSlots[index];
     const size_t count = readAt(kBoxHeadBytes + number * kBufferBytes, block, kBufferBytes);
-    if (count < kBufferBytes) {
-        mIsDamaged = true;
-        memset(block + count, 0, kBufferBytes - count);
-    }
-    const uint32_t complete = countComplete(block, block + kBufferBytes);
-    const BoxSlot& slot = mHead.slots[number];
-    if (isMarked(slot) && slot.dumpedRecords.load(std::memory_order_relaxed) == complete) {
-        return 0;
-    }
-    relocate(block, number);
-    return complete;
-}
-
-void BoxReader::relocate(char* block, size_t slot) const {
-    const uint64_t blockThen = mHead.address + kBoxHeadBytes + slot * kBufferBytes;
-    RecordWalk walk(block, block + kBufferBytes);
+    const uint64_t blockThen = mHead.address + kBoxHeadBytes + number * kBufferBytes;
+    RecordWalk walk(block, block + count);
+    uint32_t complete = 0;
     while (const LogHeader* header = walk.next()) {
-        if (header->type() != RECORD_DETAILS || header->size() <= LogDetails::kNameOffset) {
+        if (header->type() == RECORD_INCOMPLETE) {
             continue;
         }
-        char* here = block + (reinterpret_cast<const char*>(header) - block);
-        const uint64_t there = blockThen + static_cast<uint64_t>(here - block);
-        auto* record = reinterpret_cast<LogDetails*>(here);
-        const auto message = reinterpret_cast<uint64_t>(record->message);
-        // A message that is not in its record stays nowhere, and its record is stepped over.
-        record->message = message >= there && message - there < header->size()
-                                  ? here + (message - there)
-                                  : nullptr;
+        ++complete;
+        const auto offset = static_cast<size_t>(reinterpret_cast<const char*>(header) - block);
+        if (header->type() == RECORD_DETAILS && header->size() > LogDetails::kNameOffset) {
+            mIsDamaged |=
+                    !relocate(*reinterpret_cast<LogDetails*>(block + offset), blockThen + offset);
+        }
     }
+    mIsDamaged |= count < kBufferBytes || walk.bytesLeft >= sizeof(LogHeader);
+    // What is cut off, or behind an impossible size.
+    memset(block + (walk.place - block), 0, static_cast<size_t>(block + kBufferBytes - walk.place));
+    const BoxSlot& slot = mHead.slots[number];
+    const bool isDumped =
+            isMarked(slot) && slot.dumpedRecords.load(std::memory_order_relaxed) == complete;
+    return isDumped ? 0 : complete;
+}
+
+bool BoxReader::relocate(LogDetails& record, uint64_t recordThen) {
+    const auto messageThen = reinterpret_cast<uint64_t>(record.message);
+    const bool isInside =
+            messageThen >= recordThen && messageThen - recordThen < record.header.size();
+    // A message that is elsewhere stays nowhere, and its record is stepped over.
+    record.message = isInside ? reinterpret_cast<const char*>(&record) + (messageThen - recordThen)
+                              : nullptr;
+    return isInside;
 }
 
 void BoxReader::describe(char* out, size_t room) const {
@@ -154,7 +164,7 @@ void BoxReader::describe(char* out, size_t room) const {
                        mIsPartDumped ? "ended without a whole dump" : "ended without a dump");
     if (outside > 0 && length < room) {
         length += formatText(out + length, room - length,
-                             "; %u buffers of records were outside the box and are lost", outside);
+                             "; the records of up to %u buffers outside the box are lost", outside);
     }
     if (length < room) {
         formatText(out + length, room - length, "\n");

@@ -21,7 +21,7 @@ class BoxReader {
     /// Reads the head. `fd` must outlive the object.
     explicit BoxReader(int fd);
 
-    /// Why the file is no box that can be read; null if it is one.
+    /// Why the file is no box that can be read, or could not be read so far; null if it is one.
     [[nodiscard]] const char* problem() const { return mProblem; }
     /// Whether its process ended before it had made the box: there is no head.
     [[nodiscard]] bool isUnborn() const { return mIsUnborn; }
@@ -48,9 +48,11 @@ class BoxReader {
   private:
     void checkHead();
     void findBlocks();
-    /// Bytes that were read; less than `count` at the end of the file, or if it cannot be read.
-    size_t readAt(size_t offset, char* out, size_t count) const;
-    void relocate(char* block, size_t slot) const;
+    /// Bytes that were read; less than `count` at the end of the file, and where there is a
+    /// problem.
+    size_t readAt(size_t offset, char* out, size_t count);
+    /// Has a record that was at `recordThen` point to its message. False if it has none there.
+    static bool relocate(LogDetails& record, uint64_t recordThen);
 
     const int mFd;
     BoxHead mHead{};

@@ -10,6 +10,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "jlog/file/BlackBox.h"
+
 namespace JCam::Utils::JLog::File {
 
 namespace {
@@ -45,11 +47,26 @@ void unmapMemory(void* memory, size_t bytes) {
 }  // namespace
 
 void Buffer::giveBack() noexcept {
-    BufferStore::unmapRecords(data);
+    leaveBox();
+    store->unmapRecords(data);
     store->takeBack(this);
 }
 
+void Buffer::open(BufferState first) {
+    if (BlackBox* box = store->box()) {
+        box->markOpened(slot);
+    }
+    state.store(first.word(), std::memory_order_release);
+}
+
+void Buffer::leaveBox() const {
+    if (BlackBox* box = store->box(); box != nullptr && (slot != nullptr || holdsRecords())) {
+        box->markEmptied(slot);
+    }
+}
+
 void Buffer::clear() {
+    leaveBox();
     memset(data, 0, usedBytes());
     state.store(BufferState::kClosed, std::memory_order_relaxed);
 }
@@ -63,6 +80,10 @@ struct BufferStore::Block {
     Buffer heads[kHeads];
 };
 
+BufferStore::BufferStore() = default;
+
+BufferStore::BufferStore(std::unique_ptr<BlackBox> box) : mBox(std::move(box)) {}
+
 BufferStore::~BufferStore() {
     while (mBlocks != nullptr) {
         Block* newest = mBlocks;
@@ -71,12 +92,19 @@ BufferStore::~BufferStore() {
     }
 }
 
+bool BufferStore::isSafest(const Buffer& buffer) const {
+    return mBox == nullptr || buffer.slot != nullptr || mBox->isUsedUp();
+}
+
 char* BufferStore::mapRecords() {
-    return mapMemory(kBufferBytes);
+    char* block = mBox != nullptr ? mBox->takeBlock() : nullptr;
+    return block != nullptr ? block : mapMemory(kBufferBytes);
 }
 
 void BufferStore::unmapRecords(char* records) {
-    unmapMemory(records, kBufferBytes);
+    if (mBox == nullptr || !mBox->giveBlock(records)) {
+        unmapMemory(records, kBufferBytes);
+    }
 }
 
 void BufferStore::makePages(char* records) {
@@ -94,6 +122,7 @@ std::unique_ptr<Buffer> BufferStore::make(char* records) {
         return nullptr;
     }
     head->data = records;
+    head->slot = mBox != nullptr ? mBox->slotOf(records) : nullptr;
     head->pagesMade = false;
     head->state.store(BufferState::kClosed, std::memory_order_relaxed);
     // A crash handler may find the buffer without the mutex: its fields before its address.
@@ -172,11 +201,11 @@ std::unique_ptr<Buffer> BufferPool::take() {
     return mSize == 0 ? nullptr : std::move(mBuffers[--mSize]);
 }
 
-std::unique_ptr<Buffer> BufferPool::put(std::unique_ptr<Buffer> buffer) {
+std::unique_ptr<Buffer> BufferPool::put(std::unique_ptr<Buffer> buffer, bool replace) {
     std::unique_ptr<Buffer> surplus;
-    if (mSize == kMaxBuffers) {
+    if (mSize == kMaxBuffers || (mSize > 0 && replace)) {
         surplus = std::move(mBuffers.front());
-        std::move(mBuffers.begin() + 1, mBuffers.end(), mBuffers.begin());
+        std::move(mBuffers.begin() + 1, mBuffers.begin() + mSize, mBuffers.begin());
         --mSize;
     }
     mBuffers[mSize++] = std::move(buffer);

@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <ctime>
 
+#include "jlog/file/BlackBox.h"
+#include "jlog/file/BoxReader.h"
 #include "jlog/file/CrashSignals.h"
 #include "jlog/file/FileJLogWriter.h"
 
@@ -192,9 +194,17 @@ void CrashDump::findFromBack(QueueWalk& walk) {
 
 void CrashDump::writeBuffer(const Buffer& buffer) {
     const char* records = buffer.data;
-    if (reinterpret_cast<uintptr_t>(records) % kRecordAlignment == 0) {
-        mWriter.appendRecords(records, records + readableBytes(records, buffer.usedBytes()));
-        mWriter.flush(false);
+    if (reinterpret_cast<uintptr_t>(records) % kRecordAlignment != 0) {
+        return;
+    }
+    const char* end = records + readableBytes(records, buffer.usedBytes());
+    // Counted first: what is completed meanwhile may or may not get into the file.
+    const uint32_t complete = mBox != nullptr ? countComplete(records, end) : 0;
+    mWriter.appendRecords(records, end);
+    mWriter.flush(false);
+    if (mBox != nullptr && !mWriter.hasLostText() &&
+        readableBytes(buffer.slot, sizeof(BoxSlot)) == sizeof(BoxSlot)) {
+        mBox->markDumped(buffer.slot, complete);
     }
 }
 

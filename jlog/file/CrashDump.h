@@ -6,6 +6,7 @@
 
 namespace JCam::Utils::JLog::File {
 
+class BlackBox;
 class FileJLogWriter;
 
 /// Writes the records that a logger has in memory, in its queue and its current buffer, into a
@@ -16,9 +17,11 @@ class FileJLogWriter;
 /// Runs after a fatal signal, by the rules of CrashHandler.cpp.
 class CrashDump {
   public:
-    /// `writer` is one that makeSignalSafe() was called on. All three must outlive the object.
-    CrashDump(FileJLogWriter& writer, const BufferSlot& current, const BufferList& queue)
-            : mWriter(writer), mCurrent(current), mQueue(queue) {}
+    /// `writer` is one that makeSignalSafe() was called on. `box` may be null. All must outlive the
+    /// object.
+    CrashDump(FileJLogWriter& writer, const BufferSlot& current, const BufferList& queue,
+              const BlackBox* box)
+            : mWriter(writer), mCurrent(current), mQueue(queue), mBox(box) {}
 
     /// Writes the crash file: a line with the name of the signal and the address of the fault, the
     /// queue, and the current buffer. With `smallDump` a current buffer of 12800 bytes of records
@@ -47,6 +50,7 @@ class CrashDump {
     FileJLogWriter& mWriter;
     const BufferSlot& mCurrent;
     const BufferList& mQueue;
+    const BlackBox* const mBox;
 };
 
 }  // namespace JCam::Utils::JLog::File

@@ -198,7 +198,7 @@ void FileJLoggerBase::dump(const char* signalName, const void* address) {
     if (mCrashWriter == nullptr) {
         return;
     }
-    CrashDump(*mCrashWriter, mCurrent, mFullBuffers)
+    CrashDump(*mCrashWriter, mCurrent, mFullBuffers, mStore.box())
             .write(signalName, address, mLogWriter.load(std::memory_order_seq_cst),
                    mNeHook.load(std::memory_order_relaxed) <= 1);
 }

@@ -5,13 +5,17 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <new>
 
 #include <android/log.h>
 #include <cutils/properties.h>
 
+#include "jlog/file/BlackBox.h"
+#include "jlog/file/BoxRecovery.h"
 #include "jlog/file/CrashGate.h"
 #include "jlog/file/FileLogTag.h"
 #include "jlog/file/LocalTime.h"
@@ -175,6 +179,15 @@ void FileAloneJLogger::flushThreadEntry() {
     __android_log_print(ANDROID_LOG_INFO, kFileLogTag,
                         "File ULogger is running; flushInterval = %d ms, neHook = %d",
                         state.flushIntervalMs, mNeHook.load(std::memory_order_relaxed));
+    // Also where this process has no box: that may be for want of the space which others take.
+    char boxes[kFolderPathBytes];
+    if (boxFolder(boxes)) {
+        state.recovery.reset(new (std::nothrow) BoxRecovery(boxes, mWriter));
+        if (state.recovery == nullptr) {
+            __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
+                                "Black box left alone: %s (without memory)", boxes);
+        }
+    }
     size_t remaining = 0;
     while (addToPool(BufferPool::kMaxBuffers)) {
     }
@@ -187,6 +200,7 @@ void FileAloneJLogger::flushThreadEntry() {
         CrashGate::awaitOpen();
         recycleFront();
         logDropped(state);
+        logBox(state, remaining);
     }
     __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "File ULogger stopped");
 }
@@ -244,6 +258,11 @@ bool FileAloneJLogger::stopDueLocked() const {
     return !mRunning.load(std::memory_order_relaxed) && !currentHoldsRecordsLocked();
 }
 
+bool FileAloneJLogger::isIdleLocked() const {
+    return mFullBuffers.empty() && mRunning.load(std::memory_order_relaxed) &&
+           !mFlushPending.load(std::memory_order_relaxed);
+}
+
 void FileAloneJLogger::finishFlushLocked() {
     if (mFlushPending.load(std::memory_order_relaxed)) {
         mFlushPending.store(false, std::memory_order_relaxed);
@@ -251,9 +270,12 @@ void FileAloneJLogger::finishFlushLocked() {
     }
 }
 
-void FileAloneJLogger::pauseLocked(const FlushState& state) {
-    if (state.flushIntervalMs >= 1) {
-        mCond.waitFor(mMutex, milliseconds(state.flushIntervalMs));
+void FileAloneJLogger::pauseLocked(FlushState& state) {
+    const auto deadline =
+            std::chrono::steady_clock::now() + milliseconds(std::max(state.flushIntervalMs, 0));
+    recoverLocked(state, deadline);
+    if (state.flushIntervalMs >= 1 && isIdleLocked()) {
+        mCond.waitUntil(mMutex, deadline);
     }
     mMutex.unlock();
     if (state.flushIntervalMs < 1) {
@@ -261,6 +283,21 @@ void FileAloneJLogger::pauseLocked(const FlushState& state) {
     }
     refreshLocalTime();
     mMutex.lock();
+}
+
+void FileAloneJLogger::recoverLocked(FlushState& state,
+                                     std::chrono::steady_clock::time_point deadline) {
+    // At the lowest priority alone.
+    while (state.recovery != nullptr && state.boostLevel == 0 && isIdleLocked()) {
+        mMutex.unlock();
+        if (!state.recovery->step()) {
+            state.recovery.reset();
+        }
+        mMutex.lock();
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return;
+        }
+    }
 }
 
 void FileAloneJLogger::refreshLocalTime() {
@@ -318,7 +355,11 @@ void FileAloneJLogger::renderBuffer(const Buffer& buffer, size_t remaining, Flus
         __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "%s", kNoFileText);
         return;
     }
-    state.logsWritten = wrappingSum(state.logsWritten, renderRecords(buffer, mWriter));
+    const uint32_t records = renderRecords(buffer, mWriter);
+    state.logsWritten = wrappingSum(state.logsWritten, records);
+    if (buffer.slot == nullptr) {
+        state.outsideBox = wrappingSum(state.outsideBox, records);
+    }
     // Whether or not the batch goes on, the text goes out before its buffer is recycled: a record
     // is in the file, or a crash dump finds it in a buffer.
     mWriter.flush(remaining == 0);
@@ -337,6 +378,23 @@ void FileAloneJLogger::logDropped(FlushState& state) const {
                             "Records of signal handlers dropped so far: %u", dropped);
         state.droppedTold = dropped;
     }
+}
+
+void FileAloneJLogger::logBox(FlushState& state, size_t remaining) const {
+    const BlackBox* box = mStore.box();
+    if (box == nullptr || remaining > 0) {
+        return;
+    }
+    if (const char* damage = box->damage(); damage != nullptr && !state.boxDamageTold) {
+        __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "Black box %s %s", box->path().c_str(),
+                            damage);
+        state.boxDamageTold = true;
+    }
+    const bool isNews = state.outsideBox != state.outsideBoxTold;
+    __android_log_print(isNews ? ANDROID_LOG_WARN : ANDROID_LOG_DEBUG, kFileLogTag,
+                        "Black box: %zu of %zu blocks in use, %u records were outside so far (%s)",
+                        box->blocksInUse(), kBoxSlots, state.outsideBox, box->path().c_str());
+    state.outsideBoxTold = state.outsideBox;
 }
 
 void FileAloneJLogger::logStatus(const FlushState& state, size_t remaining) const {

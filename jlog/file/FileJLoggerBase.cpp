@@ -12,6 +12,7 @@
 #include <android/log.h>
 #include <cutils/properties.h>
 
+#include "jlog/file/BlackBox.h"
 #include "jlog/file/CrashGate.h"
 #include "jlog/file/FileJLogWriter.h"
 #include "jlog/file/FileLogTag.h"
@@ -70,7 +71,7 @@ void copyText(char* out, const char* text, size_t count) {
 
 }  // namespace
 
-FileJLoggerBase::FileJLoggerBase() : mClockId(chooseClock()) {
+FileJLoggerBase::FileJLoggerBase() : mClockId(chooseClock()), mStore(BlackBox::make(mClockId)) {
     {
         const JLogLock lock(mMutex);
         fillSlotLocked({});
@@ -266,7 +267,8 @@ void FileJLoggerBase::trimQueueLocked() {
     while (buffer != nullptr && mFullBuffers.size() >= kMaxUnconsumedBuffers) {
         Buffer* next = buffer->next.load(std::memory_order_relaxed);
         if (buffer->writersPending() == 0) {
-            if (std::unique_ptr<Buffer> oldest = unlessDumping(mFullBuffers.remove(buffer))) {
+            std::unique_ptr<Buffer> oldest = unlessDumping(mFullBuffers.remove(buffer));
+            if (oldest != nullptr && mStore.isSafest(*oldest)) {
                 oldest->clear();
                 mEmptyBuffers.put(std::move(oldest)).reset();
             }
@@ -276,8 +278,7 @@ void FileJLoggerBase::trimQueueLocked() {
 }
 
 std::unique_ptr<Buffer> FileJLoggerBase::allocEmptyBuffer() {
-    return mEmptyBuffers.size() > 0 ? mEmptyBuffers.take()
-                                    : newBufferLocked(BufferStore::mapRecords());
+    return mEmptyBuffers.size() > 0 ? mEmptyBuffers.take() : newBufferLocked(mStore.mapRecords());
 }
 
 std::unique_ptr<Buffer> FileJLoggerBase::newBufferLocked(char* records) {
@@ -285,18 +286,23 @@ std::unique_ptr<Buffer> FileJLoggerBase::newBufferLocked(char* records) {
     if (buffer != nullptr) {
         mOutOfMemory = false;
     } else if (records != nullptr) {
-        BufferStore::unmapRecords(records);
+        mStore.unmapRecords(records);
     }
     return buffer;
 }
 
 void FileJLoggerBase::recycleFront() {
+    // A buffer that was made when the black box was used up is of no use when it has room again.
+    const auto isUnsafe = [this](const Buffer* buffer) {
+        return buffer != nullptr && !mStore.isSafest(*buffer);
+    };
     std::unique_ptr<Buffer> rendered;
     bool isWanted = false;
     {
         const JLogLock lock(mMutex);
         rendered = mFullBuffers.remove(mFullBuffers.front());
-        isWanted = mEmptyBuffers.size() < BufferPool::kMaxBuffers;
+        isWanted = !isUnsafe(rendered.get()) && (mEmptyBuffers.size() < BufferPool::kMaxBuffers ||
+                                                 isUnsafe(mEmptyBuffers.oldest()));
     }
     rendered = unlessDumping(std::move(rendered));
     if (rendered == nullptr || !isWanted) {
@@ -305,7 +311,7 @@ void FileJLoggerBase::recycleFront() {
     rendered->clear();
     std::unique_ptr<Buffer> surplus;
     const JLogLock lock(mMutex);
-    surplus = mEmptyBuffers.put(std::move(rendered));
+    surplus = mEmptyBuffers.put(std::move(rendered), isUnsafe(mEmptyBuffers.oldest()));
 }
 
 std::unique_ptr<Buffer> FileJLoggerBase::unlessDumping(std::unique_ptr<Buffer> buffer) {
@@ -334,7 +340,7 @@ bool FileJLoggerBase::addToPool(size_t wanted) {
     const bool isWanted = mEmptyBuffers.size() < wanted;
     mMutex.unlock();
     // Without the mutex: it takes some 100 us.
-    char* records = isWanted ? BufferStore::mapRecords() : nullptr;
+    char* records = isWanted ? mStore.mapRecords() : nullptr;
     if (records == nullptr) {
         return false;
     }

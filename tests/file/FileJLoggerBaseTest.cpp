@@ -177,7 +177,7 @@ TEST_F(FileJLoggerBaseTest, AHeadIsReadableWhenItsBufferIsFreedAndRefusesReserva
         std::set<Buffer*> heads;
         std::vector<std::unique_ptr<Buffer>> buffers;
         for (size_t i = 0; i < kBuffers; ++i) {
-            buffers.push_back(store.make(BufferStore::mapRecords()));
+            buffers.push_back(store.make(store.mapRecords()));
             heads.insert(buffers.back().get());
             BufferState before;
             EXPECT_FALSE(buffers.back()->reserve(kRequest, before)) << "before it is current";
@@ -213,7 +213,7 @@ TEST_F(FileJLoggerBaseTest, ABufferMayBeFreedWhileAnotherOneIsMade) {
     });
     std::set<Buffer*> heads;
     for (int i = 0; i < kRounds; ++i) {
-        std::unique_ptr<Buffer> buffer = store.make(BufferStore::mapRecords());
+        std::unique_ptr<Buffer> buffer = store.make(store.mapRecords());
         heads.insert(buffer.get());
         while (toBeFreed != nullptr) {
             std::this_thread::yield();

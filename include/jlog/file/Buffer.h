@@ -76,7 +76,9 @@ class BufferState {
     uint64_t mWord{0};
 };
 
+class BlackBox;
 class BufferStore;
+struct BoxSlot;
 
 /// A block of records, packed back to back from the start of `data`, and its head, which is this
 /// object. It is in the logger's current slot, its queue or its pool, or with a thread that moves
@@ -117,13 +119,15 @@ struct JLOG_EXPORT Buffer {
     BufferStore* store{nullptr};
     /// The next one of the store's heads that are free, while this is one of them.
     Buffer* nextFree{nullptr};
+    /// What the black box says about `data`; null for memory that ends with the process.
+    BoxSlot* slot{nullptr};
 
     /// A BufferStore makes buffers, and a std::unique_ptr gives them back.
     static void* operator new(size_t bytes) = delete;
     /// The same.
     static void operator delete(void* memory) = delete;
-    /// Gives the records back to the kernel and the head, which stays, to its store. Signal-safe.
-    /// Keeps errno.
+    /// Gives the records back to the kernel or the black box, and the head, which stays, to its
+    /// store. Signal-safe. Keeps errno.
     void giveBack() noexcept;
 
     /// Adds `request`, and sets `before` to the state it was added to. False, and nothing reserved,
@@ -157,7 +161,7 @@ struct JLOG_EXPORT Buffer {
     /// Lets callers reserve records, the first of which may be reserved already. Release: see
     /// reserve(). Under the logger's mutex, when the buffer is in the slot: a record must not be
     /// where a crash dump does not find it.
-    void open(BufferState first) { state.store(first.word(), std::memory_order_release); }
+    void open(BufferState first);
 
     /// Refuses further reservations, and returns the last state. Acquire as in writersPending().
     /// Under the logger's mutex.
@@ -188,6 +192,10 @@ struct JLOG_EXPORT Buffer {
     /// Empties a rendered buffer: it is closed and all zero. Takes some microseconds. Relaxed: the
     /// mutex hands the buffer to its next user.
     void clear();
+
+  private:
+    /// Tells the black box, if there is one, that the records need not be kept any longer.
+    JLOG_INTERNAL void leaveBox() const;
 };
 
 static_assert(sizeof(Buffer) == kCacheLineBytes);
@@ -206,20 +214,24 @@ namespace JCam::Utils::JLog::File {
 
 /// Makes buffers. Their records are mapped one by one, so that the kernel gets them back when a
 /// buffer goes, where a heap would keep what a burst has left. Their heads are kept until the store
-/// goes: 64 bytes for each of the buffers that there were at one time.
+/// goes: 64 bytes for each of the buffers that there were at one time. With a black box it has that
+/// memory first.
 class JLOG_EXPORT BufferStore {
   public:
-    /// Without memory.
-    BufferStore() = default;
-    /// Gives back all memory of heads. No buffer may be left.
+    /// Without memory, and without a box.
+    BufferStore();
+    /// Has the memory of `box`, which may be null.
+    explicit BufferStore(std::unique_ptr<BlackBox> box);
+    /// Gives back all memory of heads, and the box. No buffer may be left.
     ~BufferStore();
     BufferStore(const BufferStore&) = delete;
     BufferStore& operator=(const BufferStore&) = delete;
 
-    /// Memory for records, without pages; null without memory. Signal-safe. Keeps errno.
-    static char* mapRecords();
+    /// Memory for records, which may be without pages; null without memory. Signal-safe. Keeps
+    /// errno.
+    char* mapRecords();
     /// Gives it back. Signal-safe. Keeps errno.
-    static void unmapRecords(char* records);
+    void unmapRecords(char* records);
     /// Has the kernel make all its pages, in place of one page fault for each. Takes some 100 us.
     /// Others may write records meanwhile. Signal-safe. Keeps errno.
     static void makePages(char* records);
@@ -227,6 +239,12 @@ class JLOG_EXPORT BufferStore {
     /// A buffer with the memory that mapRecords() returned; null if that is null or there is none
     /// for a head. Under the logger's mutex. Signal-safe. Keeps errno.
     std::unique_ptr<Buffer> make(char* records);
+
+    /// The black box; null if there is none.
+    [[nodiscard]] BlackBox* box() const { return mBox.get(); }
+    /// Whether there is no safer memory to be had than that of `buffer`: it is in the box, or the
+    /// box is used up, or there is none.
+    [[nodiscard]] bool isSafest(const Buffer& buffer) const;
 
   private:
     friend struct Buffer;
@@ -242,6 +260,8 @@ class JLOG_EXPORT BufferStore {
     std::atomic<Buffer*> mFree{nullptr};
     /// The heads, newest block first.
     Block* mBlocks{nullptr};
+    /// Its buffers are made and given back here.
+    const std::unique_ptr<BlackBox> mBox;
 };
 
 /// Owns the buffer that receives new records, or none. It is replaced under the logger's mutex, and
@@ -320,11 +340,17 @@ class JLOG_EXPORT BufferPool {
 
     /// How many there are.
     [[nodiscard]] size_t size() const { return mSize; }
+    /// The buffer that has been here longest; null when there is none.
+    [[nodiscard]] const Buffer* oldest() const { return mSize > 0 ? mBuffers[0].get() : nullptr; }
     /// The buffer that was put in last; null when there is none.
+    [[nodiscard]] const Buffer* newest() const {
+        return mSize > 0 ? mBuffers[mSize - 1].get() : nullptr;
+    }
+    /// Takes the newest; null when there is none.
     std::unique_ptr<Buffer> take();
-    /// Adds `buffer`. Returns the buffer that has been here longest if there was no room, otherwise
+    /// Adds `buffer`. Returns the oldest one if there was no room, or with `replace`; otherwise
     /// null.
-    [[nodiscard]] std::unique_ptr<Buffer> put(std::unique_ptr<Buffer> buffer);
+    [[nodiscard]] std::unique_ptr<Buffer> put(std::unique_ptr<Buffer> buffer, bool replace = false);
 
   private:
     std::array<std::unique_ptr<Buffer>, kMaxBuffers> mBuffers;

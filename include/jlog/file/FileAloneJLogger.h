@@ -3,14 +3,18 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 
 #include "jlog/file/FileJLoggerBase.h"
 #include "jlog/file/FileJLogWriter.h"
 
 namespace JCam::Utils::JLog::File {
+
+class BoxRecovery;
 
 /// The file logger that works on its own: records become text files within one flush interval.
 ///
@@ -59,6 +63,12 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
         uint32_t passes{0};
         /// The last droppedInHandlers() that a line has told of.
         uint32_t droppedTold{0};
+        /// Records that were rendered and had no place in the black box; wraps.
+        uint32_t outsideBox{0};
+        uint32_t outsideBoxTold{0};
+        bool boxDamageTold{false};
+        /// Of the boxes that dead processes have left; null when there is nothing to do.
+        std::unique_ptr<BoxRecovery> recovery;
     };
 
     /// The work of the next pass.
@@ -77,7 +87,14 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
     JLOG_INTERNAL const Buffer* nextBuffer(FlushState& state, size_t* remaining)
             JLOG_EXCLUDES(mMutex);
     JLOG_INTERNAL Decision decideLocked(FlushState& state) JLOG_REQUIRES(mMutex);
-    JLOG_INTERNAL void pauseLocked(const FlushState& state) JLOG_REQUIRES(mMutex);
+    JLOG_INTERNAL void pauseLocked(FlushState& state) JLOG_REQUIRES(mMutex);
+    /// Recovers boxes until `deadline`, or as long as there is nothing else to do. Unlocks the
+    /// mutex meanwhile.
+    JLOG_INTERNAL void recoverLocked(FlushState& state,
+                                     std::chrono::steady_clock::time_point deadline)
+            JLOG_REQUIRES(mMutex);
+    /// Whether the flush thread has nothing to do before the current buffer is due.
+    [[nodiscard]] JLOG_INTERNAL bool isIdleLocked() const JLOG_REQUIRES(mMutex);
     /// Refreshes the UTC offsets for the crash hook.
     JLOG_INTERNAL void refreshLocalTime() JLOG_EXCLUDES(mMutex);
     JLOG_INTERNAL void raiseBoostLocked(FlushState& state) JLOG_REQUIRES(mMutex);
@@ -92,6 +109,8 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
     /// Renders `buffer`, behind which `remaining` more are queued. Runs without the mutex.
     JLOG_INTERNAL void renderBuffer(const Buffer& buffer, size_t remaining, FlushState& state);
     JLOG_INTERNAL void logDropped(FlushState& state) const;
+    /// Says how the black box is, at the end of a batch.
+    JLOG_INTERNAL void logBox(FlushState& state, size_t remaining) const;
     JLOG_INTERNAL void logStatus(const FlushState& state, size_t remaining) const;
     JLOG_INTERNAL static void setBoost(FlushState& state, int level);
 

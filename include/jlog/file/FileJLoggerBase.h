@@ -170,8 +170,8 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// lookup on a device. Relaxed: around a change a line more or less does no harm.
     std::atomic<bool> mReservationLine{false};
 
-    /// Makes the buffers; so it goes after them.
-    BufferStore mStore JLOG_GUARDED_BY(mMutex);
+    /// Makes the buffers; so it goes after them. Under mMutex where BufferStore says so.
+    BufferStore mStore;
     /// Receives new records. Replaced under mMutex. Empty only while there is no memory for a
     /// buffer.
     BufferSlot mCurrent;
