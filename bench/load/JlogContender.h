@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include <android/log.h>
 #include <cutils/properties.h>
@@ -15,9 +16,10 @@ namespace JCam::Bench {
 /// This library with own files, as a host uses it: crash hook armed, default flush interval.
 class JlogContender {
   public:
-    explicit JlogContender(const Workload& work) : mWork(work) {
+    explicit JlogContender(const Workload& work, const std::string& boxFolder = "") : mWork(work) {
         property_set("vendor.debug.camera.ulog.folder", work.folder.c_str());
         property_set("vendor.debug.camera.jlog.mode", "0x04");
+        property_set("vendor.debug.camera.jlog.blackbox", boxFolder.c_str());
         // As on a device, without debug lines of the logger.
         __android_log_set_minimum_priority(ANDROID_LOG_WARN);
         mInitializer = std::make_unique<Utils::JLog::JLogInitializer>(0);
@@ -41,6 +43,12 @@ class JlogContender {
     const Workload& mWork;
     /// Its destructor writes the rest.
     std::unique_ptr<Utils::JLog::JLogInitializer> mInitializer;
+};
+
+/// The same with a black box.
+class BoxedContender : public JlogContender {
+  public:
+    explicit BoxedContender(const Workload& work) : JlogContender(work, work.folder / "box") {}
 };
 
 }  // namespace JCam::Bench

@@ -34,7 +34,7 @@ using namespace JCam::Bench;
 using nlohmann::json;
 
 constexpr const char* kLoggers[] = {
-        "jlog",   "ring", "buffers",
+        "jlog",   "boxed", "ring", "buffers",
 #ifdef JCAM_BENCH_SPDLOG
         "spdlog",
 #endif
@@ -67,6 +67,9 @@ json withLogger(const std::string& name, Measure measure) {
         return measure.template operator()<GlogContender>();
     }
 #endif
+    if (name == "boxed") {
+        return measure.template operator()<BoxedContender>();
+    }
     if (name == "ring") {
         return measure.template operator()<RingContender>();
     }
