@@ -21,25 +21,26 @@ enum class Call : uint8_t {
     ADVISE,       // madvise
     CLOCK,        // clock_gettime
     CLOSE,        // also fclose; what is closed is gone all the same, as on Linux
-    FOLDER,       // getdents64
+    FOLDER,       // getdents64, opendir
     FOPEN,        //
     FSYNC,        //
     LOCALTIME,    // localtime_r
-    LOCK,         // flock
+    LOCK,         // flock, fcntl
     MAKE_FOLDER,  // mkdir
     MAP,          // mmap, which the library calls for record buffers
     OPEN,         //
     PRIORITY,     // setpriority
     PROBE,        // process_vm_readv
-    READ,         // also fgets
+    READ,         // also fgets, pread
     REMOVE,       //
+    RESERVE,      // fallocate
     STAT,         //
     STATVFS,      //
     THREAD,       // pthread_create
     UNLINK,       //
     UNMAP,        // munmap
     WALL_CLOCK,   // gettimeofday
-    WRITE,        //
+    WRITE,        // also pwrite
     COUNT,
 };
 

@@ -1,5 +1,6 @@
 #include "support/Interpose.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <link.h>
 #include <pthread.h>
@@ -143,6 +144,11 @@ int openFile(const char* path, int flags, mode_t mode) {
     return open(path, flags, mode);
 }
 
+/// For a lock, which has a third argument.
+int controlFile(int fd, int command, struct flock* lock) {
+    return fcntl(fd, command, lock);
+}
+
 /// A second close may hit somebody else's descriptor.
 int closeOnce(int fd) {
     const int result = close(fd);
@@ -210,7 +216,9 @@ std::vector<Import> allImports() {
              {ENOMEM}},
             {"clock_gettime", Failing<Call::CLOCK, &clock_gettime>(), {EINVAL}},
             {"close", Failing<Call::CLOSE, &closeOnce>(), {EINTR, EIO}},
+            {"fallocate", Failing<Call::RESERVE, &fallocate>(), {ENOSPC, EOPNOTSUPP, EINTR}},
             {"fclose", Failing<Call::CLOSE, &fclose>(), {EINTR, EIO}},
+            {"fcntl", Failing<Call::LOCK, &controlFile>(), {EACCES, EAGAIN, ENOLCK}},
             {"fgets", Failing<Call::READ, &fgets>(), {EINTR, EIO}},
             {"flock", Failing<Call::LOCK, &flock>(), {EINTR, ENOLCK}},
             {"fopen", Failing<Call::FOPEN, &fopen>(), {EACCES, ENOMEM}},
@@ -222,8 +230,11 @@ std::vector<Import> allImports() {
             {"mmap", Failing<Call::MAP, &mmap>(), {ENOMEM}},
             {"munmap", Failing<Call::UNMAP, &munmap>(), {ENOMEM}},
             {"open", Failing<Call::OPEN, &openFile>(), {EACCES, EROFS, EMFILE, ENOSPC, EINTR}},
+            {"opendir", Failing<Call::FOLDER, &opendir>(), {ENOENT, EACCES, EMFILE}},
+            {"pread", Failing<Call::READ, &pread>(), {EINTR, EIO}},
             {"process_vm_readv", Failing<Call::PROBE, &process_vm_readv>(), {ENOSYS, EPERM}},
             {"pthread_create", Failing<Call::THREAD, &pthread_create>(), {EAGAIN}},
+            {"pwrite", Failing<Call::WRITE, &pwrite>(), {ENOSPC, EIO}},
             {"read", Failing<Call::READ, &read>(), {EINTR, EIO}},
             {"remove", Failing<Call::REMOVE, &remove>(), {EACCES}},
             {"setpriority", Failing<Call::PRIORITY, &setNice>(), {EACCES}},
