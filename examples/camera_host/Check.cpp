@@ -1,7 +1,9 @@
 #include "Check.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -17,12 +19,18 @@ namespace CameraHost {
 namespace {
 
 using JCam::Reader::Line;
+using JCam::Reader::LogFile;
 using JCam::Reader::Scope;
 
 constexpr size_t kMaxNotes = 5;
 constexpr size_t kMaxQuote = 200;  // a line that is damaged is quoted with the one before it
 
-enum class Kind : uint8_t { NORMAL = 1, CRASH = 2 };
+enum class Kind : uint8_t { NORMAL = 1, CRASH = 2, BLACK_BOX = 4 };
+
+Kind kindOf(const LogFile& file) {
+    const bool isBlackBox = file.path.filename().string().find("_BB_") != std::string::npos;
+    return isBlackBox ? Kind::BLACK_BOX : file.isCrash ? Kind::CRASH : Kind::NORMAL;
+}
 
 /// Where each of the numbers from 1 on was found.
 class Places {
@@ -69,7 +77,7 @@ bool parseSeq(std::string_view text, uint32_t& thread, uint64_t& number) {
 
 class FileCheck {
   public:
-    FileCheck(const std::vector<JCam::Reader::LogFile>& files, const LedgerBook& ledgers, int sig);
+    FileCheck(const std::vector<LogFile>& files, const LedgerBook& ledgers, RunEnd end, int sig);
     Findings run();
 
   private:
@@ -79,7 +87,15 @@ class FileCheck {
         EventCounts found;
     };
 
+    /// The last record of a file that does not end with a newline.
+    struct Tail {
+        std::string note;
+        std::string bytes;
+    };
+
     void visit();
+    void visitTorn();
+    [[nodiscard]] bool isFirstLine() const;
     void visitLine(const Line& line);
     void visitScope(const Scope& scope, Thread& thread);
     void visitDetails(const Line& line, Thread& thread);
@@ -89,13 +105,15 @@ class FileCheck {
     uint64_t countLostScopes();
 
     void note(std::string text);
-    void noteRecord(std::string_view what);
+    [[nodiscard]] std::string describeRecord(std::string_view what) const;
+    void noteRecord(std::string_view what) { note(describeRecord(what)); }
     void noteTorn(std::string_view what) {
         mFindings.torn++;
         noteRecord(what);
     }
 
     const LedgerBook& mLedgers;
+    const RunEnd mEnd;
     const int mSignal;
     const uint64_t mInCall;  // records of a thread whose call had not returned, at most
     uint64_t mMaxSerial = 0;
@@ -104,20 +122,35 @@ class FileCheck {
     uint64_t mContentSum = 0;
     JCam::Reader::Series mSeries;
     const JCam::Reader::Record* mRecord = nullptr;  // the current one
+    const LogFile* mFile = nullptr;                 // its file...
+    Kind mKind = Kind::NORMAL;                      // ... and what that is
+    std::vector<Tail> mTails;                       // that no black-box file has shown whole
     Findings mFindings;
 };
 
-FileCheck::FileCheck(const std::vector<JCam::Reader::LogFile>& files, const LedgerBook& ledgers,
+FileCheck::FileCheck(const std::vector<LogFile>& files, const LedgerBook& ledgers, RunEnd end,
                      int sig)
-        : mLedgers(ledgers), mSignal(sig), mInCall(sig != 0 ? 1 : 0), mSeries(files) {
+        : mLedgers(ledgers),
+          mEnd(end),
+          mSignal(sig),
+          mInCall(end != RunEnd::STOP ? 1 : 0),
+          mSeries(files) {
     for (const Ledger& ledger : ledgers.all()) {
         mThreads.emplace(ledger.tid(), Thread{ledger, {}, {}});
         mMaxSerial += ledger.counts().enters + ledger.counts().exits + mInCall;
     }
-    mFindings.expectedCrashFiles = sig != 0 ? 1 : 0;
-    mFindings.crashFiles = static_cast<uint64_t>(std::count_if(
-            files.begin(), files.end(), [](const auto& file) { return file.isCrash; }));
-    mFindings.badFirstLines = mFindings.crashFiles;
+    for (const LogFile& file : files) {
+        const Kind kind = kindOf(file);
+        mFindings.crashFiles += kind == Kind::CRASH ? 1U : 0U;
+        // A recovery that was killed may have made a file and no more.
+        const bool mayBeEmpty = kind == Kind::BLACK_BOX || end == RunEnd::TWO_CRASHES;
+        const bool hasFirstLine =
+                kind != Kind::NORMAL && !(mayBeEmpty && std::filesystem::is_empty(file.path));
+        mFindings.badFirstLines += hasFirstLine ? 1U : 0U;
+    }
+    if (end == RunEnd::CRASH || (end == RunEnd::TWO_CRASHES && mFindings.crashFiles > 0)) {
+        mFindings.expectedCrashFiles = 1;
+    }
 }
 
 void FileCheck::note(std::string text) {
@@ -126,24 +159,47 @@ void FileCheck::note(std::string text) {
     }
 }
 
-void FileCheck::noteRecord(std::string_view what) {
+std::string FileCheck::describeRecord(std::string_view what) const {
     std::string_view quote = mRecord->bytes;
     quote.remove_suffix(quote.ends_with('\n') ? 1 : 0);
-    note(fmt::format("{}:{}: {}: '{}'", mSeries.file().path.filename().string(),
-                     mRecord->lineNumber, what, quote.substr(0, kMaxQuote)));
+    return fmt::format("{}:{}: {}: '{}'", mFile->path.filename().string(), mRecord->lineNumber,
+                       what, quote.substr(0, kMaxQuote));
 }
 
 void FileCheck::visit() {
+    if (const LogFile* const file = &mSeries.file(); file != mFile) {
+        mFile = file;
+        mKind = kindOf(*file);
+    }
+    if (mKind == Kind::BLACK_BOX) {
+        std::erase_if(mTails,
+                      [&](const Tail& tail) { return mRecord->bytes.starts_with(tail.bytes); });
+    }
     if (mRecord->isTorn) {
-        noteTorn("no newline at the end");
+        visitTorn();
     } else if (mRecord->line) {
         visitLine(*mRecord->line);
-    } else if (mRecord->crash && mSeries.file().isCrash &&
-               mRecord->crash->signal == signalName(mSignal)) {
+    } else if (isFirstLine()) {
         mFindings.badFirstLines--;
     } else {
         noteTorn(mRecord->crash ? "another signal" : mRecord->skipped);
     }
+}
+
+void FileCheck::visitTorn() {
+    constexpr std::string_view kWhat = "no newline at the end";
+    if (mKind == Kind::NORMAL || (mKind == Kind::CRASH && mEnd == RunEnd::TWO_CRASHES)) {
+        mTails.push_back({describeRecord(kWhat), std::string(mRecord->bytes)});
+    } else {
+        noteTorn(kWhat);
+    }
+}
+
+bool FileCheck::isFirstLine() const {
+    return mKind == Kind::CRASH ? mRecord->crash && mRecord->crash->signal == signalName(mSignal)
+                                : mKind == Kind::BLACK_BOX && mRecord->offset == 0 &&
+                                          mRecord->bytes.starts_with(fmt::format(
+                                                  "BLACK BOX : pid = {}, start = ", mFile->pid));
 }
 
 void FileCheck::visitLine(const Line& line) {
@@ -152,7 +208,7 @@ void FileCheck::visitLine(const Line& line) {
         noteTorn("a thread id that never logged");
         return;
     }
-    mFindings.inCrashFile += mSeries.file().isCrash ? 1U : 0U;
+    mFindings.inCrashFile += mKind == Kind::CRASH ? 1U : 0U;
     if (line.scope) {
         visitScope(*line.scope, thread->second);
     } else {
@@ -162,7 +218,7 @@ void FileCheck::visitLine(const Line& line) {
 
 bool FileCheck::insert(Places& places, uint64_t number) {
     const bool isFirst = !places.contains(number);
-    if (!places.insert(number, mSeries.file().isCrash ? Kind::CRASH : Kind::NORMAL)) {
+    if (!places.insert(number, mKind)) {
         mFindings.duplicated++;
         noteRecord("for the second time");
     }
@@ -228,17 +284,23 @@ Findings FileCheck::run() {
     while ((mRecord = mSeries.next())) {
         visit();
     }
+    for (const Tail& tail : mTails) {
+        mFindings.torn++;
+        note(tail.note);
+    }
     mFindings.lost = countLostScopes();
     mFindings.onlyInCrashFile = mSerials.countOnlyIn(Kind::CRASH);
+    mFindings.onlyInBlackBox = mSerials.countOnlyIn(Kind::BLACK_BOX);
     uint64_t loggedSum = 0;
     for (const auto& [tid, thread] : mThreads) {
         mFindings.found += thread.found;
         mFindings.lost += countLostTexts(thread);
         mFindings.onlyInCrashFile += thread.texts.countOnlyIn(Kind::CRASH);
+        mFindings.onlyInBlackBox += thread.texts.countOnlyIn(Kind::BLACK_BOX);
         loggedSum += thread.ledger.contentSum();
     }
     // With a record missing the sums differ anyway.
-    if (mSignal == 0 && mFindings.lost == 0 && mContentSum != loggedSum) {
+    if (mEnd == RunEnd::STOP && mFindings.lost == 0 && mContentSum != loggedSum) {
         mFindings.torn++;
         note("all records are there, but the content of one or more has changed");
     }
@@ -257,12 +319,15 @@ Findings& Findings::operator+=(const Findings& other) {
     badFirstLines += other.badFirstLines;
     inCrashFile += other.inCrashFile;
     onlyInCrashFile += other.onlyInCrashFile;
+    onlyInBlackBox += other.onlyInBlackBox;
     return *this;
 }
 
-Findings checkFiles(const std::vector<JCam::Reader::LogFile>& files, const LedgerBook& ledgers,
-                    int sig) {
-    return FileCheck(files, ledgers, sig).run();
+Findings checkFiles(std::vector<LogFile> files, const LedgerBook& ledgers, RunEnd end, int sig) {
+    // Black boxes last, by then all tails are known.
+    std::stable_sort(files.begin(), files.end(),
+                     [](const LogFile& a, const LogFile& b) { return kindOf(a) < kindOf(b); });
+    return FileCheck(files, ledgers, end, sig).run();
 }
 
 }  // namespace CameraHost

@@ -34,20 +34,6 @@ void touch(void* address) {
     *static_cast<volatile int*>(address) = 1;
 }
 
-/// Gets `sig` as a bug would.
-void fault(int sig) {
-    if (sig == SIGABRT) {
-        abort();
-    }
-    void* address = reinterpret_cast<void*>(0x10);  // NOLINT(performance-no-int-to-ptr)
-    if (sig == SIGBUS) {
-        // The page of a file that ends before it.
-        const int file = memfd_create("empty", 0);
-        address = mmap(nullptr, 1, PROT_WRITE, MAP_SHARED, file, 0);
-    }
-    touch(address);
-}
-
 /// Waits for the library's flush thread and returns its thread id.
 pid_t findFlushThread() {
     constexpr char kName[] = "FileAloneJLogge";  // the kernel keeps 15 characters
@@ -86,11 +72,28 @@ pid_t startAllocator() {
 
 }  // namespace
 
+void fault(int sig) {
+    if (sig == SIGABRT) {
+        abort();
+    }
+    void* address = reinterpret_cast<void*>(0x10);  // NOLINT(performance-no-int-to-ptr)
+    if (sig == SIGBUS) {
+        // The page of a file that ends before it.
+        const int file = memfd_create("empty", 0);
+        address = mmap(nullptr, 1, PROT_WRITE, MAP_SHARED, file, 0);
+    }
+    touch(address);
+}
+
+pid_t findThread(CrashPlace place, pid_t loggingTid) {
+    return place == CrashPlace::LOGGING        ? loggingTid
+           : place == CrashPlace::MALLOC       ? startAllocator()
+           : place == CrashPlace::FLUSH_THREAD ? findFlushThread()
+                                               : gettid();
+}
+
 void crash(int sig, CrashPlace place, pid_t loggingTid, const LedgerBook& ledgers) {
-    const pid_t target = place == CrashPlace::LOGGING        ? loggingTid
-                         : place == CrashPlace::MALLOC       ? startAllocator()
-                         : place == CrashPlace::FLUSH_THREAD ? findFlushThread()
-                                                             : 0;
+    const pid_t target = findThread(place, loggingTid);
     ledgers.mark();
     if (place == CrashPlace::HOST) {
         fault(sig);
@@ -102,7 +105,7 @@ void crash(int sig, CrashPlace place, pid_t loggingTid, const LedgerBook& ledger
     }
 }
 
-ChildEnd runInChild(const std::function<int()>& body, std::chrono::milliseconds bound) {
+ChildEnd runInChild(const std::function<int()>& body, std::chrono::microseconds bound) {
     static_cast<void>(std::fflush(nullptr));  // lest both processes print it
     const pid_t pid = fork();
     if (pid < 0) {

@@ -21,9 +21,15 @@ enum class CrashPlace {
 };
 inline constexpr int kCrashPlaces = 4;
 
-/// Brings this process down by `sig` (SIGABRT, SIGSEGV or SIGBUS). `loggingTid` is the thread for
-/// CrashPlace::LOGGING. Marks the ledgers at the last moment. If the process survives, this thread
-/// waits for its parent to give it up.
+/// The thread of a place; `loggingTid` is the one for CrashPlace::LOGGING. Starts one that
+/// allocates if need be.
+[[nodiscard]] pid_t findThread(CrashPlace place, pid_t loggingTid);
+
+/// Gets `sig` (SIGABRT, SIGSEGV or SIGBUS) as a bug would.
+void fault(int sig);
+
+/// Brings this process down by `sig` (one of those three). Marks the ledgers at the last moment. If
+/// the process survives, this thread waits for its parent to give it up.
 [[noreturn]] void crash(int sig, CrashPlace place, pid_t loggingTid, const LedgerBook& ledgers);
 
 /// How a child process has ended.
@@ -38,7 +44,7 @@ struct ChildEnd {
 /// Runs `body` in a child process without core file, which exits with what `body` returns. Must be
 /// called while this process has one thread.
 [[nodiscard]] ChildEnd runInChild(const std::function<int()>& body,
-                                  std::chrono::milliseconds bound);
+                                  std::chrono::microseconds bound);
 
 [[nodiscard]] std::string_view signalName(int sig);
 [[nodiscard]] std::string_view placeName(CrashPlace place);

@@ -37,13 +37,18 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
     app.add_option("--mask", options.mask, "Enable mask of the initializer")->capture_default_str();
     app.add_option("--prop", properties,
                    "Set a system property before logging starts; repeatable, and stronger than "
-                   "--mode and --folder. What the library reads when it is loaded "
+                   "--mode, --folder and --blackbox. What the library reads when it is loaded "
                    "(vendor.debug.camera.jlog.level) comes too late here")
             ->type_name("KEY=VALUE")
             ->check(CLI::Validator(checkProperty, ""))
             ->expected(1)
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     app.add_option("--folder", options.folder, "Folder of the log files")->capture_default_str();
+    app.add_option("--blackbox", options.blackBox,
+                   "Folder of the black box, which keeps what is not in a file yet when the "
+                   "process ends without a crash file; best on a memory file system, such as "
+                   "/dev/shm/NAME")
+            ->type_name("FOLDER");
     app.add_option("--threads", options.threads, "Threads of the pipeline")
             ->check(CLI::Range(1, 256))
             ->capture_default_str();
@@ -74,6 +79,12 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
                     ->check(CLI::Range(1, 1000000).description(""))
                     ->excludes(replay)
                     ->excludes(crashOption);
+    app.add_flag("--ends", options.ends,
+                 "Let the children of the storm end in ways that leave no crash file: SIGKILL, "
+                 "stack overflow, _exit, two faults at once and others. With --blackbox another "
+                 "process then recovers the records of each, in half of the cases after some that "
+                 "are killed while they do")
+            ->needs(storm);
     app.add_flag(
                "--exceptions", options.exceptions,
                "Report camera exceptions for some four seconds more, while the pipeline runs, and "

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <chrono>
+#include <thread>
 
 #include "jlog/JLogInitializer.h"
 #include "jlog/JLogMacros.h"
@@ -76,6 +77,16 @@ void Pipeline::tick(unsigned int second) {
     JLogger::flush(kFlushTimeoutSec);
 }
 
+void Pipeline::flushFor(std::chrono::microseconds time) {
+    const Clock::time_point end = Clock::now() + time;
+    do {
+        const uint64_t events = mLedgers.counts().events();
+        JLogger::flush(kFlushTimeoutSec);
+        mFlushed.store(events, std::memory_order_relaxed);
+        std::this_thread::sleep_for(1ms);
+    } while (Clock::now() < end);
+}
+
 void Pipeline::runRequestAround(const std::function<void()>& work) {
     const uint32_t number = beginRequest();
     JLOG_SCOPE(MODULE_PREVIEW, "Preview", number);
@@ -90,6 +101,14 @@ void Pipeline::stop() {
     mThreads.clear();  // joins
 }
 
+void Pipeline::awaitFlush(const std::stop_token& stop) const {
+    // Relaxed: an estimate.
+    while (mMaxAhead != 0 && !stop.stop_requested() &&
+           mLedgers.counts().events() > mFlushed.load(std::memory_order_relaxed) + mMaxAhead) {
+        std::this_thread::sleep_for(50us);
+    }
+}
+
 void Pipeline::runStream(const std::stop_token& stop, Ledger& ledger, const Stream& stream) {
     ledger.adoptThread();
     const auto period = mRate == 0 ? Clock::duration::zero()
@@ -99,6 +118,7 @@ void Pipeline::runStream(const std::stop_token& stop, Ledger& ledger, const Stre
         for (unsigned int i = 0; i < stream.burst; i++) {
             runRequest(ledger, stream);
         }
+        awaitFlush(stop);
         if (mRate != 0) {
             due += period;
             std::unique_lock<std::mutex> lock(mMutex);

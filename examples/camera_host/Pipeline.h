@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -27,10 +28,12 @@ struct Stream {
 /// starts it logs too, once a second, through tick().
 class Pipeline {
   public:
-    /// `rate`: requests per second and thread; 0 is as fast as it can. The first of the ledgers is
-    /// for the host's own thread, each other one stands for a thread. They must outlive the
-    /// pipeline.
-    Pipeline(const LedgerBook& ledgers, unsigned int rate) : mRate(rate), mLedgers(ledgers) {}
+    /// `rate`: requests per second and thread; 0 is as fast as it can. `maxAhead`: the records that
+    /// all threads together may be ahead of the last flush by flushFor(), or so; 0: any number. The
+    /// first of the ledgers is for the host's own thread, each other one stands for a thread. They
+    /// must outlive the pipeline.
+    Pipeline(const LedgerBook& ledgers, unsigned int rate, uint64_t maxAhead = 0)
+            : mRate(rate), mMaxAhead(maxAhead), mLedgers(ledgers) {}
     /// Stops the threads: a pipeline must be gone before logging is shut down.
     ~Pipeline() { stop(); }
     Pipeline(const Pipeline&) = delete;
@@ -40,6 +43,8 @@ class Pipeline {
     /// What the host does every second while the camera runs: a status message, the level decided
     /// anew, the buffered log pushed out. Call it on the thread that called start().
     void tick(unsigned int second);
+    /// Flushes over and over, for so long at least.
+    void flushFor(std::chrono::microseconds time);
     /// A preview request on the thread that called start(): its sensor node does `work`.
     void runRequestAround(const std::function<void()>& work);
     /// Blocks until every thread has ended.
@@ -54,13 +59,16 @@ class Pipeline {
         return mRequests.fetch_add(1, std::memory_order_relaxed) + 1;
     }
     void runStream(const std::stop_token& stop, Ledger& ledger, const Stream& stream);
+    void awaitFlush(const std::stop_token& stop) const;
     /// Also looks whether the ledger, which is kept behind the front end, has heard of it.
     void runRequest(Ledger& ledger, const Stream& stream);
     static void takeThrough(Ledger& ledger, const Stream& stream, const Request& request);
 
     const unsigned int mRate;
+    const uint64_t mMaxAhead;
     std::atomic<uint32_t> mRequests{0};
     std::atomic<uint32_t> mUnheard{0};
+    std::atomic<uint64_t> mFlushed{0};  // events before the last flush
     const LedgerBook& mLedgers;
     std::mutex mMutex;  // for the timed wait alone
     std::condition_variable_any mStopped;

@@ -78,6 +78,24 @@ void printIndented(const Lines& lines) {
     }
 }
 
+void printTimes(std::string_view what, const std::vector<int64_t>& sortedNs) {
+    if (!sortedNs.empty()) {
+        fmt::print("{:17} median {:.1f} ms, longest {:.1f} ms\n", what,
+                   toMs(sortedNs[sortedNs.size() / 2]), toMs(sortedNs.back()));
+    }
+}
+
+void printEnds(const StormFindings& found) {
+    fmt::print("{:28} {:>8} {:>12} {:>10} {:>22}\n", "end", "children", "calls back", "lost",
+               "in the black box alone");
+    for (size_t i = 0; i < found.byEnd.size(); i++) {
+        if (const EndSum& sum = found.byEnd[i]; sum.children > 0) {
+            fmt::print("{:28} {:>8} {:>12} {:>10} {:>22}\n", traitsOf(static_cast<End>(i)).name,
+                       sum.children, sum.returned, sum.lost, sum.onlyInBlackBox);
+        }
+    }
+}
+
 /// The first `count` lines of a text, or fewer if it has fewer.
 std::vector<std::string_view> firstLines(std::string_view text, size_t count) {
     std::vector<std::string_view> lines;
@@ -198,33 +216,42 @@ void printChildEnd(const ChildEnd& end, int64_t signalToEndNs) {
 }
 
 void printStormProgress(uint64_t children) {
-    fmt::print("{:6} children have crashed\n", children);
+    fmt::print("{:6} children have ended\n", children);
     static_cast<void>(std::fflush(stdout));
 }
 
-void printStormFindings(const StormFindings& found) {
+void printStormFindings(const StormFindings& found, const Options& options) {
+    if (options.ends) {
+        printEnds(found);
+    }
     fmt::print("children          {}", found.children);
-    for (const auto& [sig, children] : found.bySignal) {
-        fmt::print(", {} by {}", children, signalName(sig));
+    if (!options.ends) {
+        for (const auto& [sig, children] : found.bySignal) {
+            fmt::print(", {} by {}", children, signalName(sig));
+        }
+        for (size_t place = 0; place < found.byPlace.size(); place++) {
+            fmt::print("\n                  {} in {}", found.byPlace[place],
+                       placeName(static_cast<CrashPlace>(place)));
+        }
     }
     fmt::print("\n");
-    for (size_t place = 0; place < found.byPlace.size(); place++) {
-        fmt::print("                  {} in {}\n", found.byPlace[place],
-                   placeName(static_cast<CrashPlace>(place)));
-    }
     const Findings& sum = found.sum;
     fmt::print("crash files       {}\n", sum.crashFiles);
     fmt::print("hangs             {}\n", found.hangs);
-    fmt::print("other ends        {} (not by the signal that was sent)\n", found.wrongEnds);
+    fmt::print("other ends        {} (not as was to be)\n", found.wrongEnds);
     fmt::print("bad first lines   {}\n", sum.badFirstLines);
     fmt::print("torn lines        {}\n", sum.torn);
     fmt::print("duplicated lines  {}\n", sum.duplicated);
     fmt::print("lost records      {} of {} whose call had returned\n", sum.lost, found.returned);
     fmt::print("                  {} were in the crash file alone\n", sum.onlyInCrashFile);
-    if (!found.signalToEndNs.empty()) {
-        fmt::print("signal to end     median {:.1f} ms, longest {:.1f} ms\n",
-                   toMs(found.signalToEndNs[found.signalToEndNs.size() / 2]),
-                   toMs(found.signalToEndNs.back()));
+    printTimes("signal to end", found.signalToEndNs);
+    if (!options.blackBox.empty()) {
+        fmt::print("                  {} were in the file of a black box alone\n",
+                   sum.onlyInBlackBox);
+        fmt::print("recoveries        {}, {} failed; {} more were killed\n",
+                   found.recoveryNs.size() + found.failedRecoveries, found.failedRecoveries,
+                   found.killedRecoveries);
+        printTimes("start to recovery", found.recoveryNs);
     }
     fmt::print("check             {}\n", found.isClean() ? "passed" : "failed");
     printIndented(found.notes);

@@ -31,7 +31,7 @@ void printFiles(const std::vector<JCam::Reader::LogFile>& files);
 /// `signalToEndNs` is below 0 if it is not known.
 void printChildEnd(const ChildEnd& end, int64_t signalToEndNs);
 void printStormProgress(uint64_t children);
-void printStormFindings(const StormFindings& found);
+void printStormFindings(const StormFindings& found, const Options& options);
 void printExceptionStep(std::string_view what);
 /// A table of what each step has reached.
 void printExceptionSteps(const std::vector<ExceptionStep>& steps);

@@ -1,9 +1,13 @@
 #include "Storm.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <random>
+#include <system_error>
 #include <thread>
 
 #include <fmt/format.h>
@@ -25,28 +29,78 @@ namespace {
 /// A child ends within milliseconds; one that takes so long never would.
 constexpr std::chrono::seconds kHangBound(5);
 constexpr int kMaxDelayUs = 60000;
+constexpr int kMaxGapUs = 400;  // between two faults
+/// How far threads may be ahead of the last flush where no crash file saves what is in memory: some
+/// 1.5 MB. The black box has 4 MiB, and at full speed callers would outrun the flush thread.
+constexpr uint64_t kMaxAhead = 20000;
+/// A recovery takes milliseconds of the lowest priority, and a disk.
+constexpr std::chrono::seconds kRecoveryBound(60);
+/// One that is to be killed is killed within so long.
+constexpr int kMaxRecoveryUs = 8000;
+constexpr int kMaxKills = 3;
 constexpr uint64_t kReportEvery = 100;
 constexpr size_t kMaxNotes = 20;
 
 struct Attack {
+    End end;
     int sig;
     CrashPlace place;
     std::chrono::microseconds delay;
+    std::chrono::microseconds gap;
     unsigned int victim;  // index of the pipeline's thread
 };
 
 /// Logs until the attack, in the child.
-int logAndCrash(const Options& options, const Attack& attack, const LedgerBook& ledgers) {
+int logAndEnd(const Options& options, const Attack& attack, const LedgerBook& ledgers) {
     const JCam::Utils::JLog::JLogInitializer initializer(options.mask);
     const Witness witness;
-    Pipeline pipeline(ledgers, 0);
+    const bool isCrash = attack.end == End::CRASH;
+    Pipeline pipeline(ledgers, 0, isCrash ? 0 : kMaxAhead);
     pipeline.start();
-    std::this_thread::sleep_for(attack.delay);
+    if (isCrash) {
+        std::this_thread::sleep_for(attack.delay);
+    } else {
+        pipeline.flushFor(attack.end == End::KILL ? kHangBound : attack.delay);
+    }
     const Ledger& victim = ledgers.all()[1 + attack.victim];
     while (victim.tid() == 0) {
         std::this_thread::yield();
     }
-    crash(attack.sig, attack.place, victim.tid(), ledgers);
+    if (isCrash) {
+        crash(attack.sig, attack.place, victim.tid(), ledgers);
+    }
+    endProcess(attack.end, attack.sig, attack.place, victim.tid(), attack.gap);
+}
+
+void removeFiles(const std::vector<LogFile>& files) {
+    for (const LogFile& file : files) {
+        std::filesystem::remove(file.path);
+    }
+}
+
+/// The black boxes of processes other than this one.
+std::vector<std::filesystem::path> listBoxes(const std::string& folder) {
+    const std::string own = fmt::format("cam_jlog_{}_", getpid());
+    std::vector<std::filesystem::path> boxes;
+    std::error_code error;
+    for (std::filesystem::directory_iterator i(folder, error), end; !error && i != end;
+         i.increment(error)) {
+        const std::filesystem::path& path = i->path();
+        if (path.extension() == ".box" && !path.filename().string().starts_with(own)) {
+            boxes.push_back(path);
+        }
+    }
+    return boxes;
+}
+
+/// Starts logging and stops when all boxes are gone, in a child. Marks the ledgers then.
+int recoverBoxes(const Options& options, const LedgerBook& ledgers) {
+    const JCam::Utils::JLog::JLogInitializer initializer(options.mask);
+    while (!listBoxes(options.blackBox).empty()) {
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    ledgers.mark();
+    return EXIT_FINE;
 }
 
 class Storm {
@@ -58,7 +112,11 @@ class Storm {
 
   private:
     Attack draw();
-    void judge(const Attack& attack, const ChildEnd& end, const LedgerBook& ledgers);
+    /// Returns false if a box is left.
+    bool recover();
+    ChildEnd runRecovery(const LedgerBook& ledgers, std::chrono::microseconds bound);
+    void judge(const Attack& attack, const ChildEnd& end, const LedgerBook& ledgers,
+               bool isRecovered);
     int pick(int n) { return std::uniform_int_distribution<int>(0, n - 1)(mRandom); }
 
     const Options& mOptions;
@@ -68,51 +126,98 @@ class Storm {
 
 Attack Storm::draw() {
     constexpr std::array kSignals{SIGABRT, SIGSEGV, SIGBUS};
-    return {kSignals[static_cast<size_t>(pick(kSignals.size()))],
+    const End end = mOptions.ends ? static_cast<End>(1 + pick(kEnds - 1)) : End::CRASH;
+    const bool isCrash = end == End::CRASH || end == End::TWO_FAULTS;
+    return {end,
+            isCrash ? kSignals[static_cast<size_t>(pick(kSignals.size()))] : traitsOf(end).sig,
             static_cast<CrashPlace>(pick(kCrashPlaces)),
             std::chrono::microseconds(pick(kMaxDelayUs)),
+            std::chrono::microseconds(pick(kMaxGapUs)),
             static_cast<unsigned int>(pick(static_cast<int>(mOptions.threads)))};
 }
 
 void Storm::strike() {
     const Attack attack = draw();
     const LedgerBook ledgers(mOptions.threads + 1);
-    const ChildEnd end =
-            runInChild([&] { return logAndCrash(mOptions, attack, ledgers); }, kHangBound);
+    const bool isKill = attack.end == End::KILL;
+    ChildEnd end = runInChild([&] { return logAndEnd(mOptions, attack, ledgers); },
+                              isKill ? attack.delay : kHangBound);
+    end.hung = end.hung && !isKill;
+    if (attack.end != End::CRASH) {
+        ledgers.mark();
+    }
+    const bool isRecovered = mOptions.blackBox.empty() || recover();
     mFindings.children++;
     mFindings.bySignal[attack.sig]++;
     mFindings.byPlace[static_cast<size_t>(attack.place)]++;
-    if (!end.hung && ledgers.markedNs() != 0) {
+    if (attack.end == End::CRASH && !end.hung && ledgers.markedNs() != 0) {
         mFindings.signalToEndNs.push_back(end.endedNs - ledgers.markedNs());
     }
-    judge(attack, end, ledgers);
+    judge(attack, end, ledgers, isRecovered);
 }
 
-void Storm::judge(const Attack& attack, const ChildEnd& end, const LedgerBook& ledgers) {
+ChildEnd Storm::runRecovery(const LedgerBook& ledgers, std::chrono::microseconds bound) {
+    const ChildEnd end = runInChild([&] { return recoverBoxes(mOptions, ledgers); }, bound);
+    removeFiles(listLogFiles(mOptions.folder, end.pid));
+    return end;
+}
+
+bool Storm::recover() {
+    const LedgerBook ledgers(1);
+    for (int kills = pick(2) == 0 ? 0 : 1 + pick(kMaxKills); kills > 0; kills--) {
+        const std::chrono::microseconds bound(pick(kMaxRecoveryUs));
+        mFindings.killedRecoveries += runRecovery(ledgers, bound).hung ? 1U : 0U;
+    }
+    const auto begin = std::chrono::steady_clock::now().time_since_epoch();
+    const ChildEnd end = runRecovery(ledgers, kRecoveryBound);
+    const std::vector<std::filesystem::path> left = listBoxes(mOptions.blackBox);
+    if (!end.hung && end.sig == 0 && end.exitStatus == EXIT_FINE && left.empty()) {
+        mFindings.recoveryNs.push_back(ledgers.markedNs() -
+                                       std::chrono::nanoseconds(begin).count());
+        return true;
+    }
+    mFindings.failedRecoveries++;
+    // Beside the files of its process, and out of the way of the next recovery.
+    for (const std::filesystem::path& box : left) {
+        std::filesystem::copy(box, mOptions.folder / box.filename(),
+                              std::filesystem::copy_options::overwrite_existing);
+        std::filesystem::remove(box);
+    }
+    return false;
+}
+
+void Storm::judge(const Attack& attack, const ChildEnd& end, const LedgerBook& ledgers,
+                  bool isRecovered) {
     const std::vector<LogFile> files = listLogFiles(mOptions.folder, end.pid);
-    const Findings found = checkFiles(files, ledgers, attack.sig);
+    const Findings found = checkFiles(files, ledgers, traitsOf(attack.end).runEnd, attack.sig);
     mFindings.hangs += end.hung ? 1U : 0U;
-    const bool isWrongEnd = !end.hung && end.sig != attack.sig;
+    const bool isWrongEnd = !end.hung && (end.sig != attack.sig || end.exitStatus != EXIT_FINE);
     mFindings.wrongEnds += isWrongEnd ? 1U : 0U;
     mFindings.sum += found;
-    mFindings.returned += ledgers.marked().events();
-    if (!end.hung && !isWrongEnd && found.isClean()) {
-        for (const LogFile& file : files) {
-            std::filesystem::remove(file.path);
-        }
+    const uint64_t returned = ledgers.marked().events();
+    mFindings.returned += returned;
+    EndSum& sum = mFindings.byEnd[static_cast<size_t>(attack.end)];
+    sum.children++;
+    sum.returned += returned;
+    sum.lost += found.lost;
+    sum.onlyInBlackBox += found.onlyInBlackBox;
+    const bool isClean = !end.hung && !isWrongEnd && isRecovered && found.isClean();
+    mFindings.unclean += isClean ? 0U : 1U;
+    if (isClean || mFindings.notes.size() >= kMaxNotes) {
+        removeFiles(files);
         return;
     }
-    mFindings.unclean++;
-    if (mFindings.notes.size() >= kMaxNotes) {
-        return;
-    }
-    mFindings.notes.push_back(fmt::format("child {}, {} to {}: {}", end.pid, signalName(attack.sig),
-                                          placeName(attack.place), describeEnd(end)));
+    const std::string_view what =
+            attack.end == End::CRASH ? signalName(attack.sig) : traitsOf(attack.end).name;
+    mFindings.notes.push_back(fmt::format("child {}, {} to {}: {}{}", end.pid, what,
+                                          placeName(attack.place), describeEnd(end),
+                                          isRecovered ? "" : "; its box is left"));
     mFindings.notes.insert(mFindings.notes.end(), found.notes.begin(), found.notes.end());
 }
 
 StormFindings Storm::finish() {
     std::sort(mFindings.signalToEndNs.begin(), mFindings.signalToEndNs.end());
+    std::sort(mFindings.recoveryNs.begin(), mFindings.recoveryNs.end());
     return std::move(mFindings);
 }
 

@@ -46,6 +46,7 @@ namespace {
 
 constexpr char kModeProperty[] = "vendor.debug.camera.jlog.mode";
 constexpr char kFolderProperty[] = "vendor.debug.camera.ulog.folder";
+constexpr char kBlackBoxProperty[] = "vendor.debug.camera.jlog.blackbox";
 constexpr char kLevelProperty[] = "persist.vendor.jovix.camera.log_level";
 constexpr char kLevelVerbose[] = "4";
 
@@ -72,6 +73,7 @@ bool setProperty(const std::string& key, const std::string& value) {
 bool setProperties(const Options& options) {
     bool done = setProperty(kModeProperty, fmt::format("0x{:x}", options.mode)) &&
                 setProperty(kFolderProperty, options.folder) &&
+                setProperty(kBlackBoxProperty, options.blackBox) &&
                 setProperty(kLevelProperty, kLevelVerbose);
     for (const auto& [key, value] : options.properties) {
         done = done && setProperty(key, value);
@@ -86,7 +88,7 @@ std::filesystem::path getFolder() {
     return folder.data();
 }
 
-/// Makes the folders above the log folder: the library creates the last component only.
+/// Makes the folders above one of the library's, which creates the last component only.
 bool makeParents(const std::filesystem::path& folder) {
     std::error_code error;
     if (folder.has_parent_path()) {
@@ -110,9 +112,11 @@ std::vector<LogFile> newFiles(const std::filesystem::path& folder,
 }
 
 /// Makes the log folder the working directory, because files of the camera stack are relative to
-/// that, and names it to the library so that it stays the same.
-bool enterFolder() {
+/// that, and names its folders to the library so that they stay the same.
+bool enterFolder(const Options& options) {
     std::filesystem::path folder = getFolder();
+    const std::filesystem::path box =
+            options.blackBox.empty() ? "" : std::filesystem::absolute(options.blackBox);
     std::error_code error;
     std::filesystem::create_directories(folder, error);
     if (!error) {
@@ -124,7 +128,8 @@ bool enterFolder() {
     if (error) {
         fmt::print(stderr, "cannot work in '{}': {}\n", folder.string(), error.message());
     }
-    return !error && setProperty(kFolderProperty, folder.string());
+    return !error && setProperty(kFolderProperty, folder.string()) &&
+           setProperty(kBlackBoxProperty, box.string());
 }
 
 void runPipeline(const Options& options, Run& run) {
@@ -208,7 +213,7 @@ int conclude(const Run& run, const std::vector<LogFile>& files) {
         fmt::print("check          failed: no log file of this run is in the folder\n");
         return EXIT_FAULT;
     }
-    const Findings findings = checkFiles(files, run.ledgers, 0);
+    const Findings findings = checkFiles(files, run.ledgers, RunEnd::STOP);
     printFindings(findings, run.ledgers);
     printFiles(files);
     return findings.isClean() ? EXIT_FINE : EXIT_FAULT;
@@ -235,7 +240,7 @@ int runCrash(const Options& options) {
             },
             half + kHangBound);
     const std::vector<LogFile> files = listLogFiles(getFolder(), end.pid);
-    const Findings found = checkFiles(files, ledgers, options.crashSignal);
+    const Findings found = checkFiles(files, ledgers, RunEnd::CRASH, options.crashSignal);
     printChildEnd(end, ledgers.markedNs() != 0 ? end.endedNs - ledgers.markedNs() : -1);
     printFindings(found, ledgers);
     printFiles(files);
@@ -255,7 +260,8 @@ int runHost(const Options& options) {
     if (!setProperties(options)) {
         return EXIT_USAGE;
     }
-    if (!makeParents(getFolder()) || (options.exceptions && !enterFolder())) {
+    if (!makeParents(getFolder()) || !makeParents(options.blackBox) ||
+        (options.exceptions && !enterFolder(options))) {
         return EXIT_USAGE;
     }
     if (options.crashSignal != 0) {
@@ -263,7 +269,7 @@ int runHost(const Options& options) {
     }
     if (options.storm > 0) {
         const StormFindings found = runStorm(options);
-        printStormFindings(found);
+        printStormFindings(found, options);
         return found.isClean() ? EXIT_FINE : EXIT_FAULT;
     }
     const std::filesystem::path folder = getFolder();
