@@ -13,6 +13,10 @@ build/demo/logs. The options are the camera host's, for example
   --storm 1000   lets a thousand processes crash at full load, one after the other, each at a random
                  moment and in a random thread, and looks for every record in their files; those of
                  a process that lost one stay in build/demo/storm
+  --storm 1000 --ends --blackbox /dev/shm/NAME
+                 lets them end in ways that leave no crash file, such as SIGKILL; another process
+                 then finds the records in the black box. /dev/shm is a memory file system, as
+                 /tmp often is; any folder will do. Without --blackbox it shows what is lost
   --exceptions   reports camera exceptions while the pipeline logs, and shows who is told of them;
                  the Android log goes into logcat.txt beside the log files, too
 At the end jlog reports what the files hold, and makes a page of them, build/demo/report.html.
