@@ -28,6 +28,7 @@ std::optional<LogFile> parseName(const fs::path& path) {
     const size_t start = number - kStartShape.size();
     file.start = rest.substr(start, kStartShape.size());
     file.isCrash = start > 0;
+    file.isBlackBox = rest.substr(0, start) == "BB_";
     const bool isPrefixed = start == 0 || rest[start - 1] == '_';
     rest.remove_prefix(number + 1);
     if (!isPrefixed || !hasShape(file.start, kStartShape) || !takeNumber(rest, file.index) ||
@@ -48,8 +49,8 @@ std::vector<LogFile> listLogFiles(const fs::path& folder, int pid) {
         }
     }
     std::sort(files.begin(), files.end(), [](const LogFile& a, const LogFile& b) {
-        return std::tie(a.pid, a.isCrash, a.start, a.index) <
-               std::tie(b.pid, b.isCrash, b.start, b.index);
+        return std::tie(a.pid, a.isCrash, a.start, a.isBlackBox, a.index) <
+               std::tie(b.pid, b.isCrash, b.start, b.isBlackBox, b.index);
     });
     return files;
 }

@@ -11,8 +11,9 @@ namespace JCam::Reader {
 struct LogFile {
     std::filesystem::path path;
     int pid = 0;
-    bool isCrash = false;  // it has a prefix, "NE_": what a process saved when it crashed
-    std::string start;     // of its series: "YYYY_MMDD_hhmmss"
+    bool isCrash = false;     // it has a prefix: what a process left in memory when it ended
+    bool isBlackBox = false;  // the prefix is "BB_": a later process saved it; is a crash, too
+    std::string start;        // of its series: "YYYY_MMDD_hhmmss"; with a prefix, of the file
     unsigned int index = 0;
 };
 

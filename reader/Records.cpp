@@ -17,17 +17,28 @@ std::string_view firstLine(std::string_view text) {
     return text.substr(0, newline == std::string_view::npos ? newline : newline + 1);
 }
 
-std::optional<CrashCause> parseCrash(std::string_view text) {
-    constexpr std::string_view kBehindSignal = " : addr = ";
-    CrashCause crash;
-    crash.signal = text.substr(0, text.find(kBehindSignal));
-    text.remove_prefix(crash.signal.size());
-    // Libraries of C differ in how they print a null pointer.
-    const bool fits =
-            take(text, kBehindSignal) &&
-            (take(text, "(nil)") || (take(text, "0x") && takeNumber(text, crash.address, 16))) &&
-            (text.empty() || text == "\n");
-    return fits ? std::optional(crash) : std::nullopt;
+bool takeStamp(std::string_view& text, std::string_view& stamp) {
+    constexpr std::string_view kShape = "0000-00-00 00:00:00";
+    stamp = text.substr(0, kShape.size());
+    text.remove_prefix(stamp.size());
+    return hasShape(stamp, kShape);
+}
+
+/// `text`: what is behind "BLACK BOX : ", without a newline.
+std::optional<BlackBox> parseBox(std::string_view text) {
+    BlackBox box;
+    std::string_view rest = text;
+    std::string_view start;
+    if (!take(rest, "pid = ") || !takeNumber(rest, box.pid) || !take(rest, ", start = ") ||
+        !takeStamp(rest, start) || !take(rest, ", box = ") || !takeStamp(rest, box.made)) {
+        return std::nullopt;
+    }
+    box.name = text.substr(0, text.size() - rest.size());
+    if (!take(rest, ", ") && !rest.empty()) {
+        return std::nullopt;
+    }
+    box.remark = rest;
+    return box;
 }
 
 /// Takes the origin off a text that begins a record.
@@ -51,6 +62,25 @@ bool isTornBegin(std::string_view line) {
 }
 
 }  // namespace
+
+std::optional<CrashCause> parseCause(std::string_view line) {
+    constexpr std::string_view kBehindSignal = " : addr = ";
+    std::string_view text = line;
+    text.remove_suffix(text.ends_with('\n') ? 1 : 0);
+    CrashCause cause;
+    if (take(text, "BLACK BOX : ")) {
+        cause.box = parseBox(text);
+        return cause.box ? std::optional(cause) : std::nullopt;
+    }
+    cause.signal = text.substr(0, text.find(kBehindSignal));
+    text.remove_prefix(cause.signal.size());
+    // Libraries of C differ in how they print a null pointer.
+    const bool fits =
+            take(text, kBehindSignal) &&
+            (take(text, "(nil)") || (take(text, "0x") && takeNumber(text, cause.address, 16))) &&
+            text.empty();
+    return fits ? std::optional(cause) : std::nullopt;
+}
 
 Records::Records(std::string_view bytes, int pid) : mBytes(bytes), mPid(pid) {
     if (bytes.starts_with(kMark)) {
@@ -100,7 +130,7 @@ const Record* Records::next() {
     } else {
         record.line.reset();
     }
-    record.crash = !isLine && mBegin == 0 ? parseCrash(line) : std::nullopt;
+    record.crash = !isLine && mBegin == 0 ? parseCause(line) : std::nullopt;
     size_t size = 0;
     do {
         size += line.size();

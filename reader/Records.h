@@ -13,11 +13,24 @@ namespace JCam::Reader {
 /// in front of its numbers is none.
 constexpr size_t kMaxBeginChars = 128;
 
-/// The first line of a crash file: "SIGSEGV : addr = 0x10".
-struct CrashCause {
-    std::string_view signal;
-    uint64_t address = 0;
+/// The memory that a dead process has left, from which a later one has made a file.
+struct BlackBox {
+    int pid = 0;
+    std::string_view name;    // "pid = 4321, start = ..., box = ...": no other box has it
+    std::string_view made;    // when its logger made it: "2026-11-26 18:00:02"
+    std::string_view remark;  // for people, for example "ended without a dump"
 };
+
+/// The first line of a crash file: "SIGSEGV : addr = 0x10", or, of a black box,
+/// "BLACK BOX : pid = 4321, start = 2026-11-26 18:00:01, box = 2026-11-26 18:00:02, REMARK".
+struct CrashCause {
+    std::string_view signal;  // empty for a black box
+    uint64_t address = 0;
+    std::optional<BlackBox> box;
+};
+
+/// Empty if the line, whose newline may be missing, is none.
+[[nodiscard]] std::optional<CrashCause> parseCause(std::string_view line);
 
 /// A piece of a log file. It has a line or a crash's cause, or else tells why it was skipped.
 struct Record {

@@ -19,7 +19,10 @@ using namespace std::string_literals;
 std::string describe(const Record& record) {
     std::string text = std::to_string(record.lineNumber) + ":";
     const auto add = [&text](const auto&... parts) { ((text.append(parts) += '|'), ...); };
-    if (record.crash) {
+    if (record.crash && record.crash->box) {
+        const BlackBox& box = *record.crash->box;
+        add(box.name, box.made, box.remark);
+    } else if (record.crash) {
         add(record.crash->signal, std::to_string(record.crash->address));
     } else if (!record.line) {
         add(record.skipped);
@@ -35,6 +38,7 @@ std::string describe(const Record& record) {
 
 TEST(Reader, TakesFilesApart) {
     const std::string at = "03-15 14:25:30.123456  4321  4350 ";
+    const std::string box = "pid = 4321, start = 2026-03-15 14:25:29, box = 2026-03-15 14:25:30";
     const struct {
         std::string bytes;
         std::vector<std::string> records;
@@ -59,6 +63,10 @@ TEST(Reader, TakesFilesApart) {
             {at + "I Tag     : a\n03-15 14:25:30.123456     1     1 I Tag     : b\n\0\nc\n"s + at,
              {"1:51930123456|I|Tag|a\n03-15 14:25:30.123456     1     1 I Tag     : b|",
               "3:no record begins here|*"}},
+            {"BLACK BOX : " + box + ", ended, 1 lost\n" + at + "I Tag     : a\n",
+             {"1:" + box + "|2026-03-15 14:25:30|ended, 1 lost|", "2:51930123456|I|Tag|a|"}},
+            {"BLACK BOX : " + box, {"1:" + box + "|2026-03-15 14:25:30||*"}},
+            {"BLACK BOX : " + box + "1\n", {"1:no record begins here|"}},
             {"SIGBUS : addr = 16\nx\n" + at + "I no colon\n" + at + "J Tag     : a\n",
              {"1:no record begins here|", "3:no colon behind the tag|",
               "4:no level letter V, D, I, W, E or F|"}},
@@ -76,9 +84,10 @@ TEST(Reader, TakesFilesApart) {
 
 TEST(Reader, GoesThroughFilesInTheirOrder) {
     const Support::TempFolder folder;
-    const std::vector<std::string> names = {"7_2026_1231_235959_99",  "7_2026_1231_235959_100",
-                                            "7_2027_0101_000000_01",  "7_NE_2026_0101_000000_01",
-                                            "10_2026_0101_000000_01", "10_2026_0101_000000_1x"};
+    const std::vector<std::string> names = {"7_2026_1231_235959_99",    "7_2026_1231_235959_100",
+                                            "7_2027_0101_000000_01",    "7_NE_2026_0101_000000_01",
+                                            "7_BB_2026_0101_000000_01", "10_2026_0101_000000_01",
+                                            "10_2026_0101_000000_1x"};
     for (const std::string& name : names) {
         Support::writeFile(folder.path("cam_jlog_" + name + ".txt"), name);
     }
