@@ -217,13 +217,17 @@ TEST_F(AnalysisTest, GivesStampsTheirYearAndFindsWhereTheClockWasSet) {
 }
 
 /// Lines of letters: a capital is a scope line with a serial, a small letter details; the same
-/// letter is the same bytes. '~' cuts the last line.
+/// letter is the same bytes. '~' cuts the last line. '*' is a hundred lines that differ.
 std::string linesOf(std::string_view letters) {
     constexpr std::string_view kStamp = "11-26 14:51:00.000000";
     std::string text;
     for (const char c : letters) {
         if (c == '~') {
             text.resize(text.size() - 5);
+        } else if (c == '*') {
+            for (int i = 0; i < 100; i++) {
+                text += line(kStamp, 7, "Tag", fmt::format("*{}", i));
+            }
         } else if (c >= 'a') {
             text += line(kStamp, 7, "Tag", std::string(9, c));
         } else {
@@ -234,12 +238,21 @@ std::string linesOf(std::string_view letters) {
     return text;
 }
 
+/// The first line of the file of a black box. `made`: "hh:mm:ss".
+std::string boxLine(const std::string& made) {
+    return fmt::format(
+            "BLACK BOX : pid = 7, start = 2026-11-26 00:00:00, box = 2026-11-26 {}, "
+            "ended without a dump\n",
+            made);
+}
+
 TEST_F(AnalysisTest, JoinsCrashFilesWhereTheyOverlap) {
     const struct {
         std::vector<std::string> logs;
         std::vector<std::string> dumps;
-        std::string records;  // '$' is the signal
+        std::string records;  // '$' is the signal, '%' the first line of a black box
         uint64_t repeats;
+        std::vector<std::string> boxes = {};
     } rows[] = {
             {{"aBcD"}, {"BcDef"}, "aBcD$ef", 3},
             {{"aBcD"}, {"BcD"}, "aBcD$", 3},
@@ -267,6 +280,15 @@ TEST_F(AnalysisTest, JoinsCrashFilesWhereTheyOverlap) {
             {{"aBcDeF"}, {"BcxD"}, "aBcxD$eF", 3},
             // And crashed again.
             {{"aB"}, {"Bc", "BcD"}, "aB$c$D", 3},
+            // Without a signal, and in the middle of a write.
+            {{"aBcD"}, {}, "aBcD%ef", 3, {"BcDef"}},
+            {{"aBcD~"}, {}, "aBc%DeF", 2, {"BcDeF"}},
+            {{"aBcd~"}, {}, "aBc%de", 1, {"cde"}},
+            // The box has what the crash file lacks, and not the buffers that it has whole.
+            {{"aB"}, {"BcD*E*fG"}, "aB$cxD*E*fG%h", 6, {"BcxDfGh"}},
+            {{"ab"}, {"bcEf"}, "ab$DcEf%g", 5, {"bDcEfg"}},
+            // One box, twice.
+            {{"aB"}, {}, "aB%cD%e", 4, {"BcD", "BcDe"}},
     };
     for (const auto& row : rows) {
         clear();
@@ -278,25 +300,34 @@ TEST_F(AnalysisTest, JoinsCrashFilesWhereTheyOverlap) {
             write(fmt::format("cam_jlog_7_NE_2026_1126_1452{:02}_01.txt", i),
                   "SIGSEGV : addr = 0x10\n" + linesOf(row.dumps[i]));
         }
+        for (size_t i = 0; i < row.boxes.size(); i++) {
+            write(fmt::format("cam_jlog_7_BB_2026_1126_1452{:02}_01.txt", i),
+                  boxLine("14:50:59") + linesOf(row.boxes[i]));
+        }
         const Analysis log(files());
         std::string records;
         log.forEachRecord([&](const Entry& entry, uint32_t scope) {
-            records += entry.kind == Kind::SIGNAL    ? '$'
-                       : entry.kind == Kind::DETAILS ? entry.text[0]
-                                                     : log.names[log.scopes[scope].name].name[0];
+            const char letter = entry.kind == Kind::SIGNAL ? (entry.bytes[0] == 'B' ? '%' : '$')
+                                : entry.kind == Kind::DETAILS
+                                        ? entry.text[0]
+                                        : log.names[log.scopes[scope].name].name[0];
+            if (letter != '*' || !records.ends_with('*')) {
+                records += letter;
+            }
             const std::string file = Support::readFile(log.files.files[entry.file].path.string());
             EXPECT_EQ(lineAt(file, entry.offset), entry.lineNumber);
         });
-        EXPECT_EQ(records, row.records) << row.logs[0] << " + " << row.dumps[0];
-        EXPECT_EQ(log.files.repeats, row.repeats) << row.logs[0] << " + " << row.dumps[0];
-        EXPECT_EQ(log.crashes.size(), row.dumps.size());
+        EXPECT_EQ(records, row.records) << row.logs[0];
+        EXPECT_EQ(log.files.repeats, row.repeats) << row.records;
+        EXPECT_EQ(log.crashes.size(), row.dumps.size() + (row.boxes.empty() ? 0 : 1));
+        EXPECT_EQ(log.isBlackBox(log.crashes.back()), row.dumps.empty());
         EXPECT_TRUE(log.files.problems.empty());
     }
 }
 
 TEST_F(AnalysisTest, ASeriesIsOneStartOfALogger) {
     const struct {
-        std::vector<std::string> files;   // FOLDER/PID_[PREFIX_]HOUR_NUMBER
+        std::vector<std::string> files;   // FOLDER/PID_[PREFIX_]HOUR_NUMBER[@TIME of its box]
         std::vector<std::string> series;  // the files of each
     } rows[] = {
             {{"a/7_14_02", "a/7_14_01"}, {"a/7_14_01 a/7_14_02"}},
@@ -310,18 +341,29 @@ TEST_F(AnalysisTest, ASeriesIsOneStartOfALogger) {
              {"a/7_09_01 a/7_NE_13_01", "a/7_14_01 a/7_X_Y_15_01"}},
             {{"a/7_14_01", "b/7_14_01", "b/7_NE_15_01"}, {"a/7_14_01", "b/7_14_01 b/7_NE_15_01"}},
             {{"a/7_NE_15_01"}, {"a/7_NE_15_01"}},
+            // A black box belongs to the one that began when it was made, if anybody knows.
+            {{"a/7_09_01", "a/7_14_01", "a/7_BB_15_01@08:59:59"},
+             {"a/7_09_01 a/7_BB_15_01", "a/7_14_01"}},
+            {{"a/7_14_01", "a/7_BB_15_01@08:59:59"}, {"a/7_BB_15_01", "a/7_14_01"}},
+            {{"a/7_09_01", "a/7_14_01", "a/7_BB_15_01"}, {"a/7_09_01", "a/7_14_01 a/7_BB_15_01"}},
+            {{"a/7_NE_14_01", "a/7_BB_15_01@08:59:59"}, {"a/7_NE_14_01 a/7_BB_15_01"}},
+            {{"a/7_NE_09_01", "a/7_BB_15_01@13:59:59", "a/7_BB_16_01@13:59:59"},
+             {"a/7_NE_09_01", "a/7_BB_15_01 a/7_BB_16_01"}},
     };
     for (const auto& row : rows) {
         const TempFolder folder(TempFolder::inMemory());
         std::vector<fs::path> paths;
-        for (const std::string& file : row.files) {
+        for (const std::string& named : row.files) {
+            const size_t box = std::min(named.find('@'), named.size());
+            const std::string file = named.substr(0, box);
             const fs::path parent = folder.path(file.substr(0, 1));
             fs::create_directories(parent);
             const size_t hour = file.size() - 5;
             const fs::path path =
                     parent / ("cam_jlog_" + file.substr(2, hour - 2) + "2026_1126_" +
                               file.substr(hour, 2) + "0000" + file.substr(hour + 2) + ".txt");
-            writeFile(path.string(), linesOf("a"));
+            writeFile(path.string(),
+                      (box < named.size() ? boxLine(named.substr(box + 1)) : "") + linesOf("a"));
             // Named in three ways.
             paths.insert(paths.end(), {path, parent, parent / ".." / parent.filename()});
         }

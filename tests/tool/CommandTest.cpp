@@ -91,6 +91,16 @@ class CommandTest : public testing::Test {
                       scope(time + 60 + i, 600, 601, request + " Preview:4 - Preview", 2 * i + 2);
         }
         write("steady/cam_jlog_600_2024_0315_100000_01.txt", steady);
+        // Killed in the middle of a write; its black box is found an hour later, and meanwhile
+        // another process has crashed.
+        const std::string killed = scope(1000, 700, 701, "1 Video:10 + Video", 1) +
+                                   line(1500, 700, 701, "W Video   : request 1: late");
+        write("boxed/cam_jlog_700_2024_0315_100000_01.txt", killed.substr(0, killed.size() - 10));
+        write("boxed/cam_jlog_700_BB_2024_0315_110000_01.txt",
+              "BLACK BOX : pid = 700, start = 2024-03-15 09:59:59, box = 2024-03-15 10:00:00, "
+              "ended without a dump\n" +
+                      killed + scope(2000, 700, 701, "1 Video:10 + Encode", 2));
+        write("boxed/cam_jlog_701_NE_2024_0315_103000_01.txt", "SIGBUS : addr = 0x20\n");
         write("empty/notes.txt", "");
         write("void/cam_jlog_9_2024_0315_100000_01.txt", "");
         write("quiet/cam_jlog_400_2024_0315_100000_01.txt",
@@ -225,6 +235,38 @@ file     logs/cam_jlog_100_NE_2024_0315_100001_01.txt
 in flight
          tid 101     request 6  Preview > IspNode   open 150 us, the last 50 us
                      last: D IspNode: request 6: input is here
+[0]
+$ jlog boxed --pid 700
+series   700 2024-03-15 10:00:00  1 file + 1 black box file  3 records  10:00:00.001 to 10:00:00.002
+crash    ended without a dump (black box)   last record 10:00:00.002   (jlog crash)
+health   serials 1..2 complete; 0 torn; 0 continuation lines; 1 repeat in the black box
+module  requests  median  gaps  above  longest  before
+Video          1
+errors         1 x  from 10:00:00.001  W Video: request 1: late
+thread  records  a second  modules
+701           3     3,000  Video
+in flight at the end
+         tid 701     request 1  Video > Encode   open 1.00 ms, the last 0 us
+                     last: D JLog: R AppRequest:1 M[Video:10] +  :Encode #2
+[0]
+$ jlog crash boxed
+series   701 2024-03-15 10:30:00  1 crash file  0 records
+crash    SIGBUS : addr = 0x20
+file     boxed/cam_jlog_701_NE_2024_0315_103000_01.txt
+[0]
+$ jlog crash boxed/cam_jlog_700_BB_2024_0315_110000_01.txt
+series   700 2024-03-15 10:00:00  1 file + 1 black box file  3 records  10:00:00.001 to 10:00:00.002
+crash    ended without a dump (black box)   last record 2024-03-15 10:00:00.002000
+file     boxed/cam_jlog_700_BB_2024_0315_110000_01.txt
+in flight
+         tid 701     request 1  Video > Encode   open 1.00 ms, the last 0 us
+                     last: D JLog: R AppRequest:1 M[Video:10] +  :Encode #2
+[0]
+$ jlog merge boxed --pid 700
+2024-03-15 10:00:00.001000   700   701 D JLog    : R AppRequest:1 M[Video:10] +  :Video #1
+BLACK BOX : pid = 700, start = 2024-03-15 09:59:59, box = 2024-03-15 10:00:00, ended without a dump
+2024-03-15 10:00:00.001500   700   701 W Video   : request 1: late
+2024-03-15 10:00:00.002000   700   701 D JLog    : R AppRequest:1 M[Video:10] +  :Encode #2
 [0]
 $ jlog merge logs --since 10:00:00.002 --until 10:00:00.0031
 2024-03-15 10:00:00.002000   100   101 D JLog    : R AppRequest:1 M[Preview:4] -  :Preview #4

@@ -78,10 +78,11 @@ struct Complaint {
     int64_t firstWall = 0;
 };
 
-/// What a process left when a signal killed it.
+/// What a process left when a signal killed it, or in its black box.
 struct Crash {
     uint32_t file = kNone;   // index into SeriesFiles::files
     std::string cause;       // "SIGSEGV : addr = 0x10"; empty if the file says nothing
+    std::string box;         // Reader::BlackBox::name; empty for a signal
     uint32_t ordinal = 0;    // scope events from here on came after it
     int64_t time = kNoTime;  // of the last record before it
 };
@@ -144,12 +145,16 @@ class Analysis {
     std::vector<Silence> silences;
     bool isMonotonic = false;           // stamps are of that clock; Entry::wall is computed
     std::vector<Complaint> complaints;  // in the order they appear
-    std::vector<Crash> crashes;         // by crash file, the oldest first
+    /// Black boxes, then what signals killed, the oldest first: the last one knows best.
+    std::vector<Crash> crashes;
 
     [[nodiscard]] uint32_t serialOf(uint32_t ordinal) const;
     /// `time`, an Entry::time near the scope event `ordinal`, on the wall.
     [[nodiscard]] int64_t wallOf(int64_t time, uint32_t ordinal) const;
 
+    [[nodiscard]] bool isBlackBox(const Crash& crash) const {
+        return files.files[crash.file].isBlackBox;
+    }
     [[nodiscard]] Fate fateOf(const Scope& scope) const;
     /// The bytes of a record; empty if they cannot be read any more.
     [[nodiscard]] std::string read(const Place& place) const;

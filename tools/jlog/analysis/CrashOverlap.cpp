@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -22,7 +23,7 @@ namespace {
 /// How far a record is looked for when the two files differ: the records of one instant that
 /// threads were making.
 constexpr size_t kMaxSkip = 64;
-/// More of the log than the dump has bytes is compared: records that the dump lacks.
+/// The records that were being made when a dump was written have fewer bytes.
 constexpr uint64_t kSlackBytes = uint64_t{256} * 1024;
 /// Dumps have some megabytes. What is behind so many bytes is taken for new.
 constexpr uint64_t kMaxDumpBytes = uint64_t{64} * 1024 * 1024;
@@ -215,11 +216,28 @@ class Alignment {
               mDump(dump),
               mPlaces(dump.size(), log.size()),
               mIsRepeat(dump.size()),
-              mLogEnd(log.size()) {}
+              mLogEnd(log.size()) {
+        for (size_t i = 0; i < log.size(); i++) {
+            if (log[i].isScope && !log[i].isTorn) {
+                mScopes[log[i].bytes] = i;
+            }
+        }
+    }
+
+    /// From the first serial of the dump that the log has; false if there is none.
+    bool align() {
+        for (size_t i = 0; i < mDump.size(); i++) {
+            if (const std::optional<size_t> log = findScope(i)) {
+                align(*log, i);
+                return true;
+            }
+        }
+        return false;
+    }
 
     /// From two items that are the same: forward to the end of either, and back.
     void align(size_t log, size_t dump) {
-        alignFront(log, dump);
+        alignFront(log, dump, 0);
         while (log < mLog.size() && dump < mDump.size()) {
             if (mLog[log].bytes == mDump[dump].bytes) {
                 setRepeat(dump++);
@@ -230,6 +248,9 @@ class Alignment {
             const size_t missing = find(mDump, dump, mLog[log]);
             if (skip > 0 && (missing == 0 || skip <= missing)) {
                 log += skip;
+                continue;
+            }
+            if (missing == 0 && leap(log, dump)) {
                 continue;
             }
             for (size_t i = 0; i < std::max<size_t>(missing, 1); i++) {
@@ -253,9 +274,30 @@ class Alignment {
     [[nodiscard]] size_t placeOf(size_t dump) const { return mPlaces[dump]; }
 
   private:
-    /// The items in front of two that are the same.
-    void alignFront(size_t log, size_t dump) {
-        while (dump > 0) {
+    /// The place of an item of the dump in the log, if it has a serial that the log has.
+    [[nodiscard]] std::optional<size_t> findScope(size_t dump) const {
+        const auto found = mDump[dump].isScope ? mScopes.find(mDump[dump].bytes) : mScopes.end();
+        return found == mScopes.end() ? std::nullopt : std::optional(found->second);
+    }
+
+    /// Over whole buffers that the dump lacks, to the next serial that both have.
+    bool leap(size_t& log, size_t& dump) {
+        const size_t end = std::min(mDump.size(), dump + kMaxSkip);
+        for (size_t i = dump; i < end; i++) {
+            const std::optional<size_t> place = findScope(i);
+            if (place && *place >= log + kMaxSkip) {
+                alignFront(*place, i, dump);
+                log = *place;
+                dump = i;
+                return true;
+            }
+        }
+        return false;
+    }
+
+    /// The items in front of two that are the same, as far as `first`.
+    void alignFront(size_t log, size_t dump, size_t first) {
+        while (dump > first) {
             const Item& wanted = mDump[dump - 1];
             size_t at = log;
             while (at > 0 && log - at < kMaxSkip && mLog[at - 1].bytes != wanted.bytes) {
@@ -284,6 +326,7 @@ class Alignment {
 
     const std::vector<Item>& mLog;
     const std::vector<Item>& mDump;
+    std::unordered_map<std::string_view, size_t> mScopes;  // the items of the log with a serial
     std::vector<size_t> mPlaces;
     std::vector<bool> mIsRepeat;
     size_t mLogEnd;
@@ -345,22 +388,33 @@ class Splicer {
 };
 
 /// Takes the part of the log that a dump of `bytes` can overlap with, and lays it beside the dump.
-Alignment alignWith(Log& log, const std::vector<Item>& dump, uint64_t bytes) {
+/// `slack`: more of the log than the dump has bytes. `isLast`: the log does not go on behind it.
+Alignment alignWith(Log& log, const std::vector<Item>& dump, uint64_t bytes, uint64_t slack,
+                    bool isLast) {
     const auto anchor = std::find_if(dump.begin(), dump.end(),
                                      [](const Item& item) { return item.isScope && !item.isTorn; });
-    if (anchor != dump.end() && log.takeAround(anchor->bytes, anchor->offset + kSlackBytes,
-                                               bytes - anchor->offset + kSlackBytes)) {
+    if (!isLast && anchor != dump.end() &&
+        log.takeAround(anchor->bytes, anchor->offset + slack, bytes - anchor->offset + slack)) {
         Alignment alignment(log.items(), dump);
         alignment.align(log.anchor(), static_cast<size_t>(anchor - dump.begin()));
         return alignment;
     }
-    log.takeEnd(bytes + kSlackBytes);
+    log.takeEnd(bytes + slack);
     Alignment alignment(log.items(), dump);
-    const size_t common = countCommon(log.items(), dump);
+    const size_t common = alignment.align() ? 0 : countCommon(log.items(), dump);
     for (size_t i = 0; i < common; i++) {
         alignment.setRepeat(i);
     }
     return alignment;
+}
+
+/// How much more of the log than the dump has bytes may be records that the dump lacks.
+uint64_t slackOf(const SeriesFiles& series) {
+    uint64_t slack = kSlackBytes;
+    for (const Piece& piece : series.pieces) {
+        slack += series.files[piece.file].isCrash ? piece.end - piece.begin : 0;
+    }
+    return slack;
 }
 
 /// A log that ends within a line is continued by the whole line in the dump.
@@ -394,7 +448,8 @@ void joinCrashFile(SeriesFiles& series, uint32_t crashFile) {
     }
 
     Log log(series);
-    const Alignment alignment = alignWith(log, dump, bytes.size());
+    const Alignment alignment =
+            alignWith(log, dump, bytes.size(), slackOf(series), series.files[crashFile].isBlackBox);
     dropTornLine(series, log, dump, alignment);
 
     Splicer splicer(series, crashFile);

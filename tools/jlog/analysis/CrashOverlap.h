@@ -14,6 +14,9 @@ namespace JCam::Tool {
 /// that were being made when it was written. The place where the two meet is found by the first
 /// serial of the dump, or, without one, as the longest end of the log that the dump begins with.
 /// Never by the bytes of single lines: a thread may log the same text twice within a microsecond.
+///
+/// The file of a black box is a dump, too. It also has what the crash files before it lack, and
+/// may lack whole buffers that they have.
 void joinCrashFile(SeriesFiles& series, uint32_t crashFile);
 
 }  // namespace JCam::Tool

@@ -2,9 +2,13 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 
+#include "reader/Records.h"
 #include "tools/jlog/analysis/Block.h"
 #include "tools/jlog/analysis/Complaints.h"
 #include "tools/jlog/analysis/EntryMaker.h"
@@ -41,7 +45,7 @@ class FirstPass {
             } else if (record.kind == Kind::DETAILS) {
                 scope = visitDetails(block, record, tables);
             } else if (record.kind == Kind::SIGNAL) {
-                crashOf(block.file).cause = block.textOf(record);
+                setCause(crashOf(block.file), block.textOf(record));
             } else {
                 mLog.health.skippedBytes += record.size;
             }
@@ -73,8 +77,7 @@ class FirstPass {
                 crash.time = mLog.lastTime;
             }
         }
-        std::sort(mLog.crashes.begin(), mLog.crashes.end(),
-                  [](const Crash& a, const Crash& b) { return a.file < b.file; });
+        rankCrashes();
         if (mVisitor != nullptr && mVisitor->onScope) {
             for (const uint32_t scope : mLog.unclosed) {
                 mVisitor->onScope(mLog, mLog.scopes[scope]);
@@ -115,6 +118,27 @@ class FirstPass {
     [[nodiscard]] bool hasCrash(uint32_t file) const {
         return std::any_of(mLog.crashes.begin(), mLog.crashes.end(),
                            [&](const Crash& crash) { return crash.file == file; });
+    }
+
+    static void setCause(Crash& crash, std::string_view line) {
+        const std::optional<Reader::CrashCause> cause = Reader::parseCause(line);
+        const bool isBox = cause && cause->box;
+        crash.cause = isBox ? cause->box->remark : line;
+        crash.box = isBox ? cause->box->name : "";
+    }
+
+    /// The records of one box may be in two files.
+    void rankCrashes() {
+        const auto rank = [&](const Crash& crash) {
+            return std::pair(!mLog.files.files[crash.file].isBlackBox, crash.file);
+        };
+        std::sort(mLog.crashes.rbegin(), mLog.crashes.rend(),
+                  [&](const Crash& a, const Crash& b) { return rank(a) < rank(b); });
+        std::set<std::string> boxes;
+        std::erase_if(mLog.crashes, [&](const Crash& crash) {
+            return !crash.box.empty() && !boxes.insert(crash.box).second;
+        });
+        std::reverse(mLog.crashes.begin(), mLog.crashes.end());
     }
 
     /// Parts of crash files may alternate.

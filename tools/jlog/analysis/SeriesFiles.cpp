@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -11,12 +12,15 @@
 #include <optional>
 #include <set>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 #include <system_error>
 #include <tuple>
 #include <utility>
 
 #include "reader/Records.h"
 #include "tools/jlog/analysis/CrashOverlap.h"
+#include "tools/jlog/analysis/WallClock.h"
 
 namespace JCam::Tool {
 
@@ -30,19 +34,27 @@ bool isBefore(const LogFile& a, const LogFile& b) {
     return std::tie(a.index, a.path) < std::tie(b.index, b.path);
 }
 
-/// The process of the first record of a file whose name does not tell.
-LogFile describe(const fs::path& path) {
-    constexpr size_t kLookBytes = size_t{1024} * 1024;
-    std::string bytes(kLookBytes, '\0');
+std::string readBegin(const fs::path& path, size_t size) {
+    std::string bytes(size, '\0');
     std::ifstream stream(path, std::ios::binary);
     stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     bytes.resize(static_cast<size_t>(stream.gcount()));
+    return bytes;
+}
 
+/// The process of the first record of a file whose name does not tell.
+LogFile describe(const fs::path& path) {
+    constexpr size_t kLookBytes = size_t{1024} * 1024;
+    const std::string bytes = readBegin(path, kLookBytes);
     LogFile file;
     file.path = path;
     Reader::Records records(bytes, 0);
     while (const Reader::Record* const record = records.next()) {
         file.isCrash = file.isCrash || record->crash;
+        if (record->crash && record->crash->box) {
+            file.isBlackBox = true;
+            file.pid = record->crash->box->pid;
+        }
         if (record->line) {
             file.pid = record->line->origin.pid;
             break;
@@ -133,6 +145,54 @@ std::vector<SeriesFiles> split(std::vector<LogFile> files) {
     return result;
 }
 
+/// When the box was made of which a file has the records, "YYYY_MMDD_hhmmss"; empty if it is not
+/// known.
+std::string boxStampOf(const LogFile& file) {
+    constexpr size_t kMaxLine = 512;
+    std::string stamp;
+    if (file.isBlackBox) {
+        const std::string bytes = readBegin(file.path, kMaxLine);
+        const std::string_view line = std::string_view(bytes).substr(0, bytes.find('\n'));
+        const std::optional<Reader::CrashCause> cause = Reader::parseCause(line);
+        const std::string_view made = cause && cause->box ? cause->box->made : "";
+        for (const char c : made) {
+            if (c >= '0' && c <= '9') {
+                stamp += stamp.size() == 4 || stamp.size() == 9 ? "_" : "";
+                stamp += c;
+            }
+        }
+    }
+    return stamp;
+}
+
+/// The series of a crash file; nullptr if there is nothing else of it. `boxStamp`: empty if it is
+/// not known.
+SeriesFiles* findOwner(std::vector<SeriesFiles>& all, const LogFile& crash,
+                       const std::string& boxStamp) {
+    // A series begins just after its box was made. Its process may be long dead when the file is
+    // made of the box, and the number of the process used again.
+    constexpr int64_t kMaxBefore = 2 * int64_t{1000000};
+    constexpr int64_t kMaxAfter = 60 * int64_t{1000000};
+    const std::optional<int64_t> made = parseStart(boxStamp);
+    SeriesFiles* owner = nullptr;
+    std::pair<std::string, bool> best;
+    for (SeriesFiles& series : all) {
+        const LogFile& first = series.files.front();
+        const std::optional<int64_t> start = parseStart(series.start);
+        // Without log files the series has the time of its crash.
+        const int64_t maxDelay = first.isCrash && !first.isBlackBox ? INT64_MAX : kMaxAfter;
+        const bool fits = made && start ? *start >= *made - kMaxBefore && *start - *made <= maxDelay
+                                        : crash.start.empty() || series.start <= crash.start;
+        // The newest; of two that lie in two folders the one beside it.
+        const std::pair rank(series.start, first.path.parent_path() == crash.path.parent_path());
+        if (series.pid == crash.pid && fits && (owner == nullptr || best < rank)) {
+            owner = &series;
+            best = rank;
+        }
+    }
+    return owner;
+}
+
 void plan(SeriesFiles& series) {
     for (uint32_t i = 0; i < series.files.size(); i++) {
         std::error_code error;
@@ -183,28 +243,17 @@ std::vector<SeriesFiles> findSeries(const std::vector<fs::path>& paths) {
         }
     }
     std::sort(crashes.begin(), crashes.end(), [](const LogFile& a, const LogFile& b) {
-        return std::tie(a.start, a.index, a.path) < std::tie(b.start, b.index, b.path);
+        // A black box lacks what a crash file has, and not the other way round.
+        return std::tie(a.isBlackBox, a.start, a.index, a.path) <
+               std::tie(b.isBlackBox, b.start, b.index, b.path);
     });
     for (LogFile& crash : crashes) {
-        // The newest series of its process that began before it, of its own folder if there are
-        // two.
-        SeriesFiles* owner = nullptr;
-        const auto rank = [&](const SeriesFiles& series) {
-            const bool isBeside =
-                    !series.files.empty() &&
-                    series.files.front().path.parent_path() == crash.path.parent_path();
-            return std::pair(series.start, isBeside);
-        };
-        for (SeriesFiles& series : result) {
-            if (series.pid == crash.pid && (crash.start.empty() || series.start <= crash.start) &&
-                (owner == nullptr || rank(*owner) < rank(series))) {
-                owner = &series;
-            }
-        }
+        const std::string boxStamp = boxStampOf(crash);
+        SeriesFiles* owner = findOwner(result, crash, boxStamp);
         if (owner == nullptr) {
             owner = &result.emplace_back();
             owner->pid = crash.pid;
-            owner->start = crash.start;
+            owner->start = boxStamp.empty() ? crash.start : boxStamp;
         }
         owner->files.push_back(std::move(crash));
     }

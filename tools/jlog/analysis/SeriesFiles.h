@@ -19,7 +19,7 @@ struct Piece {
 };
 
 /// What one start of a logger has left behind: the rotations of one series of files, and the crash
-/// files of that process.
+/// files of that process, among them those of black boxes.
 struct SeriesFiles {
     int pid = 0;
     std::string start;                   // "YYYY_MMDD_hhmmss"

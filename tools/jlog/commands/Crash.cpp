@@ -1,9 +1,12 @@
 #include <algorithm>
+#include <cstdint>
+#include <optional>
 #include <string>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "tools/jlog/analysis/WallClock.h"
 #include "tools/jlog/commands/Commands.h"
 #include "tools/jlog/commands/Describe.h"
 #include "tools/jlog/commands/Exceptions.h"
@@ -11,13 +14,24 @@
 
 namespace JCam::Tool {
 
+namespace {
+
+/// Entry::wall of the end of a process. The file of a black box has the name of a later time.
+int64_t endOf(const Analysis& log) {
+    const Crash& crash = log.crashes.back();
+    const std::optional<int64_t> stamp =
+            log.isBlackBox(crash) ? std::nullopt : parseStart(log.files.files[crash.file].start);
+    return stamp                   ? *stamp
+           : crash.time == kNoTime ? log.start.value_or(kNoTime)
+                                   : log.wallOf(crash.time, crash.ordinal);
+}
+
+}  // namespace
+
 int showCrash(const Logs& logs, const Logcat* logcat, const Options& options, Output& out) {
     const Analysis* newest = nullptr;
     for (const auto& log : logs) {
-        const auto startOf = [](const Analysis& crashed) {
-            return crashed.files.files[crashed.crashes.back().file].start;
-        };
-        if (!log->crashes.empty() && (newest == nullptr || startOf(*newest) <= startOf(*log))) {
+        if (!log->crashes.empty() && (newest == nullptr || endOf(*newest) <= endOf(*log))) {
             newest = log.get();
         }
     }
@@ -26,7 +40,7 @@ int showCrash(const Logs& logs, const Logcat* logcat, const Options& options, Ou
         return EXIT_FOUND;
     }
     const Crash& crash = newest->crashes.back();
-    const std::string cause = crash.cause.empty() ? "unknown cause" : crash.cause;
+    const std::string cause = describeCause(*newest, crash);
     const std::string time =
             crash.time == kNoTime ? "" : formatDateTime(newest->wallOf(crash.time, crash.ordinal));
     if (options.json) {
@@ -46,7 +60,7 @@ int showCrash(const Logs& logs, const Logcat* logcat, const Options& options, Ou
     printSeries(*newest, page);
     page.add("crash    ", Colour::BOLD)
             .addLogged(cause, Colour::RED)
-            .add(fmt::format("   last record {}\n", time));
+            .add(time.empty() ? "\n" : fmt::format("   last record {}\n", time));
     page.add("file     ", Colour::BOLD)
             .addLogged(newest->files.files[crash.file].path.string())
             .endLine();

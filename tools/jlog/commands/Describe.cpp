@@ -42,15 +42,23 @@ std::string nameOf(const Analysis& log, uint32_t name) {
     return moduleOf(log.names[name]) + "/" + log.names[name].name;
 }
 
+std::string describeCause(const Analysis& log, const Crash& crash) {
+    const std::string cause = crash.cause.empty() ? "unknown cause" : crash.cause;
+    return cause + (log.isBlackBox(crash) ? " (black box)" : "");
+}
+
 void printSeries(const Analysis& log, Page& page) {
-    const auto crashFiles =
-            static_cast<size_t>(std::count_if(log.files.files.begin(), log.files.files.end(),
-                                              [](const auto& file) { return file.isCrash; }));
-    const size_t logFiles = log.files.files.size() - crashFiles;
-    std::string files = logFiles > 0 ? formatCount(logFiles, "file") : "";
-    if (crashFiles > 0) {
-        files += (files.empty() ? "" : " + ") + formatCount(crashFiles, "crash file");
-    }
+    std::string files;
+    const auto add = [&](std::string_view what, const auto& isOne) {
+        const auto count = std::count_if(log.files.files.begin(), log.files.files.end(), isOne);
+        if (count > 0) {
+            files += (files.empty() ? "" : " + ") + formatCount(static_cast<size_t>(count), what);
+        }
+    };
+    using File = Reader::LogFile;
+    add("file", [](const File& file) { return !file.isCrash; });
+    add("crash file", [](const File& file) { return file.isCrash && !file.isBlackBox; });
+    add("black box file", [](const File& file) { return file.isBlackBox; });
     page.add("series   ", Colour::BOLD)
             .add(fmt::format(
                          "{} {}", log.files.pid,

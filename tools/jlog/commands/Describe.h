@@ -14,6 +14,9 @@ namespace JCam::Tool {
 /// "Preview/IspNode".
 [[nodiscard]] std::string nameOf(const Analysis& log, uint32_t name);
 
+/// "SIGSEGV : addr = 0x10", or "ended without a dump (black box)".
+[[nodiscard]] std::string describeCause(const Analysis& log, const Crash& crash);
+
 /// "series 4321 2024-03-15 14:25:30", what its files hold, and when.
 void printSeries(const Analysis& log, Page& page);
 

@@ -237,10 +237,11 @@ class Follower {
         if (!mCrashes.insert(file.path).second || !mIsRunning) {
             return;
         }
+        const std::string what = file.isBlackBox ? "black box file " : "crash file ";
         if (mIsJson) {
-            fmt::print(stderr, "jlog: crash file {}\n", file.path.string());
+            fmt::print(stderr, "jlog: {}{}\n", what, file.path.string());
         } else {
-            mPage.add("crash file ", Colour::RED).addLogged(file.path.string()).endLine();
+            mPage.add(what, Colour::RED).addLogged(file.path.string()).endLine();
         }
     }
 

@@ -80,7 +80,11 @@ void printHealth(const Analysis& log, Page& page) {
                        health.torn > 0 ? Colour::RED : Colour::PLAIN);
     page.add("; " + formatCount(health.continuations, "continuation line"));
     if (log.files.repeats > 0) {
-        page.add("; " + formatCount(log.files.repeats, "repeat") + " in the crash file");
+        // What wrote the crash file had them in memory, and so had the black box.
+        const bool isBox = std::all_of(log.crashes.begin(), log.crashes.end(),
+                                       [&](const Crash& crash) { return log.isBlackBox(crash); });
+        page.add("; " + formatCount(log.files.repeats, "repeat") +
+                 (isBox ? " in the black box" : " in the crash file"));
     }
     page.endLine();
     const auto warn = [&](const std::string& text) {
@@ -299,7 +303,7 @@ void printSummary(const Analysis& log, Page& page) {
     tell(log.health.skippedBytes, "bytes that are no record");
     tell(log.files.problems.size(), "unreadable");
     for (const Crash& crash : log.crashes) {
-        damage += (damage.empty() ? "" : "; ") + crash.cause;
+        damage += (damage.empty() ? "" : "; ") + describeCause(log, crash);
     }
     if (!damage.empty()) {
         beginLine(page, "");
@@ -314,7 +318,7 @@ void printReport(const Analysis& log, const Selection& selection, Page& page) {
     printSeries(log, page);
     for (const Crash& crash : log.crashes) {
         beginLine(page, "crash");
-        page.addLogged(crash.cause.empty() ? "of unknown cause" : crash.cause, Colour::RED);
+        page.addLogged(describeCause(log, crash), Colour::RED);
         if (crash.time != kNoTime) {
             page.add("   last record " + formatTime(log.wallOf(crash.time, crash.ordinal)));
         }
@@ -336,7 +340,9 @@ Json toJson(const Analysis& log, const Selection& selection) {
     series["pid"] = log.files.pid;
     series["start"] = log.start ? Json(formatDateTime(*log.start)) : Json();
     for (const Reader::LogFile& file : log.files.files) {
-        series["files"].push_back({{"path", toUtf8(file.path.string())}, {"crash", file.isCrash}});
+        series["files"].push_back({{"path", toUtf8(file.path.string())},
+                                   {"crash", file.isCrash},
+                                   {"black_box", file.isBlackBox}});
     }
     const Health& health = log.health;
     series["first"] =

@@ -126,7 +126,8 @@ Json SeriesPart::describe() const {
         const Reader::LogFile& file = mLog.files.files[i];
         json["files"].push_back({{"name", file.path.filename().string()},
                                  {"bytes", mLog.files.sizes[i]},
-                                 {"isCrash", file.isCrash}});
+                                 {"isCrash", file.isCrash},
+                                 {"isBlackBox", file.isBlackBox}});
     }
     for (const Thread& thread : mLog.threads) {
         json["threads"].push_back(
@@ -151,6 +152,7 @@ Json SeriesPart::describe() const {
             threads.push_back({{"thread", thread.thread}, {"scopes", numbersOf(thread.scopes)}});
         }
         json["crashes"].push_back({{"cause", crash.cause},
+                                   {"isBlackBox", mLog.isBlackBox(crash)},
                                    {"time", sinceBegin(crash.time)},
                                    {"threads", std::move(threads)}});
     }

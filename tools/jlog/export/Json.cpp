@@ -121,7 +121,8 @@ void appendRecord(std::string& json, const Analysis& log, const Entry& entry, co
     appendTime(json, "time", entry.wall);
     appendOptional(json, "tid", entry.thread != kNone,
                    entry.thread != kNone ? log.threads[entry.thread].tid : 0);
-    append(json, "kind", nameOf(entry.kind));
+    const bool isBox = entry.kind == Kind::SIGNAL && log.files.files[entry.file].isBlackBox;
+    append(json, "kind", isBox ? "black box" : nameOf(entry.kind));
     if (entry.level == '\0') {
         appendNull(json, "level");
     } else {

@@ -143,7 +143,7 @@ class Timeline::Walk {
                          mClock.nanoseconds(step.time));
         }
         for (const Crash& crash : mLog.crashes) {
-            mWriter.note("crash " + crash.cause,
+            mWriter.note((mLog.isBlackBox(crash) ? "black box: " : "crash ") + crash.cause,
                          crash.time == kNoTime ? first : mClock.nanoseconds(crash.time));
         }
     }

@@ -178,12 +178,13 @@ class App {
       }
       return group;
     };
-    const crashes = log.files.filter(file => file.isCrash).length;
-    const files = log.files.length - crashes;
+    const boxes = log.files.filter(file => file.isBlackBox).length;
+    const crashes = log.files.filter(file => file.isCrash).length - boxes;
+    const kinds = [[log.files.length - crashes - boxes, ""], [crashes, " crash"], [boxes, " box"]];
     document.getElementById("facts").replaceChildren(
       fact("pid", log.pid),
       fact("start", formatStart(log.start)),
-      fact("files", crashes > 0 ? `${files} + ${crashes} crash` : files,
+      fact("files", kinds.filter(([n], i) => i === 0 || n > 0).map(kind => kind.join("")).join(" + "),
         log.files.map(({ name, bytes }) => `${name}, ${kCount.format(bytes)} bytes`).join("\n")),
       fact("records", kCount.format(health.records)),
       fact("scopes", kCount.format(log.count)),

@@ -1,4 +1,4 @@
-/** Where each thread was when the process crashed. */
+/** Where each thread was when the process ended, by a crash file or by its black box. */
 function showInFlight(host, log, onSelect) {
   const make = (tag, name, ...content) => {
     const element = document.createElement(tag);
@@ -33,15 +33,22 @@ function showInFlight(host, log, onSelect) {
         : make("span", "idle", "in no scope"),
       record);
   };
-  const [signal, address] = crash.cause.split(" : addr = ");
+  const [title, text] = describeCause(crash);
   const count = d3.sum(crash.threads, ({ scopes }) => scopes.length);
   // Threads that were in a scope first.
   const indices = d3.range(log.threads.length)
     .sort((a, b) => stacks.has(b) - stacks.has(a) || a - b);
   host.replaceChildren(
-    make("header", "", make("h2", "", signal || "Crash"),
-      make("p", "cause", address ? `address ${address}` : "the crash file names no signal"),
+    make("header", "", make("h2", "", title), make("p", "cause", text),
       make("p", "hint", count > 0 ? `${formatCount(count, "scope")} in flight`
         : "no scope was in flight")),
     make("div", "threads", ...indices.map(makeThread)));
+}
+
+function describeCause({ cause, isBlackBox }) {
+  if (isBlackBox) {
+    return ["Black box", cause];
+  }
+  const [signal, address] = cause.split(" : addr = ");
+  return [signal || "Crash", address ? `address ${address}` : "the crash file names no signal"];
 }
