@@ -94,23 +94,30 @@ namespace {
 /// Files of one series, in memory.
 class Files {
   public:
-    /// Parts behind "=NEXT=" are files that go on, those behind "=CRASH=" crash files.
+    /// Parts behind "=NEXT=" are files that go on, those behind "=CRASH=" crash files, and those
+    /// behind "=BOX=" those of black boxes.
     explicit Files(std::string_view input) {
-        constexpr std::string_view kNext = "=NEXT=\n";
-        constexpr std::string_view kCrash = "=CRASH=\n";
-        std::string name = fmt::format("cam_jlog_{}_2026_0315_142530_01.txt", kPid);
-        for (int part = 2;; part++) {
-            const size_t next = std::min(input.find(kNext), input.size());
-            const size_t crash = std::min(input.find(kCrash), input.size());
-            const size_t end = std::min(next, crash);
+        constexpr std::pair<std::string_view, std::string_view> kKinds[] = {
+                {"=NEXT=\n", ""}, {"=CRASH=\n", "NE_"}, {"=BOX=\n", "BB_"}};
+        std::string_view prefix;
+        for (int part = 1;; part++) {
+            size_t end = input.size();
+            size_t begin = end;  // of the next part
+            std::string name =
+                    fmt::format("cam_jlog_{}_{}2026_0315_142530_{:02}.txt", kPid, prefix, part);
+            for (const auto& [mark, kind] : kKinds) {
+                if (const size_t found = input.find(mark); found < end) {
+                    end = found;
+                    begin = found + mark.size();
+                    prefix = kind;
+                }
+            }
             Support::writeFile(folder().path(name), std::string(input.substr(0, end)));
             contents.emplace(std::move(name), input.substr(0, end));
             if (end == input.size()) {
                 break;
             }
-            name = fmt::format("cam_jlog_{}_{}2026_0315_142530_{:02}.txt", kPid,
-                               crash < next ? "NE_" : "", part);
-            input.remove_prefix(end + (crash < next ? kCrash : kNext).size());
+            input.remove_prefix(begin);
         }
     }
     ~Files() {
@@ -121,7 +128,13 @@ class Files {
     Files(const Files&) = delete;
     Files& operator=(const Files&) = delete;
 
-    [[nodiscard]] static SeriesFiles series() { return findSeries({folder().path()}).at(0); }
+    /// That of the log files. A box that was made at another time is none of it.
+    [[nodiscard]] static SeriesFiles series() {
+        const std::vector<SeriesFiles> all = findSeries({folder().path()});
+        return *std::find_if(all.begin(), all.end(), [](const SeriesFiles& series) {
+            return !series.files.front().isCrash;
+        });
+    }
 
     std::map<std::string, std::string_view> contents;  // by name
 

@@ -13,13 +13,18 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
+#include <android/log.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "jlog/file/FileAloneJLogger.h"
 #include "reader/Text.h"
 #include "support/Await.h"
+#include "support/ChildProcess.h"
+#include "support/Properties.h"
 #include "support/TempFolder.h"
 
 namespace JCam::Tool {
@@ -319,6 +324,15 @@ jlog: --tz: 'Mars/Olympus' is not a time zone (see jlog --help)
 $ jlog export ndjson -o quiet/cam_jlog_400_2024_0315_100000_01.txt logs
 jlog: --output: quiet/cam_jlog_400_2024_0315_100000_01.txt has the name of a log file (see jlog --help)
 [2]
+$ jlog recover logs
+jlog: logs: not a file
+[3]
+$ jlog recover empty/notes.txt
+jlog: empty/notes.txt: its process ended while it made the box
+[3]
+$ jlog recover quiet/cam_jlog_400_2024_0315_100000_01.txt
+jlog: quiet/cam_jlog_400_2024_0315_100000_01.txt: not a black box
+[3]
 $ jlog nosuch
 jlog: nosuch: No such file or directory
 [3]
@@ -400,6 +414,53 @@ TEST_F(CommandTest, WritesJsonWhateverTheBytes) {
         }
         EXPECT_EQ(object, json::parse(last)) << command;
     }
+}
+
+TEST_F(CommandTest, RecoversABlackBox) {
+    const std::string name(128, 'n');
+    const std::string message(1023, 'm');
+    constexpr int kMessages = 600;  // in several buffers
+    std::filesystem::create_directory(mFolder.path("box"));
+    const Support::Properties properties{
+            {"vendor.debug.camera.jlog.blackbox", mFolder.path("box")}};
+    const auto ending = Support::runChild([&] {
+        __android_log_set_minimum_priority(ANDROID_LOG_WARN);
+        Utils::JLog::File::FileAloneJLogger logger;
+        logger.onLogEnter(4, "Preview", 7);
+        for (int i = 0; i < kMessages; i++) {
+            logger.onLogDetails(4, name.c_str(), Utils::JLog::LEVEL_INFO, message.c_str(),
+                                message.size());
+        }
+        std::raise(SIGKILL);
+    });
+    ASSERT_EQ(ending, (Support::Ending{Support::Ending::KILLED, SIGKILL}));
+    const std::string box = std::filesystem::directory_iterator(mFolder.path("box"))->path();
+
+    EXPECT_EQ(run("crash " + box), 3);
+    EXPECT_THAT(out(), testing::EndsWith(": a black box, see jlog recover\n"));
+    EXPECT_EQ(run("recover --tz UTC " + box), 0);
+    const std::string whole = out();
+    const std::vector<std::string> lines = Support::splitLines(whole);
+    ASSERT_EQ(lines.size(), 2U + kMessages);
+    EXPECT_THAT(lines[0], testing::MatchesRegex("BLACK BOX : pid = [0-9]+, start = .*, box = .*, "
+                                                "ended without a dump"));
+    EXPECT_THAT(lines[1], testing::EndsWith(" D JLog    : R AppRequest:7 M[Preview:4] +  :Preview "
+                                            "#1"));
+    for (size_t i = 2; i < lines.size(); i++) {
+        EXPECT_THAT(lines[i], testing::EndsWith(" I " + name + ": " + message));
+    }
+    // The file has any name, and is not written over.
+    EXPECT_EQ(run(fmt::format("recover --tz UTC {0} -o box.txt && '{1}' crash box.txt && "
+                              "'{1}' recover {0} -o box.txt",
+                              box, JCAM_JLOG)),
+              2);
+    EXPECT_THAT(out(), HasSubstr("request 7  Preview"));
+    EXPECT_EQ(readFile(mFolder.path("box.txt")), whole);
+
+    std::filesystem::resize_file(box, std::filesystem::file_size(box) / 16);
+    EXPECT_EQ(run("recover --tz UTC " + box), 0);
+    EXPECT_THAT(out(), HasSubstr(": a part of it is missing, and records with it\n" +
+                                 whole.substr(0, whole.size() / 4)));
 }
 
 TEST_F(CommandTest, EndsWellWithoutReader) {

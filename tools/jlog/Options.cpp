@@ -55,6 +55,12 @@ void addSeconds(CLI::App& command, const char* name, double& seconds, const char
             ->capture_default_str();
 }
 
+void addTimeZone(CLI::App& command, Options& options) {
+    command.add_option("--tz", options.timeZone,
+                       "The time zone of the device, like Asia/Taipei; else the machine's")
+            ->type_name("ZONE");
+}
+
 void addJson(CLI::App& command, Options& options, const char* what) {
     command.add_flag("--json", options.json, what);
 }
@@ -167,9 +173,22 @@ void addCommands(CLI::App& app, Options& options) {
     exported.add_option("--label", options.label,
                         "ndjson: a text for the column label, for example the build")
             ->type_name("TEXT");
-    exported.add_option("--tz", options.timeZone,
-                        "The time zone of the device, like Asia/Taipei; else the machine's")
-            ->type_name("ZONE");
+    addTimeZone(exported, options);
+
+    CLI::App& recovered =
+            addCommand(app, options, Command::RECOVER, "recover",
+                       "The text of a black box that no device has recovered",
+                       "jlog recover cam_jlog_4321_01.box -o box.txt --tz Asia/Taipei\n"
+                       "  jlog crash cam_ulog box.txt");
+    recovered.add_option("BOX", options.paths, "The file that the dead process has left")
+            ->expected(1)
+            ->required()
+            ->type_name("");
+    recovered
+            .add_option("-o,--output", options.outputFile,
+                        "The file to make; without it, or with -, standard output")
+            ->type_name("FILE");
+    addTimeZone(recovered, options);
 }
 
 bool isCommand(const CLI::App& app, const std::string& name) {
@@ -189,7 +208,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
     app.footer(
             "'jlog COMMAND --help' has the options of a command. 'jlog PATH...' is 'jlog report "
             "PATH...'.\nExit status: 0; 1 found something (diff, report --strict) or nothing "
-            "(show, crash);\n"
+            "(show, crash, recover);\n"
             "2 usage; 3 unreadable.");
     app.require_subcommand(1);
     addCommands(app, options);

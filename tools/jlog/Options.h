@@ -17,7 +17,17 @@ enum ExitStatus : int {
     EXIT_UNREADABLE = 3,
 };
 
-enum class Command : uint8_t { REPORT, REQUESTS, SHOW, CRASH, MERGE, DIFF, FOLLOW, EXPORT };
+enum class Command : uint8_t {
+    REPORT,
+    REQUESTS,
+    SHOW,
+    CRASH,
+    MERGE,
+    DIFF,
+    FOLLOW,
+    EXPORT,
+    RECOVER
+};
 
 /// What the command line says.
 struct Options {
@@ -43,9 +53,9 @@ struct Options {
     std::string around;
     double before = 0.1;  // seconds
     double after = 0.1;
-    double threshold = 10;  // diff: per cent
-    std::string format;     // export
-    std::filesystem::path outputFile;
+    double threshold = 10;             // diff: per cent
+    std::string format;                // export
+    std::filesystem::path outputFile;  // export, recover
     bool scopesOnly = false;
     bool recordsOnly = false;
     std::string timeZone;

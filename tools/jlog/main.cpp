@@ -192,6 +192,9 @@ Selection select(const Options& options, int64_t near) {
 }
 
 int run(const Options& options) {
+    if (options.command == Command::RECOVER) {
+        return recover(options);
+    }
     Output out;
     if (options.command == Command::FOLLOW) {
         return follow(options, out);

@@ -73,6 +73,9 @@ void collect(const fs::path& path, std::vector<LogFile>& files) {
         if (!S_ISREG(status.st_mode)) {
             throw std::runtime_error(path.string() + ": not a file or folder");
         }
+        if (path.extension() == ".box") {
+            throw std::runtime_error(path.string() + ": a black box, see jlog recover");
+        }
         std::optional<LogFile> file = Reader::parseName(path);
         files.push_back(file ? *std::move(file) : describe(path));
         return;

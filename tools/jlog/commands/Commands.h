@@ -37,5 +37,7 @@ int exportTo(const Logs& logs, const Selection& selection, const Options& option
 int exportNdjson(std::vector<SeriesFiles> series, const Selection& selection,
                  const Options& options, const Analysis::Progress& progress);
 int follow(const Options& options, Output& out);
+/// The records of a black box, to the file of the options.
+int recover(const Options& options);
 
 }  // namespace JCam::Tool
