@@ -28,8 +28,7 @@ constexpr size_t kMaxQuote = 200;  // a line that is damaged is quoted with the 
 enum class Kind : uint8_t { NORMAL = 1, CRASH = 2, BLACK_BOX = 4 };
 
 Kind kindOf(const LogFile& file) {
-    const bool isBlackBox = file.path.filename().string().find("_BB_") != std::string::npos;
-    return isBlackBox ? Kind::BLACK_BOX : file.isCrash ? Kind::CRASH : Kind::NORMAL;
+    return file.isBlackBox ? Kind::BLACK_BOX : file.isCrash ? Kind::CRASH : Kind::NORMAL;
 }
 
 /// Where each of the numbers from 1 on was found.
@@ -196,10 +195,10 @@ void FileCheck::visitTorn() {
 }
 
 bool FileCheck::isFirstLine() const {
-    return mKind == Kind::CRASH ? mRecord->crash && mRecord->crash->signal == signalName(mSignal)
-                                : mKind == Kind::BLACK_BOX && mRecord->offset == 0 &&
-                                          mRecord->bytes.starts_with(fmt::format(
-                                                  "BLACK BOX : pid = {}, start = ", mFile->pid));
+    const auto& cause = mRecord->crash;
+    return mKind == Kind::CRASH ? cause && cause->signal == signalName(mSignal)
+                                : mKind == Kind::BLACK_BOX && cause && cause->box &&
+                                          cause->box->pid == mFile->pid;
 }
 
 void FileCheck::visitLine(const Line& line) {

@@ -287,6 +287,7 @@ TEST_F(AnalysisTest, JoinsCrashFilesWhereTheyOverlap) {
             // The box has what the crash file lacks, and not the buffers that it has whole.
             {{"aB"}, {"BcD*E*fG"}, "aB$cxD*E*fG%h", 6, {"BcxDfGh"}},
             {{"ab"}, {"bcEf"}, "ab$DcEf%g", 5, {"bDcEfg"}},
+            {{"aB"}, {"BcD~"}, "aB$c%De", 3, {"BcDe"}},
             // One box, twice.
             {{"aB"}, {}, "aB%cD%e", 4, {"BcD", "BcDe"}},
     };
