@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Checks the model of the hand-over between callers and flush thread, and that it can fail.
+# Checks the models of the hand-over between callers and flush thread and of the black box, and that
+# they can fail.
 source "$(dirname "$0")/common.sh"
 
 if [ "${1:-}" = --help ] || [ "${1:-}" = -h ]; then
@@ -10,9 +11,10 @@ Lets spin look at every order of steps that model/BufferHandOver.pml allows, for
 of threads, records and buffers. Prints what each search took; fails on any error, when a search
 was not exhaustive, and when none has reached some statement. Then it lets spin search with one
 fault put in at a time, or a bound taken away, and fails unless that breaks the property which it
-has to break. Takes some 110 s of processor time, and less than 1 GiB for each search; it runs as
-many at once as there are processors. Works in build/model. On a bare Debian machine it first
-installs the packages that it needs.
+has to break. Then it does so with model/BlackBox.pml. Takes some 110 s of processor time for the
+first and 30 s for the second, and less than 1 GiB for each search; it runs as many at once as there
+are processors. Works in build/model. On a bare Debian machine it first installs the packages that
+it needs.
 
 Then it does the same with Relacy and model/Reservation.cpp, which has the memory orders. That takes
 some 40 s of processor time.
@@ -116,7 +118,7 @@ figures() {
 check_clean() {
     local number=$1 parameters text
     IFS='|' read -r parameters text <<<"$2"
-    search "build/model/clean-$number" "$parameters" -O2
+    search "build/model/${model##*/}-clean-$number" "$parameters" -O2
     if ! grep -q '^Full statespace search' pan.out || ! grep -q 'errors: 0$' pan.out ||
         grep -qE '^pan: (out of memory|reached)|not completed|too small|truncated' pan.out; then
         die "${text# }: $(head -n 5 pan.out)"
@@ -128,7 +130,7 @@ check_fault() {
     local number=$1 parameters expected text
     IFS='|' read -r parameters expected text <<<"$2"
     expected=${expected# } expected=${expected% }
-    search "build/model/fault-$number" "$parameters" -O0
+    search "build/model/${model##*/}-fault-$number" "$parameters" -O0
     grep -q "^pan:1: .*$expected" pan.out || die "${text# }: no '$expected', but: $(head -n 5 pan.out)"
     echo "found, $expected: ${text# }"
 }
@@ -168,23 +170,62 @@ numbered() {
     done
 }
 
+# Searches with model $1 for what is in the lists.
+check_with_spin() {
+    local unreached
+    export model=$PWD/model/$1
+    numbered "${searches[@]}" | in_parallel check_clean
+    # Of a statement that no search has reached nothing is known.
+    unreached=$(for folder in "build/model/$1-clean-"*; do
+        statements "$folder"
+    done | sort | uniq -c | awk '
+        { count = $1; kind = $2; $1 = $2 = ""; }
+        kind == "all" { all[$0] = count }
+        kind == "unreached" && count == all[$0]')
+    [ -z "$unreached" ] || die "no search reaches: $unreached"
+    echo "$1: ${#searches[@]} searches without an error"
+    numbered "${faults[@]}" | in_parallel check_fault
+    echo "$1: ${#faults[@]} searches found the fault, all in $SECONDS s"
+}
+
 need_packages gcc spin
 rm -rf build/model
-model=$PWD/model/BufferHandOver.pml
-export model
 export -f die search figures check_clean check_fault
-numbered "${searches[@]}" | in_parallel check_clean
-# Of a statement that no search has reached nothing is known.
-unreached=$(for folder in build/model/clean-*; do
-    statements "$folder"
-done | sort | uniq -c | awk '
-    { count = $1; kind = $2; $1 = $2 = ""; }
-    kind == "all" { all[$0] = count }
-    kind == "unreached" && count == all[$0]')
-[ -z "$unreached" ] || die "no search reaches: $unreached"
-echo "model: ${#searches[@]} searches without an error"
-numbered "${faults[@]}" | in_parallel check_fault
-echo "model: ${#faults[@]} searches found the fault, all in $SECONDS s"
+check_with_spin BufferHandOver.pml
+
+# The black box.
+searches=(
+    "RECOVERIES=1 | two callers, two records each"
+    "CALLERS=1 RECORDS=3 CAPACITY=1 SLOTS=3 | three slots"
+    "CALLERS=1 RECORDS=3 CAPACITY=1 DUMPS=2 | two dumps"
+    "CALLERS=3 RECORDS=1 CAPACITY=3 SLOTS=1 | three callers in one buffer"
+    "CALLERS=1 RECORDS=3 CAPACITY=1 DUMPS=0 RECOVERIES=3 | three recoveries at once"
+    "CALLERS=1 RECORDS=1 DUMPS=0 FROM_START | recoveries meet a box that is being made"
+    "RECORDS=1 CAPACITY=1 SLOTS=1 OUTSIDE=2 | a single slot"
+)
+faults=(
+    "MUTANT=1 CALLERS=1 | B1_KEPT | a buffer is opened before the box knows of it"
+    "MUTANT=2 CALLERS=1 RECORDS=3 CAPACITY=1 | B1_KEPT | a buffer outside is not counted"
+    "MUTANT=3 CALLERS=1 | B2_WHOLE | a buffer is cleared before its sequence"
+    "MUTANT=4 CALLERS=1 | B1_KEPT | the sequence is cleared before the text is written"
+    "MUTANT=5 CALLERS=1 RECORDS=3 CAPACITY=1 | B4_ZERO | a slot is given back before it is clear"
+    "MUTANT=6 CALLERS=1 RECORDS=3 CAPACITY=1 | B1_KEPT | the mark of a dump holds for the slot's next buffer, too"
+    "MUTANT=7 CALLERS=1 RECORDS=3 CAPACITY=1 DUMPS=2 | B1_KEPT | a dump stores the sequence before the number of records"
+    "MUTANT=8 CALLERS=1 | B1_KEPT | a dump marks a slot before its text is written"
+    "MUTANT=9 CALLERS=1 | B1_KEPT | a dump counts the records when it has written them"
+    "MUTANT=10 CALLERS=1 | B1_KEPT | a recovery does not compare the number of records"
+    "MUTANT=11 CALLERS=1 | B2_WHOLE | a buffer is cleared while a dump runs"
+    "MUTANT=12 CALLERS=1 | B2_WHOLE | a record has other contents before its size"
+    "MUTANT=13 CALLERS=1 RECORDS=3 CAPACITY=1 | B2_WHOLE | a recovery takes slots by number"
+    "MUTANT=14 CALLERS=1 | B1_KEPT | a recovery deletes the box before its file is complete"
+    "MUTANT=15 CALLERS=1 | B3_ONCE | a recovery writes text before the box knows the file"
+    "MUTANT=16 CALLERS=1 | B3_ONCE | a recovery leaves the file of the one before"
+    "MUTANT=17 CALLERS=1 | B1_KEPT | a recovery takes a box that another has deleted before it had the lock"
+    "MUTANT=18 CALLERS=1 | B3_ONCE | a recovery takes a box that is locked"
+    "MUTANT=18 CALLERS=1 RECORDS=1 DUMPS=0 FROM_START | B5_NAMED | ... by a living process"
+    "MUTANT=19 CALLERS=1 RECORDS=1 DUMPS=0 FROM_START | B5_NAMED | a process uses a box that was deleted before it had the lock"
+)
+check_with_spin BlackBox.pml
 
 # The memory orders, by Relacy. "parameters | what is special", the longest first.
 executions=(
