@@ -22,6 +22,9 @@ class BoxRecovery;
 /// the writer and recycles them. When no buffer fills up, it retires the current one once an
 /// interval. It idles at nice 19 and raises its priority as buffers queue up.
 ///
+/// When nothing else is to be done, the thread makes text files of the black boxes that dead
+/// processes have left in the folder of the property "vendor.debug.camera.jlog.blackbox".
+///
 /// Life: construct, onInit() once, log and onFlush() from any thread, onUninit(), destroy. Records
 /// logged before onInit() wait in memory and reach the first file; what is logged after onUninit()
 /// stays in memory and goes with the object.

@@ -46,6 +46,10 @@ class FileJLogWriter;
 /// the crash file (but for mode 1, which may leave the queue out). The process has one handler; it
 /// works on the logger whose initHook() ran last.
 ///
+/// Black box: if the property "vendor.debug.camera.jlog.blackbox" names a folder at construction,
+/// buffers lie in a file there, which outlives the process, and goes with the logger. One logger of
+/// a process has it. Without, or when it is used up, they lie in memory.
+///
 /// Fork: a child made by fork() has no consumer, and its mutex may be locked for ever. As POSIX
 /// demands of the child of a threaded process, it may only exec or _exit.
 class JLOG_EXPORT FileJLoggerBase : public JLogger {
@@ -53,8 +57,8 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// The block of records, also under the name of its logger.
     using Buffer = File::Buffer;
 
-    /// Reads the clock property and makes the first buffer; without memory the first call tries
-    /// again.
+    /// Reads the properties of clock and black box, and makes the box and the first buffer; without
+    /// memory the first call tries again.
     FileJLoggerBase();
     /// Frees the buffers, and the records in them are lost. Waits, within bounds, for a crash dump
     /// that runs. Does not touch the actions of the signals: uninitHook() comes before.
