@@ -81,10 +81,10 @@ bool setProperties(const Options& options) {
     return done;
 }
 
-/// The log folder, as the library will read it.
-std::filesystem::path getFolder() {
+/// The folder that a property names, as the library will read it.
+std::filesystem::path getFolder(const char* property = kFolderProperty) {
     std::array<char, PROPERTY_VALUE_MAX> folder{};
-    property_get(kFolderProperty, folder.data(), "");
+    property_get(property, folder.data(), "");
     return folder.data();
 }
 
@@ -113,11 +113,13 @@ std::vector<LogFile> newFiles(const std::filesystem::path& folder,
 
 /// Makes the log folder the working directory, because files of the camera stack are relative to
 /// that, and names its folders to the library so that they stay the same.
-bool enterFolder(const Options& options) {
+bool enterFolder() {
     std::filesystem::path folder = getFolder();
-    const std::filesystem::path box =
-            options.blackBox.empty() ? "" : std::filesystem::absolute(options.blackBox);
+    std::filesystem::path box = getFolder(kBlackBoxProperty);
     std::error_code error;
+    if (!box.empty()) {
+        box = std::filesystem::absolute(box);
+    }
     std::filesystem::create_directories(folder, error);
     if (!error) {
         folder = std::filesystem::canonical(folder, error);
@@ -260,8 +262,8 @@ int runHost(const Options& options) {
     if (!setProperties(options)) {
         return EXIT_USAGE;
     }
-    if (!makeParents(getFolder()) || !makeParents(options.blackBox) ||
-        (options.exceptions && !enterFolder(options))) {
+    if (!makeParents(getFolder()) || !makeParents(getFolder(kBlackBoxProperty)) ||
+        (options.exceptions && !enterFolder())) {
         return EXIT_USAGE;
     }
     if (options.crashSignal != 0) {
