@@ -150,6 +150,16 @@ std::string_view signalName(int sig) {
             return "SIGSEGV";
         case SIGBUS:
             return "SIGBUS";
+        case SIGKILL:
+            return "SIGKILL";
+        case SIGILL:
+            return "SIGILL";
+        case SIGFPE:
+            return "SIGFPE";
+        case SIGSYS:
+            return "SIGSYS";
+        case SIGTERM:
+            return "SIGTERM";
         default:
             return "another signal";
     }

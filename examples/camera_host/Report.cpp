@@ -244,7 +244,6 @@ void printStormFindings(const StormFindings& found, const Options& options) {
     fmt::print("duplicated lines  {}\n", sum.duplicated);
     fmt::print("lost records      {} of {} whose call had returned\n", sum.lost, found.returned);
     fmt::print("                  {} were in the crash file alone\n", sum.onlyInCrashFile);
-    printTimes("signal to end", found.signalToEndNs);
     if (!options.blackBox.empty()) {
         fmt::print("                  {} were in the file of a black box alone\n",
                    sum.onlyInBlackBox);
@@ -253,6 +252,7 @@ void printStormFindings(const StormFindings& found, const Options& options) {
                    found.killedRecoveries);
         printTimes("start to recovery", found.recoveryNs);
     }
+    printTimes("signal to end", found.signalToEndNs);
     fmt::print("check             {}\n", found.isClean() ? "passed" : "failed");
     printIndented(found.notes);
 }
