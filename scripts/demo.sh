@@ -10,13 +10,15 @@ usage: scripts/demo.sh [OPTION]...
 Builds the camera host and runs it in mode 0x14 (own log files) with the log folder
 build/demo/logs. The options are the camera host's, for example
   --crash segv   crashes half way, and shows what the crash file saves
+  --crash kill --blackbox /dev/shm/NAME
+                 is killed half way, and shows what the next process finds in the black box.
+                 /dev/shm is a memory file system, as /tmp often is; any folder will do
   --storm 1000   lets a thousand processes crash at full load, one after the other, each at a random
                  moment and in a random thread, and looks for every record in their files; those of
                  a process that lost one stay in build/demo/storm
   --storm 1000 --ends --blackbox /dev/shm/NAME
                  lets them end in ways that leave no crash file, such as SIGKILL; another process
-                 then finds the records in the black box. /dev/shm is a memory file system, as
-                 /tmp often is; any folder will do. Without --blackbox it shows what is lost
+                 then finds the records in the black box. Without --blackbox it shows what is lost
   --exceptions   reports camera exceptions while the pipeline logs, and shows who is told of them;
                  the Android log goes into logcat.txt beside the log files, too
 At the end jlog reports what the files hold, and makes a page of them, build/demo/report.html.
@@ -59,7 +61,7 @@ if [ -f build/demo/logs/logcat.txt ]; then
 else
     see report build/demo/logs
 fi
-if compgen -G 'build/demo/logs/*_NE_*.txt' >/dev/null; then
+if compgen -G 'build/demo/logs/*_[BN][BE]_*.txt' >/dev/null; then
     see crash build/demo/logs
 fi
 see export html build/demo/logs -o build/demo/report.html

@@ -25,10 +25,10 @@ inline constexpr int kCrashPlaces = 4;
 /// allocates if need be.
 [[nodiscard]] pid_t findThread(CrashPlace place, pid_t loggingTid);
 
-/// Gets `sig` (SIGABRT, SIGSEGV or SIGBUS) as a bug would.
+/// Gets `sig` (SIGABRT, SIGSEGV or SIGBUS) as a bug would, or SIGKILL.
 void fault(int sig);
 
-/// Brings this process down by `sig` (one of those three). Marks the ledgers at the last moment. If
+/// Brings this process down by `sig` (one of those four). Marks the ledgers at the last moment. If
 /// the process survives, this thread waits for its parent to give it up.
 [[noreturn]] void crash(int sig, CrashPlace place, pid_t loggingTid, const LedgerBook& ledgers);
 

@@ -22,7 +22,11 @@ std::string checkProperty(const std::string& text) {
 
 /// 0 for an option that is not there.
 int signalOf(std::string_view crash) {
-    return crash == "segv" ? SIGSEGV : crash == "abort" ? SIGABRT : crash == "bus" ? SIGBUS : 0;
+    return crash == "segv"    ? SIGSEGV
+           : crash == "abort" ? SIGABRT
+           : crash == "bus"   ? SIGBUS
+           : crash == "kill"  ? SIGKILL
+                              : 0;
 }
 
 }  // namespace
@@ -66,9 +70,11 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
     CLI::Option* const crashOption =
             app.add_option("--crash", crash,
                            "Let the host crash in the middle of its load, in a child process, then "
-                           "check that its files hold every record: segv, abort or bus")
+                           "check that its files hold every record: segv, abort or bus; or kill, "
+                           "which leaves no crash file. With --blackbox another process recovers "
+                           "the records first")
                     ->type_name("SIGNAL")
-                    ->check(CLI::IsMember({"segv", "abort", "bus"}).description(""))
+                    ->check(CLI::IsMember({"segv", "abort", "bus", "kill"}).description(""))
                     ->excludes(replay);
     CLI::Option* const storm =
             app.add_option("--storm", options.storm,

@@ -168,12 +168,16 @@ void printLogged(const LedgerBook& ledgers, std::string_view timedWhat) {
                (ns + calls / 2) / calls, calls, timedWhat);
 }
 
-void printFindings(const Findings& findings, const LedgerBook& ledgers) {
-    const bool hasCrashed = findings.expectedCrashFiles > 0;
-    if (hasCrashed) {
+void printFindings(const Findings& findings, const LedgerBook& ledgers, RunEnd end) {
+    if (end != RunEnd::STOP) {
         printCounts("calls returned", ledgers.marked(), ", before the signal");
+    }
+    if (findings.crashFiles > 0) {
         fmt::print("records        {} in the crash file, {} of them in no other\n",
                    findings.inCrashFile, findings.onlyInCrashFile);
+    }
+    if (findings.onlyInBlackBox > 0) {
+        fmt::print("records        {} in the black box alone\n", findings.onlyInBlackBox);
     }
     if (findings.crashFiles != findings.expectedCrashFiles || findings.badFirstLines > 0) {
         fmt::print("crash files    {}, of which {} do not begin as they should\n",
@@ -183,14 +187,17 @@ void printFindings(const Findings& findings, const LedgerBook& ledgers) {
     fmt::print("check          lost {}, duplicated {}, torn {}\n", findings.lost,
                findings.duplicated, findings.torn);
     printIndented(findings.notes);
-    if (hasCrashed) {
+    if (end == RunEnd::CRASH) {
         fmt::print("               (threads log on while the crash file is written)\n");
     }
 }
 
 void printFiles(const std::vector<LogFile>& files) {
     for (const LogFile& file : files) {
-        fmt::print("{:14} {}  {} bytes\n", file.isCrash ? "crash file" : "file", file.path.string(),
+        const std::string_view kind = file.isBlackBox ? "black box"
+                                      : file.isCrash  ? "crash file"
+                                                      : "file";
+        fmt::print("{:14} {}  {} bytes\n", kind, file.path.string(),
                    std::filesystem::file_size(file.path));
     }
     if (files.empty()) {

@@ -25,7 +25,7 @@ void printProgress(std::chrono::duration<double> elapsed, const LedgerBook& ledg
 /// `timedWhat` tells what the timed calls consist of.
 void printLogged(const LedgerBook& ledgers, std::string_view timedWhat);
 /// `ledgers` are marked.
-void printFindings(const Findings& findings, const LedgerBook& ledgers);
+void printFindings(const Findings& findings, const LedgerBook& ledgers, RunEnd end);
 /// The sizes of all files, and lines of the last one.
 void printFiles(const std::vector<JCam::Reader::LogFile>& files);
 /// `signalToEndNs` is below 0 if it is not known.

@@ -1,13 +1,10 @@
 #include "Storm.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <random>
-#include <system_error>
 #include <thread>
 
 #include <fmt/format.h>
@@ -17,6 +14,7 @@
 #include "LedgerBook.h"
 #include "Pipeline.h"
 #include "reader/LogFile.h"
+#include "Recovery.h"
 #include "Report.h"
 #include "Witness.h"
 
@@ -33,9 +31,7 @@ constexpr int kMaxGapUs = 400;  // between two faults
 /// How far threads may be ahead of the last flush where no crash file saves what is in memory: some
 /// 1.5 MB. The black box has 4 MiB, and at full speed callers would outrun the flush thread.
 constexpr uint64_t kMaxAhead = 20000;
-/// A recovery takes milliseconds of the lowest priority, and a disk.
-constexpr std::chrono::seconds kRecoveryBound(60);
-/// One that is to be killed is killed within so long.
+/// A recovery that is to be killed is killed within so long.
 constexpr int kMaxRecoveryUs = 8000;
 constexpr int kMaxKills = 3;
 constexpr uint64_t kReportEvery = 100;
@@ -78,31 +74,6 @@ void removeFiles(const std::vector<LogFile>& files) {
     }
 }
 
-/// The black boxes of processes other than this one.
-std::vector<std::filesystem::path> listBoxes(const std::string& folder) {
-    const std::string own = fmt::format("cam_jlog_{}_", getpid());
-    std::vector<std::filesystem::path> boxes;
-    std::error_code error;
-    for (std::filesystem::directory_iterator i(folder, error), end; !error && i != end;
-         i.increment(error)) {
-        const std::filesystem::path& path = i->path();
-        if (path.extension() == ".box" && !path.filename().string().starts_with(own)) {
-            boxes.push_back(path);
-        }
-    }
-    return boxes;
-}
-
-/// Starts logging and stops when all boxes are gone, in a child. Marks the ledgers then.
-int recoverBoxes(const Options& options, const LedgerBook& ledgers) {
-    const JCam::Utils::JLog::JLogInitializer initializer(options.mask);
-    while (!listBoxes(options.blackBox).empty()) {
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
-    ledgers.mark();
-    return EXIT_FINE;
-}
-
 class Storm {
   public:
     explicit Storm(const Options& options) : mOptions(options) {}
@@ -114,7 +85,6 @@ class Storm {
     Attack draw();
     /// Returns false if a box is left.
     bool recover();
-    ChildEnd runRecovery(const LedgerBook& ledgers, std::chrono::microseconds bound);
     void judge(const Attack& attack, const ChildEnd& end, const LedgerBook& ledgers,
                bool isRecovered);
     int pick(int n) { return std::uniform_int_distribution<int>(0, n - 1)(mRandom); }
@@ -156,29 +126,19 @@ void Storm::strike() {
     judge(attack, end, ledgers, isRecovered);
 }
 
-ChildEnd Storm::runRecovery(const LedgerBook& ledgers, std::chrono::microseconds bound) {
-    const ChildEnd end = runInChild([&] { return recoverBoxes(mOptions, ledgers); }, bound);
-    removeFiles(listLogFiles(mOptions.folder, end.pid));
-    return end;
-}
-
 bool Storm::recover() {
-    const LedgerBook ledgers(1);
     for (int kills = pick(2) == 0 ? 0 : 1 + pick(kMaxKills); kills > 0; kills--) {
         const std::chrono::microseconds bound(pick(kMaxRecoveryUs));
-        mFindings.killedRecoveries += runRecovery(ledgers, bound).hung ? 1U : 0U;
+        mFindings.killedRecoveries += recoverBoxes(mOptions, bound).hung ? 1U : 0U;
     }
-    const auto begin = std::chrono::steady_clock::now().time_since_epoch();
-    const ChildEnd end = runRecovery(ledgers, kRecoveryBound);
-    const std::vector<std::filesystem::path> left = listBoxes(mOptions.blackBox);
-    if (!end.hung && end.sig == 0 && end.exitStatus == EXIT_FINE && left.empty()) {
-        mFindings.recoveryNs.push_back(ledgers.markedNs() -
-                                       std::chrono::nanoseconds(begin).count());
+    const Recovery recovery = recoverBoxes(mOptions, kRecoveryBound);
+    if (recovery.isDone) {
+        mFindings.recoveryNs.push_back(recovery.ns);
         return true;
     }
     mFindings.failedRecoveries++;
     // Beside the files of its process, and out of the way of the next recovery.
-    for (const std::filesystem::path& box : left) {
+    for (const std::filesystem::path& box : listBoxes(mOptions.blackBox)) {
         std::filesystem::copy(box, mOptions.folder / box.filename(),
                               std::filesystem::copy_options::overwrite_existing);
         std::filesystem::remove(box);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
@@ -29,6 +30,7 @@
 #include "Options.h"
 #include "Pipeline.h"
 #include "reader/LogFile.h"
+#include "Recovery.h"
 #include "Replay.h"
 #include "Report.h"
 #include "Storm.h"
@@ -216,7 +218,7 @@ int conclude(const Run& run, const std::vector<LogFile>& files) {
         return EXIT_FAULT;
     }
     const Findings findings = checkFiles(files, run.ledgers, RunEnd::STOP);
-    printFindings(findings, run.ledgers);
+    printFindings(findings, run.ledgers, RunEnd::STOP);
     printFiles(files);
     return findings.isClean() ? EXIT_FINE : EXIT_FAULT;
 }
@@ -224,6 +226,7 @@ int conclude(const Run& run, const std::vector<LogFile>& files) {
 /// Runs the pipeline in a child process that crashes half way, and checks what it leaves behind.
 int runCrash(const Options& options) {
     const LedgerBook ledgers(options.threads + 1);
+    const bool isKill = options.crashSignal == SIGKILL;
     // At full seconds requests begin; a moment later nodes are at work.
     const std::chrono::milliseconds half(500 * options.seconds + 5);
     constexpr std::chrono::seconds kHangBound(10);
@@ -235,18 +238,27 @@ int runCrash(const Options& options) {
                 Pipeline pipeline(ledgers, options.rate);
                 pipeline.start();
                 std::this_thread::sleep_for(half);
-                fmt::print("half way       a fault on the host's own thread: {}\n",
+                fmt::print("half way       {}: {}\n",
+                           isKill ? "the process is killed" : "a fault on the host's own thread",
                            signalName(options.crashSignal));
                 static_cast<void>(std::fflush(stdout));
                 crash(options.crashSignal, CrashPlace::HOST, 0, ledgers);
             },
             half + kHangBound);
-    const std::vector<LogFile> files = listLogFiles(getFolder(), end.pid);
-    const Findings found = checkFiles(files, ledgers, RunEnd::CRASH, options.crashSignal);
     printChildEnd(end, ledgers.markedNs() != 0 ? end.endedNs - ledgers.markedNs() : -1);
-    printFindings(found, ledgers);
+    bool isRecovered = true;
+    if (!options.blackBox.empty()) {
+        isRecovered = recoverBoxes(options, kRecoveryBound).isDone;
+        fmt::print("next start     {}\n", isRecovered ? "the black box is recovered and gone"
+                                                      : "failed: a black box is left");
+    }
+    const std::vector<LogFile> files = listLogFiles(getFolder(), end.pid);
+    const RunEnd runEnd = isKill ? RunEnd::SUDDEN : RunEnd::CRASH;
+    const Findings found = checkFiles(files, ledgers, runEnd, options.crashSignal);
+    printFindings(found, ledgers, runEnd);
     printFiles(files);
-    return found.isClean() && end.sig == options.crashSignal ? EXIT_FINE : EXIT_FAULT;
+    return found.isClean() && isRecovered && end.sig == options.crashSignal ? EXIT_FINE
+                                                                            : EXIT_FAULT;
 }
 
 int runHost(const Options& options) {
