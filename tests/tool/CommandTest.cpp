@@ -295,7 +295,7 @@ Preview/IspNode      -    1        -   500 us          -   500 us    new
 Preview/Preview      1    1  1.04 ms  1.00 ms    1.04 ms  1.00 ms
 [1]
 $ jlog crash quiet
-jlog: no crash file
+jlog: no crash file and no black box
 [1]
 $ jlog show logs --request 77
 jlog: no request 77
@@ -438,6 +438,8 @@ TEST_F(CommandTest, RecoversABlackBox) {
 
     EXPECT_EQ(run("crash " + box), 3);
     EXPECT_THAT(out(), testing::EndsWith(": a black box, see jlog recover\n"));
+    EXPECT_EQ(run("crash box"), 3);
+    EXPECT_THAT(out(), testing::EndsWith("in this folder, but black boxes, see jlog recover\n"));
     EXPECT_EQ(run("recover --tz UTC " + box), 0);
     const std::string whole = out();
     const std::vector<std::string> lines = Support::splitLines(whole);
@@ -455,6 +457,8 @@ TEST_F(CommandTest, RecoversABlackBox) {
                               box, JCAM_JLOG)),
               2);
     EXPECT_THAT(out(), HasSubstr("request 7  Preview"));
+    EXPECT_EQ(run("crash box.txt --json"), 0);
+    EXPECT_TRUE(json::parse(out())["black_box"]);
     EXPECT_EQ(readFile(mFolder.path("box.txt")), whole);
 
     std::filesystem::resize_file(box, std::filesystem::file_size(box) / 16);

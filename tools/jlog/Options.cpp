@@ -177,7 +177,7 @@ void addCommands(CLI::App& app, Options& options) {
 
     CLI::App& recovered =
             addCommand(app, options, Command::RECOVER, "recover",
-                       "The text of a black box that no device has recovered",
+                       "The text of a black box that no logger has recovered",
                        "jlog recover cam_jlog_4321_01.box -o box.txt --tz Asia/Taipei\n"
                        "  jlog crash cam_ulog box.txt");
     recovered.add_option("BOX", options.paths, "The file that the dead process has left")

@@ -30,6 +30,8 @@ namespace {
 
 using Reader::LogFile;
 
+constexpr std::string_view kBoxExtension = ".box";
+
 bool isBefore(const LogFile& a, const LogFile& b) {
     return std::tie(a.index, a.path) < std::tie(b.index, b.path);
 }
@@ -73,7 +75,7 @@ void collect(const fs::path& path, std::vector<LogFile>& files) {
         if (!S_ISREG(status.st_mode)) {
             throw std::runtime_error(path.string() + ": not a file or folder");
         }
-        if (path.extension() == ".box") {
+        if (path.extension() == kBoxExtension) {
             throw std::runtime_error(path.string() + ": a black box, see jlog recover");
         }
         std::optional<LogFile> file = Reader::parseName(path);
@@ -85,15 +87,18 @@ void collect(const fs::path& path, std::vector<LogFile>& files) {
         throw std::runtime_error(path.string() + ": " + error.message());
     }
     const size_t before = files.size();
+    bool hasBox = false;
     for (const fs::directory_iterator end; !error && i != end; i.increment(error)) {
         std::optional<LogFile> file = Reader::parseName(i->path());
         std::error_code ignored;
         if (file && i->is_regular_file(ignored)) {
             files.push_back(*std::move(file));
         }
+        hasBox = hasBox || i->path().extension() == kBoxExtension;
     }
     if (files.size() == before) {
-        throw std::runtime_error(path.string() + ": no log files (cam_jlog_*.txt) in this folder");
+        throw std::runtime_error(path.string() + ": no log files (cam_jlog_*.txt) in this folder" +
+                                 (hasBox ? ", but black boxes, see jlog recover" : ""));
     }
 }
 

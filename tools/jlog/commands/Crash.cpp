@@ -36,7 +36,7 @@ int showCrash(const Logs& logs, const Logcat* logcat, const Options& options, Ou
         }
     }
     if (newest == nullptr) {
-        fmt::print(stderr, "jlog: no crash file\n");
+        fmt::print(stderr, "jlog: no crash file and no black box\n");
         return EXIT_FOUND;
     }
     const Crash& crash = newest->crashes.back();
@@ -47,6 +47,7 @@ int showCrash(const Logs& logs, const Logcat* logcat, const Options& options, Ou
         nlohmann::ordered_json document = {
                 {"pid", newest->files.pid},
                 {"file", toUtf8(newest->files.files[crash.file].path.string())},
+                {"black_box", newest->isBlackBox(crash)},
                 {"cause", toUtf8(cause)},
                 {"last_record", time},
                 {"in_flight", inFlightToJson(*newest, crash.ordinal, crash.time)}};

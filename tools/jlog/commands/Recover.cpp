@@ -95,7 +95,8 @@ int recover(const Options& options) {
                    path.string());
     }
     if (!out) {
-        fmt::print(stderr, "jlog: {}: no records of its own\n", path.string());
+        fmt::print(stderr, "jlog: {}: nothing to recover, its records are in the other files\n",
+                   path.string());
         return EXIT_FOUND;
     }
     out->write(text.text());
