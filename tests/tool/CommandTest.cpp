@@ -161,7 +161,7 @@ constexpr std::string_view kTranscript = R"(
 $ jlog logs --pid 100
 series   100 2024-03-15 10:00:00  2 files + 1 crash file  15 records  10:00:00.001 to 10:00:00.024
 crash    SIGSEGV : addr = 0x10   last record 10:00:00.024   (jlog crash)
-health   serials 1..14, 2 lost; 0 torn; 0 continuation lines; 3 repeats in the crash file
+health   serials 1..14, 2 lost; 0 torn; 0 continuation lines; 3 records in two files
          serials 9..10 are missing
 scope            count      p50      p99      max  slowest
 Preview/Preview      3   500 us  1.00 ms  1.00 ms  request 1, tid 101
@@ -244,7 +244,7 @@ in flight
 $ jlog boxed --pid 700
 series   700 2024-03-15 10:00:00  1 file + 1 black box file  3 records  10:00:00.001 to 10:00:00.002
 crash    ended without a dump (black box)   last record 10:00:00.002   (jlog crash)
-health   serials 1..2 complete; 0 torn; 0 continuation lines; 1 repeat in the black box
+health   serials 1..2 complete; 0 torn; 0 continuation lines; 1 record in two files
 module  requests  median  gaps  above  longest  before
 Video          1
 errors         1 x  from 10:00:00.001  W Video: request 1: late

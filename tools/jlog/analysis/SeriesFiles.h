@@ -27,7 +27,7 @@ struct SeriesFiles {
     std::vector<uint64_t> sizes;         // of the files, in bytes, when they were looked at
     /// Each record once, in the order in which the logger's calls began.
     std::vector<Piece> pieces;
-    uint64_t repeats = 0;                  // records of crash files that are in a log file, too
+    uint64_t repeats = 0;                  // records of crash files that another file has, too
     [[nodiscard]] uint64_t bytes() const;  // of the pieces
     std::vector<std::string> problems;     // files that cannot be read, each with the reason
 };

@@ -80,11 +80,7 @@ void printHealth(const Analysis& log, Page& page) {
                        health.torn > 0 ? Colour::RED : Colour::PLAIN);
     page.add("; " + formatCount(health.continuations, "continuation line"));
     if (log.files.repeats > 0) {
-        // What wrote the crash file had them in memory, and so had the black box.
-        const bool isBox = std::all_of(log.crashes.begin(), log.crashes.end(),
-                                       [&](const Crash& crash) { return log.isBlackBox(crash); });
-        page.add("; " + formatCount(log.files.repeats, "repeat") +
-                 (isBox ? " in the black box" : " in the crash file"));
+        page.add("; " + formatCount(log.files.repeats, "record") + " in two files");
     }
     page.endLine();
     const auto warn = [&](const std::string& text) {
