@@ -184,7 +184,7 @@ class App {
     document.getElementById("facts").replaceChildren(
       fact("pid", log.pid),
       fact("start", formatStart(log.start)),
-      fact("files", kinds.filter(([n], i) => i === 0 || n > 0).map(kind => kind.join("")).join(" + "),
+      fact("files", kinds.filter(([n]) => n > 0).map(kind => kind.join("")).join(" + "),
         log.files.map(({ name, bytes }) => `${name}, ${kCount.format(bytes)} bytes`).join("\n")),
       fact("records", kCount.format(health.records)),
       fact("scopes", kCount.format(log.count)),
