@@ -106,6 +106,13 @@ class CommandTest : public testing::Test {
               "ended without a dump\n" +
                       killed + scope(2000, 700, 701, "1 Video:10 + Encode", 2));
         write("boxed/cam_jlog_701_NE_2024_0315_103000_01.txt", "SIGBUS : addr = 0x20\n");
+        // A thread logs on while another one dies.
+        write("both/cam_jlog_702_NE_2024_0315_100001_01.txt",
+              "SIGBUS : addr = 0x20\n" + scope(1000, 702, 703, "1 Video:10 + Video", 1));
+        write("both/cam_jlog_702_BB_2024_0315_110000_01.txt",
+              "BLACK BOX : pid = 702, start = 2024-03-15 09:59:59, box = 2024-03-15 10:00:00, "
+              "ended without a whole dump\n" +
+                      line(1500, 702, 703, "W Video   : request 1: late"));
         write("empty/notes.txt", "");
         write("void/cam_jlog_9_2024_0315_100000_01.txt", "");
         write("quiet/cam_jlog_400_2024_0315_100000_01.txt",
@@ -266,6 +273,14 @@ file     boxed/cam_jlog_700_BB_2024_0315_110000_01.txt
 in flight
          tid 701     request 1  Video > Encode   open 1.00 ms, the last 0 us
                      last: D JLog: R AppRequest:1 M[Video:10] +  :Encode #2
+[0]
+$ jlog crash both
+series   702 2024-03-15 10:00:01  1 crash file + 1 black box file  2 records  10:00:00.001 to 10:00:00.001
+crash    SIGBUS : addr = 0x20   last record 2024-03-15 10:00:00.001000
+file     both/cam_jlog_702_NE_2024_0315_100001_01.txt
+in flight
+         tid 703     request 1  Video   open 0 us
+                     last: D JLog: R AppRequest:1 M[Video:10] +  :Video #1
 [0]
 $ jlog merge boxed --pid 700
 2024-03-15 10:00:00.001000   700   701 D JLog    : R AppRequest:1 M[Video:10] +  :Video #1

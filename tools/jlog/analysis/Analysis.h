@@ -80,11 +80,12 @@ struct Complaint {
 
 /// What a process left when a signal killed it, or in its black box.
 struct Crash {
-    uint32_t file = kNone;   // index into SeriesFiles::files
-    std::string cause;       // "SIGSEGV : addr = 0x10"; empty if the file says nothing
-    std::string box;         // Reader::BlackBox::name; empty for a signal
-    uint32_t ordinal = 0;    // scope events from here on came after it
-    int64_t time = kNoTime;  // of the last record before it
+    uint32_t file = kNone;        // index into SeriesFiles::files
+    std::string cause;            // "SIGSEGV : addr = 0x10"; empty if the file says nothing
+    std::string box;              // Reader::BlackBox::name; empty for a signal
+    uint32_t ordinal = 0;         // scope events from here on came after it
+    int64_t time = kNoTime;       // of the last record before it
+    std::vector<Thread> threads;  // as they were then: others may have logged on
 };
 
 /// Whether the records can be trusted to be all, and whole.

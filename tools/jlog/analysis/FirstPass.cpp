@@ -60,9 +60,7 @@ class FirstPass {
             }
         }
         if (mLog.files.files[block.file].isCrash) {
-            Crash& crash = crashOf(block.file);
-            crash.ordinal = mLog.events;
-            crash.time = mLog.lastTime;
+            endHere(crashOf(block.file));
         }
     }
 
@@ -72,9 +70,7 @@ class FirstPass {
         // Of a crash file that has nothing of its own there is no block.
         for (uint32_t file = 0; file < mLog.files.files.size(); file++) {
             if (mLog.files.files[file].isCrash && !hasCrash(file)) {
-                Crash& crash = crashOf(file);
-                crash.ordinal = mLog.events;
-                crash.time = mLog.lastTime;
+                endHere(crashOf(file));
             }
         }
         rankCrashes();
@@ -118,6 +114,12 @@ class FirstPass {
     [[nodiscard]] bool hasCrash(uint32_t file) const {
         return std::any_of(mLog.crashes.begin(), mLog.crashes.end(),
                            [&](const Crash& crash) { return crash.file == file; });
+    }
+
+    void endHere(Crash& crash) const {
+        crash.ordinal = mLog.events;
+        crash.time = mLog.lastTime;
+        crash.threads = mLog.threads;
     }
 
     static void setCause(Crash& crash, std::string_view line) {

@@ -50,7 +50,7 @@ int showCrash(const Logs& logs, const Logcat* logcat, const Options& options, Ou
                 {"black_box", newest->isBlackBox(crash)},
                 {"cause", toUtf8(cause)},
                 {"last_record", time},
-                {"in_flight", inFlightToJson(*newest, crash.ordinal, crash.time)}};
+                {"in_flight", inFlightToJson(*newest, crash.ordinal, crash.time, crash.threads)}};
         if (logcat != nullptr) {
             document["exceptions"] = exceptionsToJson(*logcat, logs);
         }
@@ -67,7 +67,7 @@ int showCrash(const Logs& logs, const Logcat* logcat, const Options& options, Ou
             .endLine();
     if (crash.time != kNoTime) {
         page.add("in flight\n", Colour::BOLD);
-        printInFlight(*newest, crash.ordinal, crash.time, page);
+        printInFlight(*newest, crash.ordinal, crash.time, crash.threads, page);
     }
     if (logcat != nullptr) {
         page.endLine();

@@ -80,17 +80,18 @@ std::string quote(const Analysis& log, const Place& place) {
     return parsed ? fmt::format("{} {}: {}", parsed->level, parsed->tag, parsed->text) : "";
 }
 
-void printInFlight(const Analysis& log, uint32_t ordinal, int64_t time, Page& page) {
+void printInFlight(const Analysis& log, uint32_t ordinal, int64_t time,
+                   const std::vector<Thread>& threads, Page& page) {
     size_t width = 0;
-    std::vector<InFlight> threads = findInFlight(log, ordinal);
-    for (const InFlight& thread : threads) {
+    const std::vector<InFlight> inFlight = findInFlight(log, ordinal);
+    for (const InFlight& thread : inFlight) {
         width = std::max(width, describeStack(log, thread.scopes).size());
     }
     constexpr size_t kMaxWidth = 60;
-    for (const InFlight& thread : threads) {
+    for (const InFlight& thread : inFlight) {
         const std::string stack = describeStack(log, thread.scopes);
         const int64_t open = time - log.scopes[thread.scopes.front()].begin;
-        page.add(fmt::format("         tid {:<6}  ", log.threads[thread.thread].tid))
+        page.add(fmt::format("         tid {:<6}  ", threads[thread.thread].tid))
                 .addLogged(fmt::format("{:<{}}", stack, std::min(width, kMaxWidth)), Colour::CYAN)
                 .add(fmt::format("   open {}", formatDuration(open)));
         if (thread.scopes.size() > 1) {
@@ -102,15 +103,16 @@ void printInFlight(const Analysis& log, uint32_t ordinal, int64_t time, Page& pa
             page.add(", or its exit is lost", Colour::YELLOW);
         }
         page.endLine();
-        const std::string last = quote(log, log.threads[thread.thread].lastRecord);
+        const std::string last = quote(log, threads[thread.thread].lastRecord);
         if (!last.empty()) {
             page.add("                     last: ", Colour::DIM).addLogged(last).endLine();
         }
     }
 }
 
-nlohmann::ordered_json inFlightToJson(const Analysis& log, uint32_t ordinal, int64_t time) {
-    auto threads = nlohmann::ordered_json::array();
+nlohmann::ordered_json inFlightToJson(const Analysis& log, uint32_t ordinal, int64_t time,
+                                      const std::vector<Thread>& threads) {
+    auto list = nlohmann::ordered_json::array();
     for (const InFlight& thread : findInFlight(log, ordinal)) {
         auto scopes = nlohmann::ordered_json::array();
         for (const uint32_t index : thread.scopes) {
@@ -120,11 +122,11 @@ nlohmann::ordered_json inFlightToJson(const Analysis& log, uint32_t ordinal, int
                               {"name", toUtf8(log.names[scope.name].name)},
                               {"open_us", time - scope.begin}});
         }
-        threads.push_back({{"tid", log.threads[thread.thread].tid},
-                           {"scopes", std::move(scopes)},
-                           {"last", toUtf8(quote(log, log.threads[thread.thread].lastRecord))}});
+        list.push_back({{"tid", threads[thread.thread].tid},
+                        {"scopes", std::move(scopes)},
+                        {"last", toUtf8(quote(log, threads[thread.thread].lastRecord))}});
     }
-    return threads;
+    return list;
 }
 
 }  // namespace JCam::Tool

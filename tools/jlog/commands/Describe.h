@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -25,8 +26,11 @@ void printSeries(const Analysis& log, Page& page);
 [[nodiscard]] std::string quote(const Analysis& log, const Place& place);
 
 /// Lines with what each thread was doing at the scope event `ordinal`, which was at `time`.
-void printInFlight(const Analysis& log, uint32_t ordinal, int64_t time, Page& page);
+/// `threads`: those of the log, or a crash's.
+void printInFlight(const Analysis& log, uint32_t ordinal, int64_t time,
+                   const std::vector<Thread>& threads, Page& page);
 [[nodiscard]] nlohmann::ordered_json inFlightToJson(const Analysis& log, uint32_t ordinal,
-                                                    int64_t time);
+                                                    int64_t time,
+                                                    const std::vector<Thread>& threads);
 
 }  // namespace JCam::Tool

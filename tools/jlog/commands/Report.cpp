@@ -327,7 +327,7 @@ void printReport(const Analysis& log, const Selection& selection, Page& page) {
     printThreads(log, page);
     if (!findInFlight(log, log.events).empty()) {
         page.add("in flight at the end\n", Colour::BOLD);
-        printInFlight(log, log.events, log.lastTime, page);
+        printInFlight(log, log.events, log.lastTime, log.threads, page);
     }
 }
 
@@ -404,7 +404,7 @@ Json toJson(const Analysis& log, const Selection& selection) {
     for (const Thread& thread : log.threads) {
         series["threads"].push_back({{"tid", thread.tid}, {"records", thread.records}});
     }
-    series["in_flight"] = inFlightToJson(log, log.events, log.lastTime);
+    series["in_flight"] = inFlightToJson(log, log.events, log.lastTime, log.threads);
     return series;
 }
 

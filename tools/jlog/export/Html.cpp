@@ -129,9 +129,14 @@ Json SeriesPart::describe() const {
                                  {"isCrash", file.isCrash},
                                  {"isBlackBox", file.isBlackBox}});
     }
-    for (const Thread& thread : mLog.threads) {
-        json["threads"].push_back(
-                {{"tid", thread.tid}, {"records", thread.records}, {"last", describeLast(thread)}});
+    // The page shows what was in flight at the last crash, and threads that had logged by then.
+    const std::vector<Thread>& ended =
+            mLog.crashes.empty() ? mLog.threads : mLog.crashes.back().threads;
+    for (size_t i = 0; i < mLog.threads.size(); ++i) {
+        const Thread& thread = mLog.threads[i];
+        json["threads"].push_back({{"tid", thread.tid},
+                                   {"records", thread.records},
+                                   {"last", i < ended.size() ? describeLast(ended[i]) : Json()}});
     }
     for (const ScopeName& name : mLog.names) {
         json["names"].push_back({name.module, name.moduleId, name.name, name.crossesThreads});

@@ -37,6 +37,7 @@ function showInFlight(host, log, onSelect) {
   const count = d3.sum(crash.threads, ({ scopes }) => scopes.length);
   // Threads that were in a scope first.
   const indices = d3.range(log.threads.length)
+    .filter(i => log.threads[i].last)
     .sort((a, b) => stacks.has(b) - stacks.has(a) || a - b);
   host.replaceChildren(
     make("header", "", make("h2", "", title), make("p", "cause", text),
