@@ -24,9 +24,9 @@
  * Left out: sizes (all records are alike, and CAPACITY of them fill a buffer), records without a
  * serial number, text, files and their errors, who makes the pages, the buffer that the writer of a
  * first record makes in advance (it is new, and joins the pool under the mutex), the crash dump and
- * its gate, the fences for it, the logger without a flush thread and its bounded queue. The pool
- * keeps one buffer instead of three, so that it also overflows. A compare-exchange does not fail
- * without a reason.
+ * its gate, the fences for it, the black box, the logger without a flush thread and its bounded
+ * queue. The pool keeps one buffer instead of three, so that it also overflows. A compare-exchange
+ * does not fail without a reason.
  *
  * Properties:
  *   P1  A rendered record is complete.

@@ -1,8 +1,11 @@
+// markDumped() also runs after a fatal signal, by the rules of CrashHandler.cpp.
+
 #include "jlog/file/BlackBox.h"
 
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,12 +56,15 @@ int64_t processStart() {
     if (field == nullptr || ticksPerSecond <= 0) {
         return now(CLOCK_REALTIME);
     }
-    return now(CLOCK_REALTIME) - now(CLOCK_BOOTTIME) + strtoll(field, nullptr, 10) / ticksPerSecond;
+    const int64_t start = now(CLOCK_REALTIME) - now(CLOCK_BOOTTIME) +
+                          strtoll(field, nullptr, 10) / ticksPerSecond;
+    return std::max<int64_t>(start, 0);
 }
 
 }  // namespace
 
-std::atomic<uint32_t> BlackBox::sIndex{0};
+constinit JLogMutex BlackBox::sMutex;
+uint32_t BlackBox::sIndex{0};
 std::atomic<BlackBox*> BlackBox::sBox{nullptr};
 
 bool lockBox(int fd) {
@@ -90,11 +96,40 @@ std::unique_ptr<BlackBox> BlackBox::make(clockid_t clock) {
     return box;
 }
 
-bool BlackBox::isOwnName(std::string_view name) {
-    const uint32_t index = sIndex.load(std::memory_order_seq_cst);
+bool BlackBox::isOwnNameLocked(std::string_view name) {
     PathText own;
-    formatPath(own, kNameFormat, getpid(), index);
-    return index != 0 && own == name;
+    formatPath(own, kNameFormat, getpid(), sIndex);
+    return sIndex != 0 && own == name;
+}
+
+int BlackBox::openLeft(const PathText& path, const char*& problem) {
+    const JLogLock lock(sMutex);
+    // The own one is not even opened: to close it would end its lock.
+    if (isOwnNameLocked(path.view().substr(path.view().rfind('/') + 1))) {
+        return -1;
+    }
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0) {
+        problem = errno != ENOENT ? strerror(errno) : nullptr;  // recovered by another process
+        return -1;
+    }
+    if (!S_ISREG(status.st_mode) || status.st_uid != geteuid() || status.st_nlink != 1) {
+        problem = "not a file of this user alone";
+        return -1;
+    }
+    const int fd = ::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        problem = strerror(errno);
+        return -1;
+    }
+    const bool isLocked = lockBox(fd);
+    // In use; otherwise there can be no lock.
+    problem = !isLocked && errno != EAGAIN ? strerror(errno) : nullptr;
+    if (isLocked && fstat(fd, &status) == 0 && status.st_nlink > 0) {
+        return fd;  // and no other process has recovered it meanwhile
+    }
+    close(fd);
+    return -1;
 }
 
 BlackBox::~BlackBox() {
@@ -102,6 +137,7 @@ BlackBox::~BlackBox() {
         sBox.store(nullptr, std::memory_order_seq_cst);
         munmap(mMemory, kBoxBytes);
     }
+    const JLogLock lock(sMutex);
     if (mFd >= 0) {
         // First of all the name: without the lock the box would be taken for that of a dead
         // process.
@@ -109,18 +145,12 @@ BlackBox::~BlackBox() {
         close(mFd);
     }
     if (mIsClaimed) {
-        sIndex.store(0, std::memory_order_seq_cst);
+        sIndex = 0;
     }
 }
 
 const char* BlackBox::open(const char* folder) {
     static const int atForkError = pthread_atfork(nullptr, nullptr, leaveToParent);
-    uint32_t none = 0;
-    mIsClaimed = sIndex.compare_exchange_strong(none, 1, std::memory_order_seq_cst);
-    if (!mIsClaimed) {
-        errno = EBUSY;
-        return "another logger of this process has one";
-    }
     errno = atForkError;
     if (atForkError != 0) {
         return "pthread_atfork failed";
@@ -137,6 +167,12 @@ const char* BlackBox::open(const char* folder) {
     if (const char* failed = createFile(folder)) {
         return failed;
     }
+    // Beyond the limit, fallocate would end the process by SIGXFSZ.
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < kBoxBytes) {
+        errno = EFBIG;
+        return "the process may make no such file";
+    }
     // The size, and the space for it.
     while (fallocate(mFd, 0, 0, static_cast<off_t>(kBoxBytes)) != 0) {
         if (errno != EINTR) {
@@ -148,14 +184,25 @@ const char* BlackBox::open(const char* folder) {
         return "mmap failed";
     }
     mMemory = static_cast<char*>(memory);
+    // A child that libc does not know of has no handler. Rather shall it end when it logs than
+    // write over the records of its parent.
+    if (madvise(mMemory, kBoxBytes, MADV_DONTFORK) != 0) {
+        return "madvise failed";
+    }
     sBox.store(this, std::memory_order_seq_cst);
     return nullptr;
 }
 
 const char* BlackBox::createFile(const char* folder) {
     constexpr uint32_t kMaxIndex = 99;
+    const JLogLock lock(sMutex);
+    if (sIndex != 0) {
+        errno = EBUSY;
+        return "another logger of this process has one";
+    }
+    mIsClaimed = true;
     for (uint32_t index = 1; index <= kMaxIndex; ++index) {
-        sIndex.store(index, std::memory_order_seq_cst);
+        sIndex = index;
         PathText name;
         formatPath(name, kNameFormat, getpid(), index);
         formatPath(mPath, "%s/%s", folder, name.c_str());
@@ -175,7 +222,6 @@ const char* BlackBox::createFile(const char* folder) {
             return nullptr;
         }
         // Another process has found the file before it was locked, and deletes it.
-        unlink(mPath.c_str());
         close(mFd);
         mFd = -1;
     }
@@ -267,7 +313,7 @@ void BlackBox::markEmptied(BoxSlot* slot) {
     }
 }
 
-void BlackBox::markDumped(BoxSlot* slot, uint32_t complete) const {
+void BlackBox::markDumped(const BoxSlot* slot, uint32_t complete) {
     for (BoxSlot& each : head().slots) {
         if (&each == slot) {
             each.dumpedRecords.store(complete, std::memory_order_relaxed);

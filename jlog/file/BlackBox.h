@@ -11,6 +11,7 @@
 
 #include "jlog/file/BoxLayout.h"
 #include "jlog/file/PathText.h"
+#include "jlog/JLogMutex.h"
 
 namespace JCam::Utils::JLog::File {
 
@@ -34,8 +35,9 @@ bool boxFolder(char* path);
 /// Threads: any. Signal-safe but for making and destroying it.
 class BlackBox {
   public:
-    /// Whether `name`, of a file in that folder, is the one of this process's box. Any thread.
-    static bool isOwnName(std::string_view name);
+    /// Opens and locks a box that no process has any more. -1 if it is none; `problem` then has a
+    /// reason to tell, if there is one. Any thread. Not signal-safe.
+    static int openLeft(const PathText& path, const char*& problem);
 
     /// A box in the folder of the property "vendor.debug.camera.jlog.blackbox", for records with
     /// times of `clock`; null if that is empty, if this process has a box already, or if there can
@@ -60,7 +62,7 @@ class BlackBox {
     void markEmptied(BoxSlot* slot);
     /// A crash dump has written all records of the buffer in the slot, which may be any address;
     /// `complete` of them were complete before it began.
-    void markDumped(BoxSlot* slot, uint32_t complete) const;
+    void markDumped(const BoxSlot* slot, uint32_t complete);
 
     /// Whether no block is free.
     [[nodiscard]] bool isUsedUp() const { return mFree.load(std::memory_order_relaxed) == 0; }
@@ -71,6 +73,9 @@ class BlackBox {
     [[nodiscard]] const char* damage() const;
 
     [[nodiscard]] const PathText& path() const { return mPath; }
+    [[nodiscard]] std::string_view folder() const {
+        return mPath.view().substr(0, mPath.view().rfind('/'));
+    }
 
   private:
     BlackBox() = default;
@@ -82,10 +87,15 @@ class BlackBox {
     [[nodiscard]] size_t indexOf(const char* block) const;
     static void leaveToParent();
 
-    /// The number in the name of the box that this process has, or is making; 0 without one. It is
-    /// there before the file, and as long. Sequentially consistent, like the next; rarely used.
-    static std::atomic<uint32_t> sIndex;
-    /// For the child of a fork; null before the memory is there.
+    static bool isOwnNameLocked(std::string_view name) JLOG_REQUIRES(sMutex);
+
+    /// Keeps boxes that this process makes and deletes from those that it looks at: its lock of a
+    /// file keeps only others away.
+    static JLogMutex sMutex;
+    /// The number in the name of the box that this process has, or is making; 0 without one.
+    static uint32_t sIndex JLOG_GUARDED_BY(sMutex);
+    /// For the child of a fork; null before the memory is there. Sequentially consistent; rarely
+    /// used.
     static std::atomic<BlackBox*> sBox;
 
     char* mMemory{nullptr};

@@ -61,7 +61,7 @@ struct BoxHead {
     int32_t clock;
     /// The process.
     int32_t pid;
-    /// Buffers with records that have no slot.
+    /// Buffers that were opened, and not yet given up, and have no slot.
     std::atomic<uint32_t> outside;
     /// When the process began.
     int64_t processStart;

@@ -1,5 +1,6 @@
 #include "jlog/file/BoxReader.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,6 +39,12 @@ bool isRecoveredName(std::string_view name, int32_t pid) {
     return name.find_first_not_of("0123456789_", length) == std::string_view::npos;
 }
 
+/// Whether the calendar has a place for a time, and a process may have been running then.
+bool isTime(int64_t seconds) {
+    constexpr int64_t kEndOfYear9999 = 253402300799;
+    return seconds >= 0 && seconds <= kEndOfYear9999;
+}
+
 bool isOpened(const BoxSlot& slot) {
     return slot.sequence.load(std::memory_order_relaxed) != 0;
 }
@@ -50,15 +57,6 @@ bool isMarked(const BoxSlot& slot) {
 
 }  // namespace
 
-uint32_t countComplete(const char* begin, const char* end) {
-    RecordWalk walk(begin, end);
-    uint32_t complete = 0;
-    while (const LogHeader* record = walk.next()) {
-        complete += record->type() != RECORD_INCOMPLETE ? 1U : 0U;
-    }
-    return complete;
-}
-
 BoxReader::BoxReader(int fd) : mFd(fd) {
     checkHead();
     if (mProblem == nullptr) {
@@ -69,7 +67,10 @@ BoxReader::BoxReader(int fd) : mFd(fd) {
 void BoxReader::checkHead() {
     const size_t count = readAt(0, reinterpret_cast<char*>(&mHead), sizeof(mHead));
     const uint64_t magic = mHead.magic.load(std::memory_order_relaxed);
-    mIsUnborn = mProblem == nullptr && magic == 0 &&
+    struct stat status = {};
+    const bool isOfItsSize =
+            fstat(mFd, &status) == 0 && (status.st_size == 0 || status.st_size == off_t{kBoxBytes});
+    mIsUnborn = mProblem == nullptr && magic == 0 && isOfItsSize &&
                 std::none_of(std::begin(mHead.slots), std::end(mHead.slots), isOpened);
     if (mProblem != nullptr) {
         // No part of what there is may be taken for all of it.
@@ -79,7 +80,8 @@ void BoxReader::checkHead() {
                mHead.slotBytes != kBufferBytes || mHead.slotCount != kBoxSlots ||
                mHead.recordLayout != kBoxRecordLayout) {
         mProblem = "a black box of another layout";
-    } else if (count < sizeof(mHead) || mHead.pid <= 0 || mHead.address > UINT64_MAX - kBoxBytes) {
+    } else if (count < sizeof(mHead) || mHead.pid <= 0 || mHead.address > UINT64_MAX - kBoxBytes ||
+               !isTime(mHead.processStart) || !isTime(mHead.boxStart)) {
         mProblem = "a black box with a damaged head";
     }
     mHead.recoveredTo[kBoxFileNameBytes - 1] = '\0';
@@ -156,15 +158,21 @@ bool BoxReader::relocate(LogDetails& record, uint64_t recordThen) {
     return isInside;
 }
 
+bool BoxReader::hasLosses() const {
+    return mHead.outside.load(std::memory_order_relaxed) > 0 && !mIsPartDumped;
+}
+
 void BoxReader::describe(char* out, size_t room) const {
     const uint32_t outside = mHead.outside.load(std::memory_order_relaxed);
-    size_t length =
-            formatText(out, room, "BLACK BOX : pid = %d, start = %s, box = %s, %s", mHead.pid,
-                       Stamp(mHead.processStart).text, Stamp(mHead.boxStart).text,
-                       mIsPartDumped ? "ended without a whole dump" : "ended without a dump");
+    size_t length = formatText(
+            out, room, "BLACK BOX : pid = %d, start = %s, box = %s, ended %s", mHead.pid,
+            Stamp(mHead.processStart).text, Stamp(mHead.boxStart).text,
+            mIsPartDumped ? "behind a crash dump, which lacks records" : "without a dump");
     if (outside > 0 && length < room) {
-        length += formatText(out + length, room - length,
-                             "; the records of up to %u buffers outside the box are lost", outside);
+        // A dump has them, as far as it got.
+        length +=
+                formatText(out + length, room - length, "; up to %u buffers were outside the box%s",
+                           outside, mIsPartDumped ? "" : ", and are lost");
     }
     if (length < room) {
         formatText(out + length, room - length, "\n");

@@ -8,10 +8,6 @@
 
 namespace JCam::Utils::JLog::File {
 
-/// How many of the records in [begin, end) are complete. Walks like a crash dump, and is as
-/// suspicious. Signal-safe.
-uint32_t countComplete(const char* begin, const char* end);
-
 /// Reads the box that a process has left. The file is read, not mapped: another process may make it
 /// shorter at any moment. Nothing in it is trusted.
 ///
@@ -33,6 +29,10 @@ class BoxReader {
     /// Name of the file that an earlier recovery has begun; empty if there is none, or it is not a
     /// name of such a file.
     [[nodiscard]] const char* recoveredTo() const { return mHead.recoveredTo; }
+
+    /// Whether records were lost that no block and no crash dump has: those of buffers that were
+    /// outside the box.
+    [[nodiscard]] bool hasLosses() const;
 
     /// Blocks that hold records.
     [[nodiscard]] size_t blocks() const { return mCount; }

@@ -1,7 +1,6 @@
 #include "jlog/file/BoxRecovery.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,7 +20,10 @@ namespace JCam::Utils::JLog::File {
 namespace {
 
 bool isBoxName(std::string_view name) {
-    return name.starts_with("cam_jlog_") && name.ends_with(".box");
+    constexpr std::string_view kBegin = "cam_jlog_";
+    constexpr std::string_view kEnd = ".box";
+    return name.starts_with(kBegin) && name.ends_with(kEnd) &&
+           name.find_first_not_of("0123456789_", kBegin.size()) == name.size() - kEnd.size();
 }
 
 void leaveAlone(const PathText& path, const char* reason) {
@@ -33,31 +35,13 @@ std::string_view nameOf(const PathText& path) {
     return path.view().substr(path.view().rfind('/') + 1);
 }
 
-/// A descriptor of a box that is nobody's any more; -1 if it is not. A reason to tell goes to
-/// `problem`.
-int openIfLeft(const PathText& path, const char*& problem) {
+/// Whether the file of `writer` has all its text and a name, and the disk has it, if there is one.
+bool isWritten(FileJLogWriter& writer) {
+    writer.flush(false);
     struct stat status = {};
-    if (lstat(path.c_str(), &status) != 0) {
-        problem = errno != ENOENT ? strerror(errno) : nullptr;  // recovered by another process
-        return -1;
-    }
-    if (!S_ISREG(status.st_mode) || status.st_uid != geteuid() || status.st_nlink != 1) {
-        problem = "not a file of this user alone";
-        return -1;
-    }
-    const int fd = open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
-        problem = strerror(errno);
-        return -1;
-    }
-    const bool isLocked = lockBox(fd);
-    // In use; otherwise there can be no lock.
-    problem = !isLocked && errno != EAGAIN ? strerror(errno) : nullptr;
-    if (isLocked && fstat(fd, &status) == 0 && status.st_nlink > 0) {
-        return fd;  // and no other process has recovered it meanwhile
-    }
-    close(fd);
-    return -1;
+    return !writer.hasLostText() &&
+           (fsync(writer.mFd) == 0 || errno == EINVAL || errno == ENOSYS) &&
+           fstat(writer.mFd, &status) == 0 && status.st_nlink > 0;
 }
 
 }  // namespace
@@ -79,9 +63,6 @@ BoxRecovery::~BoxRecovery() {
     if (mFolder != nullptr) {
         closedir(mFolder);
     }
-    if (mBlock != nullptr) {
-        munmap(mBlock, kBufferBytes);
-    }
     if (mIsOnlyOne) {
         sIsBusy.store(false, std::memory_order_release);
     }
@@ -98,8 +79,7 @@ bool BoxRecovery::step() {
         return true;
     }
     const dirent* entry = mFolder != nullptr ? readdir(mFolder) : nullptr;
-    // The own one is not even opened: to close it would end its lock.
-    if (entry != nullptr && isBoxName(entry->d_name) && !BlackBox::isOwnName(entry->d_name)) {
+    if (entry != nullptr && isBoxName(entry->d_name)) {
         consider(entry->d_name);
     }
     return entry != nullptr;
@@ -109,7 +89,7 @@ void BoxRecovery::consider(const char* name) {
     PathText path;
     formatPath(path, "%s/%s", mPath.c_str(), name);
     const char* problem = nullptr;
-    const int fd = openIfLeft(path, problem);
+    const int fd = BlackBox::openLeft(path, problem);
     if (fd < 0) {
         if (problem != nullptr) {
             leaveAlone(path, problem);
@@ -117,9 +97,7 @@ void BoxRecovery::consider(const char* name) {
         return;
     }
     if (mBlock == nullptr) {
-        void* memory = mmap(nullptr, kBufferBytes, PROT_READ | PROT_WRITE,
-                            MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        mBlock = memory != MAP_FAILED ? static_cast<char*>(memory) : nullptr;
+        mBlock.reset(new (std::nothrow) char[kBufferBytes]);
     }
     if (mBlock != nullptr) {
         mFound.reset(new (std::nothrow) Found(fd, path));
@@ -128,9 +106,10 @@ void BoxRecovery::consider(const char* name) {
         leaveAlone(path, "without memory");
         close(fd);
     } else if (mFound->reader.isUnborn()) {
-        // Its process ended while it made the box.
         unlink(path.c_str());
         drop();
+        __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "Black box deleted: %s (without a head)",
+                            path.c_str());
     } else if (mFound->reader.problem() != nullptr) {
         leaveAlone(path, mFound->reader.problem());
         drop();
@@ -138,7 +117,7 @@ void BoxRecovery::consider(const char* name) {
 }
 
 bool BoxRecovery::recoverBlock() {
-    const uint32_t complete = mFound->reader.readBlock(mFound->nextBlock++, mBlock);
+    const uint32_t complete = mFound->reader.readBlock(mFound->nextBlock++, mBlock.get());
     if (mFound->reader.problem() != nullptr) {
         leaveAlone(mFound->path, mFound->reader.problem());
         return false;
@@ -146,12 +125,11 @@ bool BoxRecovery::recoverBlock() {
     if (complete == 0) {
         return true;
     }
-    if (mFound->records == 0 && !openFile()) {
-        leaveAlone(mFound->path, "there is no file for its records");
+    if (mFound->writer == nullptr && !openFile()) {
         return false;
     }
     mFound->records += complete;
-    mFound->writer->appendRecords(mBlock, mBlock + kBufferBytes);
+    mFound->writer->appendRecords(mBlock.get(), mBlock.get() + kBufferBytes);
     mFound->writer->flush(false);
     return true;
 }
@@ -160,22 +138,29 @@ bool BoxRecovery::openFile() {
     if (mFound->reader.recoveredTo()[0] != '\0') {
         PathText begun;
         formatPath(begun, "%s/%s", mLogWriter.mFolder.c_str(), mFound->reader.recoveredTo());
-        deleteFile(begun.c_str());
+        if (!deleteFile(begun.c_str())) {
+            leaveAlone(mFound->path, "the file that was begun cannot be deleted");
+            return false;
+        }
     }
     auto* writer = new (std::nothrow) FileJLogWriter(mFound->reader.pid());
     mFound->writer.reset(writer);
-    if (writer == nullptr) {
-        return false;
+    if (writer != nullptr) {
+        writer->mFolder = mLogWriter.mFolder.view();
+        writer->spareFileOf(&mLogWriter);
     }
-    writer->mFolder = mLogWriter.mFolder.view();
-    writer->spareFileOf(&mLogWriter);
-    if (!writer->open(true, "BB_", false) || !noteFile(nameOf(writer->mFilePath))) {
-        return false;
+    if (writer != nullptr && writer->open(true, "BB_", false)) {
+        // First the line that tells what the file is.
+        char line[256];
+        mFound->reader.describe(line, sizeof(line));
+        writer->writeString("%s", line);
+        writer->flush(false);
+        if (noteFile(nameOf(writer->mFilePath))) {
+            return true;
+        }
     }
-    char line[256];
-    mFound->reader.describe(line, sizeof(line));
-    writer->writeString("%s", line);
-    return true;
+    leaveAlone(mFound->path, "there is no file for its records");
+    return false;
 }
 
 bool BoxRecovery::noteFile(std::string_view name) const {
@@ -185,16 +170,18 @@ bool BoxRecovery::noteFile(std::string_view name) const {
            static_cast<ssize_t>(sizeof(text));
 }
 
-void BoxRecovery::deleteFile(const char* path) const {
-    unlink(path);
+bool BoxRecovery::deleteFile(const char* path) const {
     // Its name may be given again.
-    static_cast<void>(noteFile(""));
+    return (unlink(path) == 0 || errno == ENOENT) && noteFile("");
 }
 
 void BoxRecovery::finish() {
     Found& box = *mFound;
     const char* path = box.path.c_str();
-    if (box.records > 0 && (box.writer->hasLostText() || fsync(box.writer->mFd) != 0)) {
+    if (box.writer == nullptr && box.reader.hasLosses() && !openFile()) {
+        return;
+    }
+    if (box.writer != nullptr && !isWritten(*box.writer)) {
         leaveAlone(box.path, "the file for its records did not take all of them");
         return;
     }
@@ -206,7 +193,7 @@ void BoxRecovery::finish() {
     if (unlink(path) != 0) {
         leaveAlone(box.path, strerror(errno));
     }
-    if (box.records > 0) {
+    if (box.writer != nullptr) {
         __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "Black box recovered: %s, %u records",
                             path, box.records);
     }
@@ -215,7 +202,8 @@ void BoxRecovery::finish() {
 void BoxRecovery::drop() {
     if (mFound != nullptr) {
         if (mFound->writer != nullptr && mFound->writer->mFd >= 0 && !mFound->isDone) {
-            deleteFile(mFound->writer->mFilePath.c_str());  // the next recovery makes all of it
+            // The next recovery makes all of it, and deletes it if that is not possible now.
+            static_cast<void>(deleteFile(mFound->writer->mFilePath.c_str()));
         }
         close(mFound->fd);
         mFound.reset();

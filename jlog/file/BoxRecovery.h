@@ -26,7 +26,7 @@ namespace JCam::Utils::JLog::File {
 /// and are not in use. What else has such a name, and what cannot be read, is left alone, with one
 /// ERROR line a start.
 ///
-/// Threads: one at a time. Not signal-safe. Allocates when there is a box to recover.
+/// Threads: one at a time. Not signal-safe. Allocates.
 class BoxRecovery {
   public:
     /// Of the boxes in `folder`, but for that of this process. Files go to the folder of
@@ -38,8 +38,9 @@ class BoxRecovery {
     BoxRecovery(const BoxRecovery&) = delete;
     BoxRecovery& operator=(const BoxRecovery&) = delete;
 
-    /// Looks at the next file of the folder, or takes the next block of a box, which takes a
-    /// millisecond or two. False when nothing is left.
+    /// Looks at the next file of the folder, takes the next block of a box, which takes a
+    /// millisecond or two, or finishes its file, which takes as long as the disk does. False when
+    /// nothing is left.
     bool step();
 
   private:
@@ -53,7 +54,7 @@ class BoxRecovery {
         BoxReader reader;
         size_t nextBlock{0};
         uint32_t records{0};
-        /// From the first record on.
+        /// From the first record on, or when there is to be a first line alone.
         std::unique_ptr<FileJLogWriter> writer;
         bool isDone{false};
     };
@@ -62,8 +63,8 @@ class BoxRecovery {
     /// False if there can be no file.
     bool recoverBlock();
     bool openFile();
-    /// Deletes a file that is not complete, and its name in the box.
-    void deleteFile(const char* path) const;
+    /// Deletes a file that is not complete, and its name in the box. False if it is still there.
+    [[nodiscard]] bool deleteFile(const char* path) const;
     [[nodiscard]] bool noteFile(std::string_view name) const;
     void finish();
     /// Is done with a box, and deletes its file unless that is finished.
@@ -78,7 +79,7 @@ class BoxRecovery {
     DIR* const mFolder;
     std::unique_ptr<Found> mFound;
     /// For one block; null before there is a box, and without memory.
-    char* mBlock{nullptr};
+    std::unique_ptr<char[]> mBlock;
 };
 
 }  // namespace JCam::Utils::JLog::File

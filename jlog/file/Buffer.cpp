@@ -201,11 +201,11 @@ std::unique_ptr<Buffer> BufferPool::take() {
     return mSize == 0 ? nullptr : std::move(mBuffers[--mSize]);
 }
 
-std::unique_ptr<Buffer> BufferPool::put(std::unique_ptr<Buffer> buffer, bool replace) {
+std::unique_ptr<Buffer> BufferPool::put(std::unique_ptr<Buffer> buffer) {
     std::unique_ptr<Buffer> surplus;
-    if (mSize == kMaxBuffers || (mSize > 0 && replace)) {
+    if (mSize == kMaxBuffers) {
         surplus = std::move(mBuffers.front());
-        std::move(mBuffers.begin() + 1, mBuffers.begin() + mSize, mBuffers.begin());
+        std::move(mBuffers.begin() + 1, mBuffers.end(), mBuffers.begin());
         --mSize;
     }
     mBuffers[mSize++] = std::move(buffer);

@@ -13,9 +13,9 @@
 #include <ctime>
 
 #include "jlog/file/BlackBox.h"
-#include "jlog/file/BoxReader.h"
 #include "jlog/file/CrashSignals.h"
 #include "jlog/file/FileJLogWriter.h"
+#include "jlog/file/LineRenderer.h"
 
 namespace JCam::Utils::JLog::File {
 

@@ -20,7 +20,7 @@ class CrashDump {
     /// `writer` is one that makeSignalSafe() was called on. `box` may be null. All must outlive the
     /// object.
     CrashDump(FileJLogWriter& writer, const BufferSlot& current, const BufferList& queue,
-              const BlackBox* box)
+              BlackBox* box)
             : mWriter(writer), mCurrent(current), mQueue(queue), mBox(box) {}
 
     /// Writes the crash file: a line with the name of the signal and the address of the fault, the
@@ -50,7 +50,7 @@ class CrashDump {
     FileJLogWriter& mWriter;
     const BufferSlot& mCurrent;
     const BufferList& mQueue;
-    const BlackBox* const mBox;
+    BlackBox* const mBox;
 };
 
 }  // namespace JCam::Utils::JLog::File

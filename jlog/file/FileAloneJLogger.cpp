@@ -179,15 +179,7 @@ void FileAloneJLogger::flushThreadEntry() {
     __android_log_print(ANDROID_LOG_INFO, kFileLogTag,
                         "File ULogger is running; flushInterval = %d ms, neHook = %d",
                         state.flushIntervalMs, mNeHook.load(std::memory_order_relaxed));
-    // Also where this process has no box: that may be for want of the space which others take.
-    char boxes[kFolderPathBytes];
-    if (boxFolder(boxes)) {
-        state.recovery.reset(new (std::nothrow) BoxRecovery(boxes, mWriter));
-        if (state.recovery == nullptr) {
-            __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
-                                "Black box left alone: %s (without memory)", boxes);
-        }
-    }
+    beginRecovery(state);
     size_t remaining = 0;
     while (addToPool(BufferPool::kMaxBuffers)) {
     }
@@ -200,9 +192,24 @@ void FileAloneJLogger::flushThreadEntry() {
         CrashGate::awaitOpen();
         recycleFront();
         logDropped(state);
-        logBox(state, remaining);
     }
     __android_log_print(ANDROID_LOG_INFO, kFileLogTag, "File ULogger stopped");
+}
+
+void FileAloneJLogger::beginRecovery(FlushState& state) const {
+    // Also where this process has no box: that may be for want of the space which others take.
+    char folder[kFolderPathBytes] = {};
+    const BlackBox* box = mStore.box();
+    if (box != nullptr) {
+        box->folder().copy(folder, sizeof(folder) - 1);
+    } else if (!boxFolder(folder)) {
+        return;
+    }
+    state.recovery.reset(new (std::nothrow) BoxRecovery(folder, mWriter));
+    if (state.recovery == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kFileLogTag,
+                            "Black box left alone: %s (without memory)", folder);
+    }
 }
 
 const FileAloneJLogger::Buffer* FileAloneJLogger::nextBuffer(FlushState& state, size_t* remaining) {
@@ -231,6 +238,11 @@ FileAloneJLogger::Decision FileAloneJLogger::decideLocked(FlushState& state) {
             if (!mFullBuffers.empty()) {
                 break;
             }
+        }
+        if (const Buffer* current = mCurrent.get();
+            current != nullptr && !mStore.isSafest(*current)) {
+            retireCurrentLocked();
+            break;
         }
         finishFlushLocked();
         // Relaxed, as in stopDueLocked(): the store that matters happens under the mutex.
@@ -366,8 +378,12 @@ void FileAloneJLogger::renderBuffer(const Buffer& buffer, size_t remaining, Flus
     const bool batchEndsWithStatus =
             remaining == 0 && (state.flushIntervalMs >= kStatusIntervalMs ||
                                mFlushPending.load(std::memory_order_relaxed));
-    if (state.passes % kStatusPasses == 0 || batchEndsWithStatus) {
+    const bool isStatusDue = state.passes % kStatusPasses == 0 || batchEndsWithStatus;
+    if (isStatusDue) {
         logStatus(state, remaining);
+    }
+    if (const BlackBox* box = mStore.box()) {
+        logBox(*box, state, isStatusDue, remaining == 0);
     }
 }
 
@@ -380,21 +396,23 @@ void FileAloneJLogger::logDropped(FlushState& state) const {
     }
 }
 
-void FileAloneJLogger::logBox(FlushState& state, size_t remaining) const {
-    const BlackBox* box = mStore.box();
-    if (box == nullptr || remaining > 0) {
-        return;
-    }
-    if (const char* damage = box->damage(); damage != nullptr && !state.boxDamageTold) {
-        __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "Black box %s %s", box->path().c_str(),
+void FileAloneJLogger::logBox(const BlackBox& box, FlushState& state, bool isStatusDue,
+                              bool isBatchEnd) {
+    if (const char* damage = box.damage(); damage != nullptr && !state.boxDamageTold) {
+        __android_log_print(ANDROID_LOG_ERROR, kFileLogTag, "Black box %s %s", box.path().c_str(),
                             damage);
         state.boxDamageTold = true;
     }
-    const bool isNews = state.outsideBox != state.outsideBoxTold;
+    const bool isNews = isBatchEnd && state.outsideBox != state.outsideBoxTold;
+    if (!isStatusDue && !isNews) {
+        return;
+    }
     __android_log_print(isNews ? ANDROID_LOG_WARN : ANDROID_LOG_DEBUG, kFileLogTag,
                         "Black box: %zu of %zu blocks in use, %u records were outside so far (%s)",
-                        box->blocksInUse(), kBoxSlots, state.outsideBox, box->path().c_str());
-    state.outsideBoxTold = state.outsideBox;
+                        box.blocksInUse(), kBoxSlots, state.outsideBox, box.path().c_str());
+    if (isNews) {
+        state.outsideBoxTold = state.outsideBox;
+    }
 }
 
 void FileAloneJLogger::logStatus(const FlushState& state, size_t remaining) const {

@@ -157,6 +157,8 @@ bool FileJLoggerBase::allocLogSpace(unsigned long size, LogHeader** header, Buff
     }
     auto* record = new (target->data + before.bytes()) LogHeader;
     record->reserve(static_cast<uint32_t>(bytes));
+    // The size before all else: in a black box this may be as far as the thread gets.
+    std::atomic_signal_fence(std::memory_order_release);
     if (mNeHook.load(std::memory_order_relaxed) >= 1) {
         // Release: a crash dump that sees something of the record also sees its size.
         std::atomic_thread_fence(std::memory_order_release);
@@ -311,7 +313,7 @@ void FileJLoggerBase::recycleFront() {
     rendered->clear();
     std::unique_ptr<Buffer> surplus;
     const JLogLock lock(mMutex);
-    surplus = mEmptyBuffers.put(std::move(rendered), isUnsafe(mEmptyBuffers.oldest()));
+    surplus = mEmptyBuffers.put(std::move(rendered));
 }
 
 std::unique_ptr<Buffer> FileJLoggerBase::unlessDumping(std::unique_ptr<Buffer> buffer) {

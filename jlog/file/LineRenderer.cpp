@@ -261,6 +261,15 @@ const LogHeader* RecordWalk::next() {
     return nullptr;
 }
 
+uint32_t countComplete(const char* begin, const char* end) {
+    RecordWalk walk(begin, end);
+    uint32_t complete = 0;
+    while (const LogHeader* record = walk.next()) {
+        complete += record->type() != RECORD_INCOMPLETE ? 1U : 0U;
+    }
+    return complete;
+}
+
 bool LineRenderer::renderRecord(const LogHeader& header, RecordType type, TextBuffer& text) {
     return render(header, type, header.size(), text) == Line::AT_LIMIT;
 }

@@ -31,6 +31,9 @@ struct RecordWalk {
     uint32_t records{0};
 };
 
+/// How many of the records in [begin, end) are complete. Signal-safe.
+uint32_t countComplete(const char* begin, const char* end);
+
 /// Turns records into lines of text. This is all the work of the flush thread and of a crash dump:
 /// it uses no printf and no locale and, once signal-safe, no allocation and no lock. It keeps the
 /// text that the lines of a second, a thread or a module share, and copies it.

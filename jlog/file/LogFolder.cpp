@@ -1,3 +1,5 @@
+// isSameFolder() also runs after a fatal signal, by the rules of CrashHandler.cpp.
+
 #include "jlog/file/LogFolder.h"
 
 #include <sys/stat.h>

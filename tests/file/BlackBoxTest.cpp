@@ -1,7 +1,9 @@
 // What a process leaves in its black box, and what the next start makes of it.
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,10 +30,10 @@
 namespace JCam::Utils::JLog::File {
 namespace {
 
-namespace fs = std::filesystem;
+using namespace ::testing;
 using namespace Support;
 using Faults::Call;
-using namespace ::testing;
+namespace fs = std::filesystem;
 
 constexpr char kBoxProperty[] = "vendor.debug.camera.jlog.blackbox";
 constexpr char kLeftAlone[] = "Black box left alone: ";
@@ -114,8 +116,11 @@ TEST_F(BlackBoxTest, WhateverEndsTheProcessTheNextStartHasItsRecords) {
             action();
         });
         EXPECT_EQ(mEnding, ending);
+        EXPECT_EQ(fs::status(box()).permissions(), fs::perms::owner_read | fs::perms::owner_write);
         mProperties.set(kIntervalProperty, "20");
+        Faults::arm({});
         restart();
+        EXPECT_EQ(Faults::calls(Call::FSYNC), 1U);
         EXPECT_THAT(
                 recovered(),
                 ElementsAre(
@@ -184,8 +189,10 @@ TEST_F(BlackBoxTest, OfACrashItHasWhatTheCrashFileHasNot) {
             EXPECT_THAT(lines, IsEmpty()) << "all of it is in the crash file";
         } else {
             ASSERT_THAT(lines, Not(IsEmpty()));
-            EXPECT_THAT(lines[0], EndsWith(crash == NO_ROOM ? ", ended without a dump"
-                                                            : ", ended without a whole dump"));
+            EXPECT_THAT(lines[0],
+                        EndsWith(crash == NO_ROOM
+                                         ? ", ended without a dump"
+                                         : ", ended behind a crash dump, which lacks records"));
             const std::vector<std::string> rest(lines.begin() + 1, lines.end());
             const auto current = StartsWith("current ");
             if (crash == SMALL_DUMP) {
@@ -204,20 +211,54 @@ TEST_F(BlackBoxTest, OfACrashItHasWhatTheCrashFileHasNot) {
 }
 
 TEST_F(BlackBoxTest, WhatHasNoPlaceIsCountedAndTold) {
-    constexpr auto kOutside = 3;
-    const auto fill = [](BufferingLogger& logger) {
-        for (size_t i = 0; i + 1 < kBoxSlots + kOutside; ++i) {
-            logger.log("of buffer " + std::to_string(i));
+    constexpr size_t kOutside = 3;
+    const std::string told = "; up to 3 buffers were outside the box, and are lost";
+    for (const size_t rendered : {size_t{0}, kBoxSlots, kBoxSlots + kOutside - 1}) {
+        SCOPED_TRACE(rendered);
+        leaveBox([=](BufferingLogger& logger) {
+            for (size_t i = 0; i + 1 < kBoxSlots + kOutside; ++i) {
+                logger.log("of buffer " + std::to_string(i));
+                logger.retire();
+            }
+            for (size_t i = 0; i < rendered; ++i) {
+                logger.recycleFront();
+            }
+            if (rendered > kBoxSlots) {
+                logger.retire();  // the last one outside
+                logger.recycleFront();
+                logger.log("in the box again");
+            }
+        });
+        restart();
+        std::vector<std::string> lines = recovered();
+        ASSERT_THAT(lines, Not(IsEmpty()));
+        EXPECT_EQ(lines[0].ends_with(told), rendered <= kBoxSlots) << lines[0];
+        EXPECT_THAT(lines, SizeIs(rendered == 0 ? 1 + kBoxSlots : rendered == kBoxSlots ? 1 : 2));
+        fs::remove_all(mFolder.path());
+        fs::create_directory(mFolder.path());
+    }
+}
+
+TEST_F(BlackBoxTest, ABlockIsClearWhenItIsUsedAgain) {
+    leaveBox([](BufferingLogger& logger) {
+        for (size_t i = 0; i + 1 < kBoxSlots; ++i) {
+            logger.log("old");
+            logger.log("old");
             logger.retire();
         }
-        logger.log("of the last");
-    };
-    leaveBox(fill);
+        while (!logger.queued().empty()) {
+            logger.recycleFront();
+        }
+        for (size_t i = 0; i + 1 < kBoxSlots; ++i) {
+            logger.log("new");
+            logger.retire();
+        }
+    });
     restart();
     std::vector<std::string> lines = recovered();
-    ASSERT_THAT(lines, SizeIs(1 + kBoxSlots));
-    EXPECT_THAT(lines[0], HasSubstr("; the records of up to 3 buffers outside the box are lost"));
-    EXPECT_EQ(lines[1], "of buffer 0");
+    ASSERT_THAT(lines, SizeIs(kBoxSlots));
+    lines.erase(lines.begin());
+    EXPECT_THAT(lines, Each("new"));
 }
 
 TEST_F(BlackBoxTest, WithRoomInTheBoxNothingIsOutside) {
@@ -230,11 +271,6 @@ TEST_F(BlackBoxTest, WithRoomInTheBoxNothingIsOutside) {
     logger.onInit();
     logger.onFlush(60);
     EXPECT_EQ(mLog.count("Black box: "), 1U);
-    // Those that were made when the box was full are used up.
-    for (int i = 0; i < 2; ++i) {
-        logger.log("text");
-        logger.onFlush(60);
-    }
     mLog.clear();
     for (size_t i = 0; i <= BufferPool::kMaxBuffers; ++i) {
         EXPECT_NE(logger.current().slot, nullptr);
@@ -258,6 +294,12 @@ TEST_F(BlackBoxTest, WhatIsNoBoxOfADeadProcessIsLeftAlone) {
             {"a pipe", [](const std::string& path) { mkfifo(path.c_str(), 0600); }},
             {"another file", [&](const std::string& path) { writeFile(path, text); }},
             {"a short one", [](const std::string& path) { writeFile(path, "x"); }},
+            {"zeros", [](const std::string& path) { writeFile(path, std::string(1000, '\0')); }},
+            {"another user's",
+             [&](const std::string& path) {
+                 writeFile(path, geteuid() == 0 ? "" : "x");
+                 static_cast<void>(chown(path.c_str(), 12345, 12345));
+             }},
     };
     for (const auto& [name, plant] : faults) {
         SCOPED_TRACE(name);
@@ -292,6 +334,7 @@ TEST_F(BlackBoxTest, OfADamagedBoxTheRestIsRead) {
             {"the address", [&] { damage(offsetof(BoxHead, address), UINT64_MAX - 5); }, none},
             {"the process", [&] { damage(offsetof(BoxHead, pid), -1); }, none},
             {"the address is another's", [&] { damage(offsetof(BoxHead, address), 4096UL); }, none},
+            {"a time", [&] { damage(offsetof(BoxHead, boxStart), INT64_MAX); }, none},
             {"a message's address", [&] { damage(kMessage, 4096UL); }, withoutFirst},
             {"a block", [&] { damage(kFirstBlock, garbage.data(), garbage.size()); }, withoutFirst},
             {"a size", [&] { damage(kFirstBlock, 0x7FFFFF07U); }, withoutFirst},
@@ -394,9 +437,18 @@ TEST_F(BlackBoxTest, AForkedChildLogsBesideTheBox) {
             logger.log("of the child");
             logger.retire();
             logger.log("of the child");
+            delete &logger;
             _exit(0);
         }
         waitpid(child, nullptr, 0);
+        // One that libc does not know of.
+        const auto stranger = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0));
+        if (stranger == 0) {
+            signal(SIGSEGV, SIG_DFL);
+            logger.log("of the stranger");
+            _exit(0);
+        }
+        waitpid(stranger, nullptr, 0);
         logger.log("behind it");
         const pid_t second = fork();
         if (second == 0) {
@@ -412,17 +464,61 @@ TEST_F(BlackBoxTest, AForkedChildLogsBesideTheBox) {
 }
 
 TEST_F(BlackBoxTest, ARecoveryThatWasCutShortIsMadeAnew) {
+    leaveBox([](BufferingLogger& logger) {
+        logger.log("first");
+        logger.retire();
+        logger.log("second");
+    });
+    EXPECT_EQ(runChild([] {
+                  Interpose::onWrite([](int /*fd*/) {
+                      static int writes = 0;
+                      if (++writes == 3) {  // behind the first line and the first block
+                          raise(SIGKILL);
+                      }
+                  });
+                  RunningLogger logger;
+                  logger.onInit();
+                  pause();
+              }),
+              (Ending{Ending::KILLED, SIGKILL}));
+    EXPECT_THAT(recovered(), ElementsAre(StartsWith("BLACK BOX : pid = "), "first"));
+    restart();
+    EXPECT_THAT(recovered(), ElementsAre(StartsWith("BLACK BOX : pid = "), "first", "second"));
+}
+
+TEST_F(BlackBoxTest, AFileThatIsDeletedMeanwhileIsMadeAnew) {
+    leaveBox([](BufferingLogger& logger) { logger.log("text"); });
+    static std::string sFolder;
+    sFolder = mFolder.path();
+    Interpose::onWrite([](int /*fd*/) {
+        for (const std::string& name : namesIn(sFolder)) {
+            if (name.find("_BB_") != std::string::npos) {
+                fs::remove(fs::path(sFolder) / name);
+            }
+        }
+    });
+    restart();
+    EXPECT_EQ(mLog.count(kLeftAlone), 1U);
+    Interpose::onWrite(nullptr);
+    restart();
+    EXPECT_THAT(recovered(), ElementsAre(StartsWith("BLACK BOX"), "text"));
+}
+
+TEST_F(BlackBoxTest, ABoxNamesNoFileButItsOwn) {
     leaveBox([](BufferingLogger& logger) { logger.log("text"); });
     const std::string name = mBoxes.names().front();
-    const std::string pid = name.substr(9, name.find('_', 9) - 9);
-    const std::string begun = "cam_jlog_" + pid + "_BB_2026_0101_000000_01.txt";
-    writeFile(mFolder.path(begun), "BLACK BOX : what an earlier recovery has beg");
-    damage(offsetof(BoxHead, recoveredTo), begun.c_str(), begun.size() + 1);
+    const std::string begin = "cam_jlog_" + name.substr(9, name.find('_', 9) - 9) + "_BB_";
+    fs::create_directory(mFolder.path(begin));
+    writeFile(mFolder.path("1.txt"), "somebody's");
+    const std::string planted = begin + "/../1.txt";
+    damage(offsetof(BoxHead, recoveredTo), planted.c_str(), planted.size() + 1);
     restart();
-    EXPECT_THAT(recovered(), ElementsAre(StartsWith("BLACK BOX : pid = " + pid), "text"));
+    EXPECT_EQ(readFile(mFolder.path("1.txt")), "somebody's");
 }
 
 TEST_F(BlackBoxTest, WithoutABoxLoggingGoesOnAndSaysWhy) {
+    rlimit unlimited = {};
+    getrlimit(RLIMIT_FSIZE, &unlimited);
     const std::pair<const char*, std::function<void()>> faults[] = {
             {"fallocate failed (No space left on device)",
              [] {
@@ -446,6 +542,15 @@ TEST_F(BlackBoxTest, WithoutABoxLoggingGoesOnAndSaysWhy) {
              }},
             {"mkdir failed (No such file or directory)",
              [this] { mProperties.set(kBoxProperty, mBoxes.path("no/folder")); }},
+            {"the process may make no such file (File too large)",
+             [&] {
+                 const rlimit limit = {1000000, unlimited.rlim_max};
+                 setrlimit(RLIMIT_FSIZE, &limit);
+             }},
+            {"madvise failed (Invalid argument)",
+             [] {
+                 Faults::arm({{Call::ADVISE, EINVAL, 1, 1}});
+             }},
             {"it is the log folder",
              [this] { mProperties.set(kBoxProperty, mFolder.path() + "/."); }},
     };
@@ -465,7 +570,13 @@ TEST_F(BlackBoxTest, WithoutABoxLoggingGoesOnAndSaysWhy) {
                                                  Field(&LogLine::text, HasSubstr(text)))));
         EXPECT_THAT(mFolder.logText(), EndsWith(" text\n"));
         EXPECT_EQ(openDescriptors(), descriptors);
-        EXPECT_THAT(mBoxes.names(), IsEmpty());
+        setrlimit(RLIMIT_FSIZE, &unlimited);
+        // But for what others that had a lock would delete.
+        EXPECT_TRUE(mBoxes.names().empty() || mBoxes.names().size() == 99);
+        for (const std::string& name : mBoxes.names()) {
+            EXPECT_EQ(fs::file_size(mBoxes.path(name)), 0U);
+            fs::remove(mBoxes.path(name));
+        }
         mProperties.set(kBoxProperty, mBoxes.path());
         fs::remove_all(mFolder.path());
         fs::create_directory(mFolder.path());

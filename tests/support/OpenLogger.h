@@ -76,6 +76,10 @@ class OpenLogger : public Base {
         const Utils::JLog::JLogLock lock(mMutex);
         return this->mEmptyBuffers.size();
     }
+    const Buffer* oldestPooled() {
+        const Utils::JLog::JLogLock lock(mMutex);
+        return this->mEmptyBuffers.oldest();
+    }
     /// All buffers of the logger.
     size_t owned() {
         const Utils::JLog::JLogLock lock(mMutex);

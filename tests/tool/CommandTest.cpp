@@ -111,7 +111,7 @@ class CommandTest : public testing::Test {
               "SIGBUS : addr = 0x20\n" + scope(1000, 702, 703, "1 Video:10 + Video", 1));
         write("both/cam_jlog_702_BB_2024_0315_110000_01.txt",
               "BLACK BOX : pid = 702, start = 2024-03-15 09:59:59, box = 2024-03-15 10:00:00, "
-              "ended without a whole dump\n" +
+              "ended behind a crash dump, which lacks records\n" +
                       line(1500, 702, 703, "W Video   : request 1: late"));
         write("empty/notes.txt", "");
         write("void/cam_jlog_9_2024_0315_100000_01.txt", "");

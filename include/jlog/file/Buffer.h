@@ -348,9 +348,8 @@ class JLOG_EXPORT BufferPool {
     }
     /// Takes the newest; null when there is none.
     std::unique_ptr<Buffer> take();
-    /// Adds `buffer`. Returns the oldest one if there was no room, or with `replace`; otherwise
-    /// null.
-    [[nodiscard]] std::unique_ptr<Buffer> put(std::unique_ptr<Buffer> buffer, bool replace = false);
+    /// Adds `buffer`. Returns the oldest one if there was no room, otherwise null.
+    [[nodiscard]] std::unique_ptr<Buffer> put(std::unique_ptr<Buffer> buffer);
 
   private:
     std::array<std::unique_ptr<Buffer>, kMaxBuffers> mBuffers;

@@ -112,8 +112,10 @@ class JLOG_EXPORT FileAloneJLogger : public FileJLoggerBase {
     /// Renders `buffer`, behind which `remaining` more are queued. Runs without the mutex.
     JLOG_INTERNAL void renderBuffer(const Buffer& buffer, size_t remaining, FlushState& state);
     JLOG_INTERNAL void logDropped(FlushState& state) const;
-    /// Says how the black box is, at the end of a batch.
-    JLOG_INTERNAL void logBox(FlushState& state, size_t remaining) const;
+    JLOG_INTERNAL void beginRecovery(FlushState& state) const;
+    /// Says how the black box is: at the end of a batch what is new, and with the status line.
+    JLOG_INTERNAL static void logBox(const BlackBox& box, FlushState& state, bool isStatusDue,
+                                     bool isBatchEnd);
     JLOG_INTERNAL void logStatus(const FlushState& state, size_t remaining) const;
     JLOG_INTERNAL static void setBoost(FlushState& state, int level);
 

@@ -174,7 +174,7 @@ class JLOG_EXPORT FileJLoggerBase : public JLogger {
     /// lookup on a device. Relaxed: around a change a line more or less does no harm.
     std::atomic<bool> mReservationLine{false};
 
-    /// Makes the buffers; so it goes after them. Under mMutex where BufferStore says so.
+    /// Makes the buffers, under mMutex; so it goes after them.
     BufferStore mStore;
     /// Receives new records. Replaced under mMutex. Empty only while there is no memory for a
     /// buffer.

@@ -24,12 +24,13 @@ namespace File = Utils::JLog::File;
 using Descriptor = std::unique_ptr<FILE, decltype(&fclose)>;
 
 Descriptor openBox(const fs::path& path) {
+    // Asked first: to open a pipe would wait for its writer.
+    if (fs::exists(path) && !fs::is_regular_file(path)) {
+        throw std::runtime_error(path.string() + ": not a file");
+    }
     Descriptor file(fopen(path.c_str(), "re"), &fclose);
     if (!file) {
         throw std::runtime_error(path.string() + ": " + std::strerror(errno));
-    }
-    if (!fs::is_regular_file(path)) {
-        throw std::runtime_error(path.string() + ": not a file");
     }
     return file;
 }
