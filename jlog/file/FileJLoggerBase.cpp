@@ -280,7 +280,9 @@ void FileJLoggerBase::trimQueueLocked() {
 }
 
 std::unique_ptr<Buffer> FileJLoggerBase::allocEmptyBuffer() {
-    return mEmptyBuffers.size() > 0 ? mEmptyBuffers.take() : newBufferLocked(mStore.mapRecords());
+    const Buffer* newest = mEmptyBuffers.newest();
+    return newest != nullptr && mStore.isSafest(*newest) ? mEmptyBuffers.take()
+                                                         : newBufferLocked(mStore.mapRecords());
 }
 
 std::unique_ptr<Buffer> FileJLoggerBase::newBufferLocked(char* records) {

@@ -281,6 +281,31 @@ TEST_F(BlackBoxTest, WithRoomInTheBoxNothingIsOutside) {
     EXPECT_THAT(mLog.texts("Black box: "), IsEmpty());
 }
 
+TEST_F(BlackBoxTest, ABufferOfThePoolThatIsOutsideIsNotUsedWhenTheBoxHasRoom) {
+    BufferingLogger logger;
+    const auto fill = [&](size_t buffers) {
+        for (size_t i = 0; i < buffers; ++i) {
+            logger.log("text");
+            logger.retire();
+        }
+    };
+    const auto recycle = [&](size_t buffers) {
+        for (size_t i = 0; i < buffers; ++i) {
+            logger.recycleFront();
+        }
+    };
+    fill(kBoxSlots + 3);
+    recycle(kBoxSlots);
+    fill(kBoxSlots);  // the box is used up, and three buffers outside are the oldest
+    recycle(3);
+    EXPECT_EQ(logger.oldestPooled()->slot, nullptr);
+    recycle(2);
+    fill(1);
+    EXPECT_NE(logger.current().slot, nullptr);
+    recycle(4);
+    EXPECT_NE(logger.oldestPooled()->slot, nullptr);
+}
+
 TEST_F(BlackBoxTest, WhatIsNoBoxOfADeadProcessIsLeftAlone) {
     const std::string text(kBoxBytes, 'x');
     const TempFolder elsewhere(TempFolder::inMemory());
