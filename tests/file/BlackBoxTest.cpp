@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -596,8 +597,8 @@ TEST_F(BlackBoxTest, WithoutABoxLoggingGoesOnAndSaysWhy) {
         EXPECT_THAT(mFolder.logText(), EndsWith(" text\n"));
         EXPECT_EQ(openDescriptors(), descriptors);
         setrlimit(RLIMIT_FSIZE, &unlimited);
-        // But for what others that had a lock would delete.
-        EXPECT_TRUE(mBoxes.names().empty() || mBoxes.names().size() == 99);
+        // Others that had a lock would delete these; the recovery may have deleted some.
+        EXPECT_LE(mBoxes.names().size(), std::string_view(text) == "no free name" ? 99U : 0U);
         for (const std::string& name : mBoxes.names()) {
             EXPECT_EQ(fs::file_size(mBoxes.path(name)), 0U);
             fs::remove(mBoxes.path(name));
