@@ -324,6 +324,7 @@ void BlackBox::markDumped(const BoxSlot* slot, uint32_t complete) {
 }
 
 size_t BlackBox::blocksInUse() const {
+    // std::popcount() is a call into libgcc, which the library otherwise does without.
     size_t blocks = kBoxSlots;
     for (uint32_t free = mFree.load(std::memory_order_relaxed); free != 0; free &= free - 1) {
         --blocks;
